@@ -1,0 +1,61 @@
+#pragma once
+#include <Inventor/fields/SoMFUInt32.h>
+#include <Inventor/fields/SoMFVec3f.h>
+#include <Inventor/fields/SoMFVec3i32.h>
+#include <Inventor/fields/SoSFBool.h>
+#include <Inventor/fields/SoSFEnum.h>
+#include <Inventor/nodes/SoShape.h>
+#include <Inventor/nodes/SoSubNode.h>
+
+// Triangle surface of the host: vertex coordinates, per-vertex normals and triangles as three vertex
+// indices each. Large arrays are handed over without copying (adopt*), after which the fields own
+// and free them.
+class SoTriSurface : public SoShape
+{
+    SO_NODE_HEADER(SoTriSurface);
+
+public:
+    enum DrawStyle
+    {
+        WIREFRAME = 0,
+        SHADED = 1,
+        SHADED_OUTLINED = 2,
+        POINTS = 3
+    };
+    enum Binding
+    {
+        OVERALL = 0,
+        PER_VERTEX = 1
+    };
+
+    static void initClass();
+    SoTriSurface();
+
+    SoMFVec3f coords;
+    SoMFVec3f normals;
+    SoMFVec3i32 triangles;
+    SoSFEnum drawStyle;
+    // Light both sides of the triangles, so that open surfaces look right from inside too.
+    SoSFBool twoSidedLighting;
+    // Packed RGBA colours (0xRRGGBBAA): one for OVERALL, one per vertex for PER_VERTEX; empty means
+    // the inherited material.
+    SoMFUInt32 colors;
+    SoSFEnum materialBinding;
+
+    int getNumTriangles() const { return triangles.getNum(); }
+    int getNumPoints() const { return coords.getNum(); }
+
+    // Hand over blocks allocated with kxmalloc (or new[]); n is the element count (vertices or
+    // triangles), the block holds 3 n values.
+    void adoptCoords(int n, float* xyz);
+    void adoptNormals(int n, float* xyz);
+    void adoptTriangles(int n, int32_t* ijk);
+    // Empties all geometry fields.
+    void clearGeometry();
+
+protected:
+    ~SoTriSurface() override;
+    void GLRender(SoGLRenderAction* action) override;
+    void generatePrimitives(SoAction* action) override;
+    void computeBBox(SoAction* action, SbBox3f& box, SbVec3f& center) override;
+};

@@ -1,0 +1,38 @@
+#pragma once
+#include <kx/KxPrimType.h>
+#include <kx/KxVec3.h>
+#include <vx/VxCoord3.h>
+
+#include <memory>
+
+// Values of one primitive type on a 3-D lattice of nodes (x fastest, then y, then z), with the
+// coordinates of the nodes. Owns both.
+class VxLattice3
+{
+public:
+    // Adopts data (allocated with kxmalloc) when given; otherwise allocates zeroed values.
+    VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data = nullptr);
+    ~VxLattice3();
+    VxLattice3(const VxLattice3&) = delete;
+    VxLattice3& operator=(const VxLattice3&) = delete;
+
+    const KxDim3l& getDims() const { return m_dims; }
+    KxPrimType primType() const { return m_type; }
+    void* dataPtr() { return m_data; }
+    const void* dataPtr() const { return m_data; }
+    KxTypedPointer typedPointer() { return {m_data, m_type}; }
+    std::size_t byteSize() const { return std::size_t(m_dims.count()) * m_type.size(); }
+
+    VxCoord3* coords() { return m_coords.get(); }
+    const VxCoord3* coords() const { return m_coords.get(); }
+    void setCoords(VxCoord3* coords) { m_coords.reset(coords); }
+
+    // The node's value converted exactly to double.
+    double valueAt(int64_t index) const;
+
+private:
+    KxDim3l m_dims;
+    KxPrimType m_type;
+    void* m_data = nullptr;
+    std::unique_ptr<VxCoord3> m_coords;
+};

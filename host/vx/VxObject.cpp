@@ -1,0 +1,3 @@
+#include <vx/VxObject.h>
+
+KX_ABSTRACT_SOURCE(VxObject, KxTypedObject)

@@ -1,0 +1,22 @@
+#pragma once
+#include <vx/VxLabelLattice3.h>
+#include <vx/VxSpatialData.h>
+
+// Label field on uniform coordinates, used as a mask.
+class VxUniformLabelField3 : public VxSpatialData
+{
+    KX_HEADER(VxUniformLabelField3)
+
+public:
+    VxUniformLabelField3(const KxDim3l& dims, KxPrimType type = KxPrimType::UINT8, void* labels = nullptr);
+
+    VxLabelLattice3& lattice() { return m_lattice; }
+    const VxLabelLattice3& lattice() const { return m_lattice; }
+    const KxDim3l& getDims() const { return m_lattice.getDims(); }
+    KxBox3f getBoundingBox() const override { return m_box; }
+    void setBoundingBox(const KxBox3f& box) { m_box = box; }
+
+private:
+    VxLabelLattice3 m_lattice;
+    KxBox3f m_box;
+};

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build, the tests and the demo need; only the missing ones.
+set -euo pipefail
+
+packages=(
+  g++ cmake make pkg-config
+  libcoin-dev libtbb-dev qtbase5-dev libboost-dev tcl-dev zlib1g-dev
+  libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core
+  libgtest-dev libgmock-dev libbenchmark-dev
+  mricron-data
+)
+# Test-only cross-checks and the peer benchmark; wanted but not required.
+optional=(python3-vtk9 python3-numpy libvtk9-dev)
+
+missing=()
+for p in "${packages[@]}" "${optional[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "install-deps: installing ${missing[*]}"
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
