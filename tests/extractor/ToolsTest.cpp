@@ -1,0 +1,106 @@
+// The per-cell policies: case index with scan-line reuse, intersections, gradients, filters.
+#include "../support/TestFields.h"
+
+#include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/extractor/VxIsosurfaceTools.h>
+
+#include <kx/KxHandle.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace vxtest;
+using namespace vxiso::tools;
+
+TEST(Tools, ScanlineIndexEqualsDirectClassificationInAnyVisitOrder)
+{
+    std::mt19937 rng(99);
+    std::uniform_int_distribution<int> v(0, 9);
+    KxHandle<VxUniformScalarField3> field =
+        makeField<unsigned char>(9, 8, 7, [&](double, double, double) { return double(v(rng)); });
+    RegField3Accessor<unsigned char> acc(*field);
+    ComputeIndexScanline<RegField3Accessor<unsigned char>> index;
+    auto direct = [&](int i, int j, int k) {
+        unsigned c = 0;
+        for (int n = 0; n < 8; ++n) {
+            const int* o = vxiso::tables::g_nodeCoords[n];
+            if (acc.value(i + o[0], j + o[1], k + o[2]) > 4.5f) c |= 1u << n;
+        }
+        return c;
+    };
+    // Rows in order (reuse), then cells in random order (jumps).
+    for (int k = 0; k < 6; ++k)
+        for (int j = 0; j < 7; ++j)
+            for (int i = 0; i < 8; ++i) ASSERT_EQ(index.computeIndex(acc, 4.5f, {i, j, k}), direct(i, j, k));
+    for (int n = 0; n < 500; ++n) {
+        const int i = int(rng() % 8), j = int(rng() % 7), k = int(rng() % 6);
+        ASSERT_EQ(index.computeIndex(acc, 4.5f, {i, j, k}), direct(i, j, k));
+    }
+}
+
+TEST(Tools, GradientIsCentralInsideAndOneSidedOnTheBorder)
+{
+    // f = x^2 on spacing 0.5: central differences are exact for a parabola, one-sided ones are not.
+    KxHandle<VxUniformScalarField3> field =
+        makeField<double>(5, 3, 3, [](double x, double, double) { return x * x; }, 0.5f);
+    RegField3Accessor<double> acc(*field);
+    EXPECT_FLOAT_EQ(acc.gradient(2, 1, 1).x, 2.f * 1.0f);         // 2x at x = 1
+    EXPECT_FLOAT_EQ(acc.gradient(0, 1, 1).x, (0.25f - 0.f) / 0.5f); // forward, one step
+    EXPECT_FLOAT_EQ(acc.gradient(4, 1, 1).x, (4.f - 2.25f) / 0.5f); // backward, one step
+    EXPECT_FLOAT_EQ(acc.gradient(2, 0, 1).y, 0.f);
+}
+
+TEST(Tools, IntersectionRunsFromTheLowerNode)
+{
+    KxHandle<VxUniformScalarField3> field =
+        makeField<float>(2, 2, 2, [](double x, double y, double z) { return 4 * x + 2 * y + z; });
+    RegField3Accessor<float> acc(*field);
+    KxVec3f p, n;
+    // Edge 3 runs from node 3 (0,1,0) to node 2 (1,1,0): values 2 and 6.
+    const float t = ComputeIntersection<RegField3Accessor<float>>::compute(acc, 3.f, {0, 0, 0}, 3, p, n);
+    EXPECT_FLOAT_EQ(t, 0.25f);
+    EXPECT_EQ(p, KxVec3f(0.25f, 1.f, 0.f));
+    EXPECT_EQ(n, KxVec3f(-4.f, -2.f, -1.f)); // minus the gradient, not normalised
+}
+
+TEST(Tools, LabelFilterAcceptsPositiveLabelsThatAreDefined)
+{
+    KxHandle<VxUniformScalarField3> field = makeField<float>(3, 1, 1, [](double x, double, double) { return x; });
+    VxLabelLattice3 labels(KxDim3l(3, 1, 1), KxPrimType::UINT16);
+    labels.setLabel(0, 0);
+    labels.setLabel(1, 2);
+    labels.setLabel(2, 5);
+    vxiso::filter::LabelIsoSurfaceFilter noMask(*field, nullptr);
+    EXPECT_FALSE(noMask.active());
+    vxiso::filter::LabelIsoSurfaceFilter mask(*field, &labels);
+    EXPECT_FALSE(mask.acceptNode({0, 0, 0}));
+    EXPECT_TRUE(mask.acceptNode({1, 0, 0}));
+    field->setUndefinedValue(2.0);
+    vxiso::filter::LabelIsoSurfaceFilter both(*field, &labels);
+    EXPECT_FALSE(both.acceptNode({2, 0, 0})); // labelled but undefined
+    EXPECT_TRUE(both.acceptNode({1, 0, 0}));
+    vxiso::filter::LabelIsoSurfaceFilter undefOnly(*field, nullptr);
+    EXPECT_TRUE(undefOnly.acceptNode({0, 0, 0}));
+    EXPECT_FALSE(undefOnly.acceptNode({2, 0, 0}));
+}
+
+TEST(Tools, UndefinedValueComparesExactlyInDouble)
+{
+    // 16777217 is not a float: through single precision it would equal 16777216.
+    KxHandle<VxUniformScalarField3> field =
+        makeField<int>(2, 1, 1, [](double x, double, double) { return x == 0 ? 16777216.0 : 16777217.0; });
+    field->setUndefinedValue(16777217.0);
+    vxiso::filter::UndefinedValue f(*field);
+    EXPECT_TRUE(f.active());
+    EXPECT_TRUE(f.acceptNode({0, 0, 0}));
+    EXPECT_FALSE(f.acceptNode({1, 0, 0}));
+}
+
+TEST(Tools, DegenerateTriangles)
+{
+    EXPECT_TRUE(isDegenerate({1, 1, 2}));
+    EXPECT_TRUE(isDegenerate({1, 2, 1}));
+    EXPECT_TRUE(isDegenerate({2, 1, 1}));
+    EXPECT_FALSE(isDegenerate({0, 1, 2}));
+}

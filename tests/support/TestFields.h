@@ -1,0 +1,79 @@
+#pragma once
+// Fields and mesh checks shared by the engine tests.
+#include <kx/KxMemory.h>
+#include <kx/KxVec3.h>
+#include <oiv/SoTriSurface.h>
+#include <vx/VxRegScalarField3.h>
+
+#include <cmath>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace vxtest {
+
+using FieldFunc = std::function<double(double x, double y, double z)>;
+
+// A uniform field of element type T sampling f at node positions of the box [0, n-1] * spacing,
+// values rounded for integer types.
+template <class T>
+VxUniformScalarField3* makeField(int nx, int ny, int nz, const FieldFunc& f, float spacing = 1.f)
+{
+    auto* data = static_cast<T*>(kxmalloc(sizeof(T) * std::size_t(nx) * std::size_t(ny) * std::size_t(nz)));
+    for (int k = 0; k < nz; ++k)
+        for (int j = 0; j < ny; ++j)
+            for (int i = 0; i < nx; ++i) {
+                const double v = f(i * spacing, j * spacing, k * spacing);
+                data[(std::size_t(k) * std::size_t(ny) + std::size_t(j)) * std::size_t(nx) + std::size_t(i)] =
+                    std::is_floating_point<T>::value ? T(v) : T(std::lround(v));
+            }
+    auto* field = new VxUniformScalarField3(KxDim3l(nx, ny, nz), KxPrimType(KxPrimTypeOf<T>::value), data);
+    field->setBoundingBox(KxBox3f(0, (nx - 1) * spacing, 0, (ny - 1) * spacing, 0, (nz - 1) * spacing));
+    return field;
+}
+
+// Distance from a centre minus a radius: positive outside, so the surface at 0 is a sphere.
+inline FieldFunc sphere(double cx, double cy, double cz, double r, double scale = 1.0, double offset = 0.0)
+{
+    return [=](double x, double y, double z) {
+        return scale * (std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy) + (z - cz) * (z - cz)) - r) + offset;
+    };
+}
+
+inline FieldFunc torus(double cx, double cy, double cz, double big, double small)
+{
+    return [=](double x, double y, double z) {
+        const double q = std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy)) - big;
+        return std::sqrt(q * q + (z - cz) * (z - cz)) - small;
+    };
+}
+
+struct Mesh
+{
+    std::vector<KxVec3f> coords;
+    std::vector<KxVec3f> normals;
+    std::vector<KxVec3i> triangles;
+};
+
+Mesh meshOf(const SoTriSurface& s);
+
+// Runs the extractor sequentially; returns the mesh and, through degenerate, the dropped count.
+Mesh extract(const VxRegScalarField3& field, float iso, int compact = 0, float threshold = 0.5f,
+             unsigned long long* degenerate = nullptr);
+
+// Grid edges whose two nodes lie on different sides of iso (values compared in single precision);
+// skip(i, j, k) leaves out edges touching a node.
+std::size_t countCutEdges(const VxRegScalarField3& field, float iso,
+                          const std::function<bool(int, int, int)>& skip = nullptr);
+
+// Every edge is shared by exactly two triangles with opposite orientation; on failure why says
+// what is wrong.
+bool isWatertight(const Mesh& m, std::string* why = nullptr);
+
+// Triangles as sorted position triples (rotated so the smallest corner comes first, keeping the
+// orientation), for comparing meshes whatever their vertex numbering.
+std::multiset<std::vector<float>> triangleSet(const Mesh& m);
+
+} // namespace vxtest

@@ -1,0 +1,4 @@
+// Sequential standard cubes on curvilinear (and other non-uniform) grids.
+#include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
+
+VXISO_INSTANTIATE_SEQUENTIAL(vxiso::tools::CurvField3Accessor)

@@ -1,0 +1,197 @@
+#pragma once
+#include <vxiso/extractor/VxIsosurfaceTools.h>
+
+#include <kx/KxBox3.h>
+#include <kx/KxProgressInterface.h>
+
+#include <vector>
+
+namespace vxiso {
+
+// The user data of the sequential path: nothing.
+struct NoUserData
+{
+};
+
+// Walks the cells of a box (i fastest, then j, then k), classifies each cell and emits the
+// triangles of its case. Every cut grid edge gets a single vertex index: the indices of edges
+// shared with cells already visited are handed on through the previous cell's slots, a row buffer
+// and a slice buffer, so the vertex policy (Cubes) is asked only once per edge.
+//
+// Cubes provides: int addNode(tools, box, cell, edge, userData) for a new vertex;
+// edgeVertex(tools, box, cell, edge, index, userData) called once the edge's index is known; and
+// addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices.
+template <class Tools, class Cubes>
+class VxIsosurfaceMarchingCubes
+{
+public:
+    // Vertex markers of the edge slots.
+    static constexpr int NOT_MADE = -1;
+    static constexpr int REJECTED = -2;
+
+    VxIsosurfaceMarchingCubes(const Tools& tools, Cubes& cubes) : m_tools(tools), m_cubes(cubes) {}
+
+    // Traverses the cells whose lower corner lies in [min, max - 1) per axis of the node box.
+    template <class UserData>
+    void computeBox(const KxBox3i& box, UserData& userData, KxProgressInterface* progress = nullptr);
+    void computeBox(const KxBox3i& box, KxProgressInterface* progress = nullptr)
+    {
+        NoUserData none;
+        computeBox(box, none, progress);
+    }
+
+private:
+    template <class UserData>
+    void computeRow(const KxBox3i& box, int j, int k, UserData& userData);
+    template <class UserData>
+    int vertexFor(const KxBox3i& box, const KxVec3i& cell, int edge, std::size_t pos, UserData& userData);
+
+    void sizeBuffers(int cellsX, int cellsY);
+
+    const Tools& m_tools;
+    Cubes& m_cubes;
+    typename Tools::Index m_index;
+
+    int m_edge[13] = {};
+    // Edges 2, 6, 10, 12 of the cell just left in the row.
+    int m_prevCell[4] = {};
+    // Per cell of a row: edges 11, 3, 12, 7; per cell of a slice: edges 5, 6, 7, 8.
+    std::vector<int> m_rows[2], m_slices[2];
+    int* m_prevRow = nullptr;
+    int* m_curRow = nullptr;
+    int* m_prevSlice = nullptr;
+    int* m_curSlice = nullptr;
+    int m_cellsDone = 0, m_rowsDone = 0, m_slicesDone = 0;
+    std::size_t m_slicePos = 0;
+    int m_bufferCellsX = -1, m_bufferCellsY = -1;
+};
+
+template <class Tools, class Cubes>
+void VxIsosurfaceMarchingCubes<Tools, Cubes>::sizeBuffers(int cellsX, int cellsY)
+{
+    if (cellsX != m_bufferCellsX || cellsY != m_bufferCellsY) {
+        for (auto& r : m_rows) r.assign(std::size_t(4) * std::size_t(cellsX), NOT_MADE);
+        for (auto& s : m_slices) s.assign(std::size_t(4) * std::size_t(cellsX) * std::size_t(cellsY), NOT_MADE);
+        m_bufferCellsX = cellsX;
+        m_bufferCellsY = cellsY;
+    }
+    m_prevRow = m_rows[0].data();
+    m_curRow = m_rows[1].data();
+    m_prevSlice = m_slices[0].data();
+    m_curSlice = m_slices[1].data();
+}
+
+template <class Tools, class Cubes>
+template <class UserData>
+void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, UserData& userData,
+                                                         KxProgressInterface* progress)
+{
+    const int cellsX = box.xmax - 1 - box.xmin;
+    const int cellsY = box.ymax - 1 - box.ymin;
+    const int cellsZ = box.zmax - 1 - box.zmin;
+    if (cellsX <= 0 || cellsY <= 0 || cellsZ <= 0) return;
+
+    sizeBuffers(cellsX, cellsY);
+    m_index.reset();
+    m_cubes.beginBox(m_tools, box, userData);
+    m_slicesDone = 0;
+
+    if (progress) progress->setProgressValue(0.f);
+    const float step = 1.f / float(cellsZ);
+    for (int k = box.zmin; k < box.zmax - 1; ++k) {
+        if (progress) progress->setProgressValue(float(m_slicesDone) * step);
+        m_rowsDone = 0;
+        m_slicePos = 0;
+        for (int j = box.ymin; j < box.ymax - 1; ++j) {
+            computeRow(box, j, k, userData);
+            std::swap(m_prevRow, m_curRow);
+            ++m_rowsDone;
+        }
+        std::swap(m_prevSlice, m_curSlice);
+        ++m_slicesDone;
+    }
+    if (progress) progress->setProgressValue(1.f);
+}
+
+template <class Tools, class Cubes>
+template <class UserData>
+void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int j, int k, UserData& userData)
+{
+    using namespace tables;
+    const typename Tools::Accessor& acc = m_tools.accessor;
+    std::size_t rowPos = 0;
+    m_cellsDone = 0;
+    for (int i = box.xmin; i < box.xmax - 1; ++i, rowPos += 4, m_slicePos += 4, ++m_cellsDone) {
+        const KxVec3i cell(i, j, k);
+        unsigned c = m_tools.filter.acceptCell(cell) ? m_index.computeIndex(acc, m_tools.iso, cell) : 0u;
+        const int* row = g_marchingCases[c];
+        const int nEdges = row[EDGE_COUNT];
+        // An uncut cell leaves its buffer slots stale; no neighbour asks for an edge that is not cut.
+        if (nEdges == 0) continue;
+
+        for (int n = 0; n < nEdges; ++n) {
+            const int e = row[EDGES + n];
+            m_edge[e] = vertexFor(box, cell, e, rowPos, userData);
+        }
+
+        m_prevCell[0] = m_edge[2];
+        m_prevCell[1] = m_edge[6];
+        m_prevCell[2] = m_edge[10];
+        m_prevCell[3] = m_edge[12];
+        int* r = m_curRow + rowPos;
+        r[0] = m_edge[11];
+        r[1] = m_edge[3];
+        r[2] = m_edge[12];
+        r[3] = m_edge[7];
+        int* s = m_curSlice + m_slicePos;
+        s[0] = m_edge[5];
+        s[1] = m_edge[6];
+        s[2] = m_edge[7];
+        s[3] = m_edge[8];
+
+        const int nTriangles = row[TRIANGLE_COUNT];
+        for (int t = 0; t < nTriangles; ++t) {
+            const int* edges = row + TRIANGLES + 3 * t;
+            const KxVec3i tri(m_edge[edges[0]], m_edge[edges[1]], m_edge[edges[2]]);
+            if (tri.x == REJECTED || tri.y == REJECTED || tri.z == REJECTED) continue;
+            m_cubes.addTriangle(m_tools, cell, edges, tri, userData);
+        }
+    }
+}
+
+// Index of the vertex on edge e of the cell: rejected by the filter, taken from a neighbour that
+// has made it already, or new.
+template <class Tools, class Cubes>
+template <class UserData>
+int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const KxVec3i& cell, int e,
+                                                       std::size_t rowPos, UserData& userData)
+{
+    if (m_tools.filter.active()) {
+        KxVec3i a, b;
+        tools::edgeNodes(cell, e, a, b);
+        if (!m_tools.filter.acceptNode(a) || !m_tools.filter.acceptNode(b)) return REJECTED;
+    }
+    const bool prevCell = m_cellsDone > 0;
+    const bool prevRow = m_rowsDone > 0;
+    const bool prevSlice = m_slicesDone > 0;
+    const int* pr = m_prevRow + rowPos;
+    const int* ps = m_prevSlice + m_slicePos;
+    int v = NOT_MADE;
+    switch (e) {
+    case 1: v = prevRow ? pr[1] : prevSlice ? ps[0] : NOT_MADE; break;
+    case 2: v = prevSlice ? ps[1] : NOT_MADE; break;
+    case 3: v = prevSlice ? ps[2] : NOT_MADE; break;
+    case 4: v = prevCell ? m_prevCell[0] : prevSlice ? ps[3] : NOT_MADE; break;
+    case 5: v = prevRow ? pr[3] : NOT_MADE; break;
+    case 8: v = prevCell ? m_prevCell[1] : NOT_MADE; break;
+    case 9: v = prevCell ? m_prevCell[2] : prevRow ? pr[0] : NOT_MADE; break;
+    case 10: v = prevRow ? pr[2] : NOT_MADE; break;
+    case 11: v = prevCell ? m_prevCell[3] : NOT_MADE; break;
+    default: break; // edges 6, 7 and 12 are first met by this cell
+    }
+    if (v == NOT_MADE) v = m_cubes.addNode(m_tools, box, cell, e, userData);
+    m_cubes.edgeVertex(m_tools, box, cell, e, v, userData);
+    return v;
+}
+
+} // namespace vxiso
