@@ -1,0 +1,438 @@
+#include <io/VxSurfaceWriter.h>
+
+#include <oiv/OivInit.h>
+#include <oiv/SoTriSurface.h>
+
+#include <Inventor/SoDB.h>
+#include <Inventor/SoInput.h>
+#include <Inventor/nodes/SoCoordinate3.h>
+#include <Inventor/nodes/SoIndexedFaceSet.h>
+#include <Inventor/nodes/SoNormal.h>
+#include <Inventor/nodes/SoNormalBinding.h>
+#include <Inventor/nodes/SoSeparator.h>
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/resource.h>
+
+namespace {
+
+// Plain arrays, so that meshes read back by different means compare with ==.
+struct Mesh
+{
+    std::vector<float> xyz, normals;
+    std::vector<int32_t> tri;
+    int numVertices() const { return int(xyz.size() / 3); }
+    int numTriangles() const { return int(tri.size() / 3); }
+};
+
+// Octahedron subdivided `levels` times onto a sphere off the origin: closed, outward-facing, with
+// coordinates that need all nine digits to print exactly.
+Mesh makeSphere(int levels)
+{
+    const float c[3] = {12.5f, -3.25f, 0.001f}, r = 2.7f;
+    std::vector<std::array<double, 3>> dir = {{1, 0, 0},  {-1, 0, 0}, {0, 1, 0},
+                                              {0, -1, 0}, {0, 0, 1},  {0, 0, -1}};
+    std::vector<int32_t> tri = {0, 2, 4, 2, 1, 4, 1, 3, 4, 3, 0, 4, 2, 0, 5, 1, 2, 5, 3, 1, 5, 0, 3, 5};
+    for (int l = 0; l < levels; ++l) {
+        std::map<std::pair<int, int>, int> mid;
+        auto midpoint = [&](int a, int b) {
+            auto [it, fresh] = mid.emplace(std::minmax(a, b), int(dir.size()));
+            if (fresh) {
+                std::array<double, 3> m;
+                for (int k = 0; k < 3; ++k) m[k] = dir[a][k] + dir[b][k];
+                const double len = std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
+                for (double& x : m) x /= len;
+                dir.push_back(m);
+            }
+            return it->second;
+        };
+        std::vector<int32_t> next;
+        for (size_t t = 0; t < tri.size(); t += 3) {
+            const int a = tri[t], b = tri[t + 1], cc = tri[t + 2];
+            const int ab = midpoint(a, b), bc = midpoint(b, cc), ca = midpoint(cc, a);
+            next.insert(next.end(), {a, ab, ca, ab, b, bc, ca, bc, cc, ab, bc, ca});
+        }
+        tri.swap(next);
+    }
+    Mesh m;
+    m.tri = tri;
+    for (const auto& d : dir)
+        for (int k = 0; k < 3; ++k) {
+            m.xyz.push_back(c[k] + r * float(d[k]));
+            m.normals.push_back(float(d[k]));
+        }
+    return m;
+}
+
+// Holds a reference to a surface node filled from a mesh.
+struct Surface
+{
+    SoTriSurface* node;
+    explicit Surface(const Mesh& m) : node(new SoTriSurface)
+    {
+        node->ref();
+        node->coords.setValues(0, m.numVertices(), reinterpret_cast<const float(*)[3]>(m.xyz.data()));
+        node->normals.setValues(0, int(m.normals.size() / 3),
+                                reinterpret_cast<const float(*)[3]>(m.normals.data()));
+        node->triangles.setValues(0, m.numTriangles(), reinterpret_cast<const SbVec3i32*>(m.tri.data()));
+    }
+    ~Surface() { node->unref(); }
+};
+
+std::string slurp(const QString& path)
+{
+    std::ifstream in(QFile::encodeName(path).constData(), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+template <typename T> T le(const std::string& bytes, size_t at)
+{
+    T v;
+    std::memcpy(&v, bytes.data() + at, sizeof v);
+    return v;
+}
+
+const char* const PLY_HEADER = "ply\nformat binary_little_endian 1.0\ncomment written by vxiso\n"
+                               "element vertex %d\nproperty float x\nproperty float y\nproperty float z\n"
+                               "property float nx\nproperty float ny\nproperty float nz\nelement face %d\n"
+                               "property list uchar int vertex_indices\nend_header\n";
+
+std::string plyHeader(int nv, int nt)
+{
+    char buf[512];
+    std::snprintf(buf, sizeof buf, PLY_HEADER, nv, nt);
+    return buf;
+}
+
+// Reads the binary PLY that the writer must produce for nv vertices and nt triangles.
+Mesh parsePly(const std::string& b, int nv, int nt)
+{
+    const std::string header = plyHeader(nv, nt);
+    EXPECT_EQ(b.substr(0, header.size()), header);
+    EXPECT_EQ(b.size(), header.size() + 24 * size_t(nv) + 13 * size_t(nt));
+    Mesh m;
+    size_t at = header.size();
+    for (int i = 0; i < nv && at + 24 <= b.size(); ++i, at += 24) {
+        for (int k = 0; k < 3; ++k) m.xyz.push_back(le<float>(b, at + 4 * k));
+        for (int k = 3; k < 6; ++k) m.normals.push_back(le<float>(b, at + 4 * k));
+    }
+    for (int t = 0; t < nt && at + 13 <= b.size(); ++t, at += 13) {
+        EXPECT_EQ(b[at], 3) << "face " << t;
+        for (int k = 0; k < 3; ++k) m.tri.push_back(le<int32_t>(b, at + 1 + 4 * k));
+    }
+    return m;
+}
+
+Mesh parseOff(const std::string& text)
+{
+    std::istringstream in(text);
+    std::string magic;
+    int nv = -1, nt = -1, ne = -1;
+    in >> magic >> nv >> nt >> ne;
+    EXPECT_EQ(magic, "OFF");
+    EXPECT_EQ(ne, 0);
+    Mesh m;
+    m.xyz.resize(3 * size_t(std::max(nv, 0)));
+    for (float& x : m.xyz) in >> x;
+    for (int t = 0, n; t < nt && in >> n; ++t) {
+        EXPECT_EQ(n, 3) << "face " << t;
+        for (int k = 0, i; k < 3 && in >> i; ++k) m.tri.push_back(i);
+    }
+    EXPECT_TRUE(in) << "OFF file ends early";
+    in >> magic;
+    EXPECT_TRUE(in.eof()) << "text after the last face";
+    return m;
+}
+
+template <typename Node> Node* child(SoSeparator* root)
+{
+    for (int i = 0; i < root->getNumChildren(); ++i)
+        if (root->getChild(i)->isOfType(Node::getClassTypeId())) return static_cast<Node*>(root->getChild(i));
+    return nullptr;
+}
+
+// Reads an Inventor file back with Coin; coordIndex must be a, b, c, -1 per triangle.
+Mesh parseIv(const QString& path)
+{
+    SoInput in;
+    Mesh m;
+    if (!in.openFile(QFile::encodeName(path).constData())) return ADD_FAILURE() << "cannot open", m;
+    SoSeparator* root = SoDB::readAll(&in);
+    if (!root) return ADD_FAILURE() << "Coin cannot read " << path.toStdString(), m;
+    root->ref();
+    SoCoordinate3* coords = child<SoCoordinate3>(root);
+    SoIndexedFaceSet* faces = child<SoIndexedFaceSet>(root);
+    SoNormal* normals = child<SoNormal>(root);
+    SoNormalBinding* binding = child<SoNormalBinding>(root);
+    EXPECT_TRUE(coords && faces);
+    EXPECT_EQ(normals == nullptr, binding == nullptr);
+    if (binding) {
+        EXPECT_EQ(binding->value.getValue(), int(SoNormalBinding::PER_VERTEX_INDEXED));
+    }
+    for (int i = 0; coords && i < coords->point.getNum(); ++i)
+        for (int k = 0; k < 3; ++k) m.xyz.push_back(coords->point[i][k]);
+    for (int i = 0; normals && i < normals->vector.getNum(); ++i)
+        for (int k = 0; k < 3; ++k) m.normals.push_back(normals->vector[i][k]);
+    for (int i = 0; faces && i < faces->coordIndex.getNum(); ++i)
+        if (i % 4 != 3)
+            m.tri.push_back(faces->coordIndex[i]);
+        else
+            EXPECT_EQ(faces->coordIndex[i], -1) << "index " << i;
+    root->unref();
+    return m;
+}
+
+// Runs the VTK reader script; empty when VTK cannot be used here.
+std::string readWithVtk(const QString& path)
+{
+    if (std::system("/usr/bin/python3 -c 'import vtk' >/dev/null 2>&1") != 0) return {};
+    const std::string cmd = std::string("/usr/bin/python3 " VXISO_SOURCE_DIR "/tests/io/read_mesh.py '") +
+                            QFile::encodeName(path).constData() + "' 2>&1";
+    FILE* p = popen(cmd.c_str(), "r");
+    std::string out;
+    char buf[65536];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    EXPECT_EQ(pclose(p), 0) << out;
+    return out;
+}
+
+// Parses the script's output: points, normals, cells, each a count line and that many rows.
+Mesh parseVtkOutput(const std::string& text)
+{
+    std::istringstream in(text);
+    Mesh m;
+    std::string word;
+    int n = 0;
+    for (std::vector<float>* v : {&m.xyz, &m.normals}) {
+        in >> word >> n;
+        v->resize(3 * size_t(n));
+        for (float& x : *v) in >> x;
+    }
+    in >> word >> n;
+    EXPECT_EQ(word, "cells");
+    m.tri.resize(3 * size_t(n));
+    for (int32_t& i : m.tri) in >> i;
+    EXPECT_TRUE(in) << text.substr(0, 2000);
+    return m;
+}
+
+// Corner positions triangle by triangle: what survives readers that merge or duplicate vertices.
+std::vector<float> corners(const Mesh& m)
+{
+    std::vector<float> out;
+    for (int32_t i : m.tri)
+        for (int k = 0; k < 3; ++k) out.push_back(m.xyz[3 * size_t(i) + k]);
+    return out;
+}
+
+QStringList entries(const QString& dir)
+{
+    return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+}
+
+class SurfaceWriter : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite() { oivInit(); }
+    QString path(const char* name) const { return dir.path() + '/' + name; }
+    void write(const Mesh& m, const QString& file)
+    {
+        Surface s(m);
+        QString error;
+        ASSERT_TRUE(VxSurfaceWriter::write(*s.node, file, &error)) << error.toStdString();
+        EXPECT_TRUE(error.isEmpty());
+    }
+    QString writeFails(const Mesh& m, const QString& file)
+    {
+        Surface s(m);
+        QString error;
+        EXPECT_FALSE(VxSurfaceWriter::write(*s.node, file, &error));
+        return error;
+    }
+    QTemporaryDir dir;
+};
+
+TEST_F(SurfaceWriter, ChoosesFormatByExtensionIgnoringCase)
+{
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("a/brain.PLY"), VxSurfaceWriter::PLY);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("x.tar.Stl"), VxSurfaceWriter::STL);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.off"), VxSurfaceWriter::OFF);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("scene.Iv"), VxSurfaceWriter::IV);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("dir.ply/mesh"), VxSurfaceWriter::UNKNOWN);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.obj"), VxSurfaceWriter::UNKNOWN);
+    EXPECT_EQ(VxSurfaceWriter::supportedExtensions(), QStringList({".ply", ".stl", ".off", ".iv"}));
+
+    const Mesh m = makeSphere(1);
+    EXPECT_EQ(writeFails(m, path("mesh.obj")),
+              "unsupported output format '.obj' for " + path("mesh.obj") + " (use .ply, .stl, .off or .iv)");
+    EXPECT_EQ(writeFails(m, path("mesh")), "no output format for " + path("mesh") +
+                                               ": the name has no extension (use .ply, .stl, .off or .iv)");
+    EXPECT_TRUE(entries(dir.path()).isEmpty());
+}
+
+TEST_F(SurfaceWriter, EveryFormatReadsBackExactlyInOrder)
+{
+    // Large enough that every format spans several output chunks.
+    const Mesh m = makeSphere(7);
+    for (const char* name : {"s.ply", "s.off", "s.iv", "s.stl"}) write(m, path(name));
+
+    const std::string ply = slurp(path("s.ply"));
+    const std::string header = plyHeader(m.numVertices(), m.numTriangles());
+    ASSERT_EQ(ply.substr(0, header.size()), header);
+    EXPECT_EQ(ply.substr(header.size(), 12), std::string(reinterpret_cast<const char*>(m.xyz.data()), 12));
+    EXPECT_EQ(ply.substr(header.size() + 12, 12),
+              std::string(reinterpret_cast<const char*>(m.normals.data()), 12));
+    const size_t face = header.size() + 24 * size_t(m.numVertices());
+    EXPECT_EQ(ply.substr(face, 13),
+              std::string("\3", 1) + std::string(reinterpret_cast<const char*>(m.tri.data()), 12));
+    const Mesh fromPly = parsePly(ply, m.numVertices(), m.numTriangles());
+    EXPECT_TRUE(fromPly.xyz == m.xyz && fromPly.normals == m.normals && fromPly.tri == m.tri);
+
+    const Mesh fromOff = parseOff(slurp(path("s.off")));
+    EXPECT_TRUE(fromOff.xyz == m.xyz && fromOff.tri == m.tri);
+
+    const Mesh fromIv = parseIv(path("s.iv"));
+    EXPECT_TRUE(fromIv.xyz == m.xyz && fromIv.normals == m.normals && fromIv.tri == m.tri);
+
+    const std::string stl = slurp(path("s.stl"));
+    ASSERT_EQ(stl.size(), 84 + 50 * size_t(m.numTriangles()));
+    EXPECT_NE(stl.compare(0, 5, "solid"), 0);
+    EXPECT_EQ(le<uint32_t>(stl, 80), uint32_t(m.numTriangles()));
+    const std::vector<float> expected = corners(m);
+    std::vector<float> got;
+    int badNormals = 0;
+    for (int t = 0; t < m.numTriangles(); ++t) {
+        const size_t at = 84 + 50 * size_t(t);
+        float v[12];
+        std::memcpy(v, stl.data() + at, sizeof v);
+        got.insert(got.end(), v + 3, v + 12);
+        EXPECT_EQ(le<uint16_t>(stl, at + 48), 0);
+        // Unit, perpendicular to both edges, pointing away from the sphere's centre.
+        const float* n = v;
+        double len = 0, edge1 = 0, edge2 = 0, out = 0;
+        for (int k = 0; k < 3; ++k) {
+            len += n[k] * n[k];
+            edge1 += n[k] * (v[6 + k] - v[3 + k]);
+            edge2 += n[k] * (v[9 + k] - v[3 + k]);
+            out += n[k] * m.normals[3 * size_t(m.tri[3 * t]) + k];
+        }
+        badNormals +=
+            std::abs(len - 1) > 1e-6 || std::abs(edge1) > 1e-4 || std::abs(edge2) > 1e-4 || out <= 0;
+    }
+    EXPECT_TRUE(got == expected);
+    EXPECT_EQ(badNormals, 0);
+}
+
+TEST_F(SurfaceWriter, IndependentReaderSeesTheSameMesh)
+{
+    const Mesh m = makeSphere(3);
+    write(m, path("s.ply"));
+    write(m, path("s.stl"));
+    const std::string plyText = readWithVtk(path("s.ply"));
+    if (plyText.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    const Mesh ply = parseVtkOutput(plyText);
+    EXPECT_EQ(ply.numVertices(), m.numVertices());
+    EXPECT_EQ(ply.numTriangles(), m.numTriangles());
+    EXPECT_TRUE(ply.xyz == m.xyz && ply.normals == m.normals && ply.tri == m.tri);
+
+    // The STL reader merges shared corners, so only the triangles' corner positions are comparable.
+    const Mesh stl = parseVtkOutput(readWithVtk(path("s.stl")));
+    EXPECT_EQ(stl.numTriangles(), m.numTriangles());
+    EXPECT_EQ(stl.numVertices(), m.numVertices());
+    EXPECT_TRUE(corners(stl) == corners(m));
+}
+
+TEST_F(SurfaceWriter, SurfacesWithoutNormalsOrTrianglesStayValid)
+{
+    Mesh bare = makeSphere(1);
+    bare.normals.clear();
+    // A collapsed triangle has no direction: its STL normal must be zero, not NaN.
+    bare.tri.insert(bare.tri.end(), {0, 0, 1});
+    write(bare, path("bare.ply"));
+    write(bare, path("bare.iv"));
+    write(bare, path("bare.stl"));
+    const Mesh ply = parsePly(slurp(path("bare.ply")), bare.numVertices(), bare.numTriangles());
+    EXPECT_TRUE(ply.xyz == bare.xyz && ply.tri == bare.tri);
+    EXPECT_EQ(ply.normals, std::vector<float>(bare.xyz.size(), 0.f));
+    const Mesh iv = parseIv(path("bare.iv"));
+    EXPECT_TRUE(iv.xyz == bare.xyz && iv.normals.empty() && iv.tri == bare.tri);
+    const std::string stl = slurp(path("bare.stl"));
+    EXPECT_EQ(stl.substr(stl.size() - 50, 12), std::string(12, '\0'));
+
+    const Mesh empty;
+    for (const char* name : {"e.ply", "e.stl", "e.off", "e.iv"}) write(empty, path(name));
+    EXPECT_EQ(slurp(path("e.ply")), plyHeader(0, 0));
+    EXPECT_EQ(slurp(path("e.stl")).size(), 84u);
+    EXPECT_EQ(le<uint32_t>(slurp(path("e.stl")), 80), 0u);
+    EXPECT_EQ(slurp(path("e.off")), "OFF\n0 0 0\n");
+    const Mesh iv0 = parseIv(path("e.iv"));
+    EXPECT_TRUE(iv0.xyz.empty() && iv0.tri.empty());
+}
+
+TEST_F(SurfaceWriter, RefusesInconsistentSurfacesWithoutWriting)
+{
+    Mesh m = makeSphere(1);
+    m.tri[7] = m.numVertices();
+    EXPECT_EQ(writeFails(m, path("s.ply")),
+              "cannot write " + path("s.ply") +
+                  ": triangle 2 refers to vertex 18, but the surface has 18 vertices");
+    m = makeSphere(1);
+    m.normals.resize(6);
+    EXPECT_EQ(writeFails(m, path("s.off")),
+              "cannot write " + path("s.off") + ": the surface has 2 normals for 18 vertices");
+    EXPECT_TRUE(entries(dir.path()).isEmpty());
+}
+
+TEST_F(SurfaceWriter, FailedWritesLeaveNothingBehindAndKeepTheOldFile)
+{
+    const Mesh m = makeSphere(4);
+    const QString missing = path("no/such/dir/s.ply");
+    EXPECT_EQ(writeFails(m, missing), "cannot write " + missing + ": No such file or directory");
+
+    ASSERT_TRUE(QDir(dir.path()).mkdir("taken.stl"));
+    EXPECT_EQ(writeFails(m, path("taken.stl")), "cannot write " + path("taken.stl") + ": Is a directory");
+    EXPECT_TRUE(entries(path("taken.stl")).isEmpty());
+
+    // A file-size limit makes the write fail halfway, as a full disk would.
+    const std::string old = "previous contents\n";
+    for (const char* name : {"old.ply", "old.stl", "old.off", "old.iv"}) {
+        std::ofstream(path(name).toStdString()) << old;
+        rlimit saved;
+        getrlimit(RLIMIT_FSIZE, &saved);
+        rlimit small = saved;
+        small.rlim_cur = 4096;
+        auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &small);
+        const QString error = writeFails(m, path(name));
+        setrlimit(RLIMIT_FSIZE, &saved);
+        std::signal(SIGXFSZ, oldHandler);
+        EXPECT_EQ(error, "cannot write " + path(name) + ": File too large");
+        EXPECT_EQ(slurp(path(name)), old) << name;
+    }
+    EXPECT_EQ(entries(dir.path()), QStringList({"old.iv", "old.off", "old.ply", "old.stl", "taken.stl"}));
+
+    // Without the limit the same call replaces the old file completely, keeping no tail of it.
+    const Mesh small = makeSphere(0);
+    write(m, path("old.off"));
+    write(small, path("old.off"));
+    const Mesh back = parseOff(slurp(path("old.off")));
+    EXPECT_TRUE(back.xyz == small.xyz && back.tri == small.tri);
+}
+
+} // namespace
