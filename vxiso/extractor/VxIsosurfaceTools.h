@@ -162,8 +162,24 @@ inline void edgeNodes(const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b)
     b = KxVec3i(cell.x + nb[0], cell.y + nb[1], cell.z + nb[2]);
 }
 
-// Vertex on a cut edge: parameter from the lower node, position and the negated, interpolated
-// gradient (not normalised), which points from higher toward lower values.
+// Parameter and position of the iso value on edge e of a cell, always measured from the edge's lower
+// node so that every cell sharing the edge gets the same point. a and b receive the end nodes.
+template <class Accessor>
+float interpolateEdge(const Accessor& acc, float iso, const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b,
+                      KxVec3f& position)
+{
+    edgeNodes(cell, edge, a, b);
+    const float fa = acc.value(a.x, a.y, a.z);
+    const float fb = acc.value(b.x, b.y, b.z);
+    const float t = (iso - fa) / (fb - fa);
+    const KxVec3f pa = acc.position(a.x, a.y, a.z);
+    const KxVec3f pb = acc.position(b.x, b.y, b.z);
+    position = KxVec3f(pa.x + t * (pb.x - pa.x), pa.y + t * (pb.y - pa.y), pa.z + t * (pb.z - pa.z));
+    return t;
+}
+
+// Vertex with the negated, interpolated gradient (not normalised), which points from higher toward
+// lower values.
 template <class Accessor>
 struct ComputeIntersection
 {
@@ -173,13 +189,7 @@ struct ComputeIntersection
                          KxVec3f& normal)
     {
         KxVec3i a, b;
-        edgeNodes(cell, edge, a, b);
-        const float fa = acc.value(a.x, a.y, a.z);
-        const float fb = acc.value(b.x, b.y, b.z);
-        const float t = (iso - fa) / (fb - fa);
-        const KxVec3f pa = acc.position(a.x, a.y, a.z);
-        const KxVec3f pb = acc.position(b.x, b.y, b.z);
-        position = KxVec3f(pa.x + t * (pb.x - pa.x), pa.y + t * (pb.y - pa.y), pa.z + t * (pb.z - pa.z));
+        const float t = interpolateEdge(acc, iso, cell, edge, a, b, position);
         const KxVec3f ga = acc.gradient(a.x, a.y, a.z);
         const KxVec3f gb = acc.gradient(b.x, b.y, b.z);
         normal = KxVec3f(-(ga.x + t * (gb.x - ga.x)), -(ga.y + t * (gb.y - ga.y)), -(ga.z + t * (gb.z - ga.z)));
@@ -187,7 +197,7 @@ struct ComputeIntersection
     }
 };
 
-// The same without gradients: every vertex gets the fixed normal (1, 0, 0), a placeholder that the
+// Vertex without gradients: every vertex gets the fixed normal (1, 0, 0), a placeholder that the
 // surface's own normals replace.
 template <class Accessor>
 struct ComputeIntersectionWithoutNormal
@@ -198,15 +208,8 @@ struct ComputeIntersectionWithoutNormal
                          KxVec3f& normal)
     {
         KxVec3i a, b;
-        edgeNodes(cell, edge, a, b);
-        const float fa = acc.value(a.x, a.y, a.z);
-        const float fb = acc.value(b.x, b.y, b.z);
-        const float t = (iso - fa) / (fb - fa);
-        const KxVec3f pa = acc.position(a.x, a.y, a.z);
-        const KxVec3f pb = acc.position(b.x, b.y, b.z);
-        position = KxVec3f(pa.x + t * (pb.x - pa.x), pa.y + t * (pb.y - pa.y), pa.z + t * (pb.z - pa.z));
         normal = KxVec3f(1.f, 0.f, 0.f);
-        return t;
+        return interpolateEdge(acc, iso, cell, edge, a, b, position);
     }
 };
 
