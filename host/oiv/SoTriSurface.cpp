@@ -1,5 +1,7 @@
 #include <oiv/SoTriSurface.h>
 
+#include <kx/KxMemory.h>
+
 #include <Inventor/SoPrimitiveVertex.h>
 #include <Inventor/actions/SoGLRenderAction.h>
 #include <Inventor/bundles/SoMaterialBundle.h>
@@ -50,22 +52,32 @@ SoTriSurface::SoTriSurface()
 
 SoTriSurface::~SoTriSurface() = default;
 
+// setValuesPointer ignores an empty block and leaves it to the caller, who has already handed it over.
+template <class Field, class Value>
+static void adopt(Field& field, int n, Value* block)
+{
+    if (n <= 0 || !block) {
+        field.setNum(0);
+        kxfree(block);
+        return;
+    }
+    field.setValuesPointer(n, block);
+    field.enableDeleteValues();
+}
+
 void SoTriSurface::adoptCoords(int n, float* xyz)
 {
-    coords.setValuesPointer(n, xyz);
-    coords.enableDeleteValues();
+    adopt(coords, n, xyz);
 }
 
 void SoTriSurface::adoptNormals(int n, float* xyz)
 {
-    normals.setValuesPointer(n, xyz);
-    normals.enableDeleteValues();
+    adopt(normals, n, xyz);
 }
 
 void SoTriSurface::adoptTriangles(int n, int32_t* ijk)
 {
-    triangles.setValuesPointer(n, ijk);
-    triangles.enableDeleteValues();
+    adopt(triangles, n, ijk);
 }
 
 void SoTriSurface::clearGeometry()
@@ -110,6 +122,21 @@ void SoTriSurface::generatePrimitives(SoAction* action)
     }
 }
 
+bool SoTriSurface::indicesInRange()
+{
+    // The node id changes with every edit of a field, so the scan runs once per change, not per frame.
+    if (m_rangeChecked && m_rangeCheckedId == getNodeId()) return m_indicesInRange;
+    const int nv = coords.getNum();
+    const int32_t* idx = triangles.getNum() ? triangles.getValues(0)->getValue() : nullptr;
+    const size_t n = size_t(triangles.getNum()) * 3;
+    bool inRange = true;
+    for (size_t i = 0; i < n && inRange; ++i) inRange = idx[i] >= 0 && idx[i] < nv;
+    m_indicesInRange = inRange;
+    m_rangeCheckedId = getNodeId();
+    m_rangeChecked = true;
+    return inRange;
+}
+
 void SoTriSurface::GLRender(SoGLRenderAction* action)
 {
     if (!shouldGLRender(action)) return;
@@ -129,7 +156,8 @@ void SoTriSurface::GLRender(SoGLRenderAction* action)
     const bool haveNormals = normals.getNum() == nv;
 
     glPushAttrib(GL_LIGHTING_BIT | GL_POLYGON_BIT | GL_POINT_BIT);
-    if (twoSidedLighting.getValue()) glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, GL_TRUE);
+    // Set both ways: an inherited shape hint may have switched two-sided lighting on.
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, twoSidedLighting.getValue() ? GL_TRUE : GL_FALSE);
     switch (drawStyle.getValue()) {
     case WIREFRAME: glPolygonMode(GL_FRONT_AND_BACK, GL_LINE); break;
     case POINTS: glPolygonMode(GL_FRONT_AND_BACK, GL_POINT); break;
@@ -151,13 +179,37 @@ void SoTriSurface::GLRender(SoGLRenderAction* action)
         for (int i = 0; i < nv; ++i) rgba[size_t(i)] = __builtin_bswap32(colors[i]);
         glColorPointer(4, GL_UNSIGNED_BYTE, 0, rgba.data());
     }
-    glDrawElements(GL_TRIANGLES, 3 * nt, GL_UNSIGNED_INT, triangles.getValues(0));
-    if (drawStyle.getValue() == SHADED_OUTLINED) {
+    // Indices read from a file may point past the vertices, and OpenGL would read outside the arrays:
+    // draw only the triangles that generatePrimitives() would produce.
+    const GLvoid* indices = triangles.getValues(0);
+    GLsizei count = 3 * nt;
+    static thread_local std::vector<int32_t> kept;
+    if (!indicesInRange()) {
+        kept.clear();
+        const SbVec3i32* t = triangles.getValues(0);
+        for (int f = 0; f < nt; ++f) {
+            const int32_t* idx = t[f].getValue();
+            if (idx[0] < 0 || idx[1] < 0 || idx[2] < 0 || idx[0] >= nv || idx[1] >= nv || idx[2] >= nv) continue;
+            kept.insert(kept.end(), idx, idx + 3);
+        }
+        indices = kept.data();
+        count = GLsizei(kept.size());
+    }
+    const bool outlined = drawStyle.getValue() == SHADED_OUTLINED;
+    // Push the faces back a little so that the edges drawn on them afterwards pass the depth test
+    // everywhere instead of fighting the faces for it.
+    if (outlined) {
+        glEnable(GL_POLYGON_OFFSET_FILL);
+        glPolygonOffset(1.f, 1.f);
+    }
+    glDrawElements(GL_TRIANGLES, count, GL_UNSIGNED_INT, indices);
+    if (outlined) {
+        glDisable(GL_POLYGON_OFFSET_FILL);
         glDisable(GL_LIGHTING);
         glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
         glColor3f(0.f, 0.f, 0.f);
         glDisableClientState(GL_COLOR_ARRAY);
-        glDrawElements(GL_TRIANGLES, 3 * nt, GL_UNSIGNED_INT, triangles.getValues(0));
+        glDrawElements(GL_TRIANGLES, count, GL_UNSIGNED_INT, indices);
     }
     glDisableClientState(GL_COLOR_ARRAY);
     glDisableClientState(GL_NORMAL_ARRAY);

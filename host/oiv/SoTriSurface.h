@@ -58,4 +58,11 @@ protected:
     void GLRender(SoGLRenderAction* action) override;
     void generatePrimitives(SoAction* action) override;
     void computeBBox(SoAction* action, SbBox3f& box, SbVec3f& center) override;
+
+private:
+    bool indicesInRange();
+
+    SbUniqueId m_rangeCheckedId = 0;
+    bool m_rangeChecked = false;
+    bool m_indicesInRange = true;
 };

@@ -1,0 +1,34 @@
+#pragma once
+#include <kx/KxMemory.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+class SoTriSurface;
+
+// A closed triangle surface as plain arrays: three floats per vertex, three indices per triangle.
+struct TestMesh
+{
+    std::vector<float> coords;
+    std::vector<float> normals;
+    std::vector<int32_t> triangles;
+
+    int numPoints() const { return int(coords.size() / 3); }
+    int numTriangles() const { return int(triangles.size() / 3); }
+};
+
+// Unit-radius sphere from a subdivided icosahedron, centred at the origin, triangles counter-clockwise
+// seen from outside, normals pointing out.
+TestMesh makeIcosphere(int subdivisions);
+
+// A copy of the values in a block from kxmalloc, as the surface node adopts it.
+template <class T> T* copyToBlock(const std::vector<T>& values)
+{
+    auto* block = static_cast<T*>(kxmalloc(values.size() * sizeof(T)));
+    if (block) std::memcpy(block, values.data(), values.size() * sizeof(T));
+    return block;
+}
+
+// A surface node that owns copies of the mesh's arrays, handed over through adopt*.
+SoTriSurface* makeSurface(const TestMesh& mesh);
