@@ -5,12 +5,21 @@
 #include <vxiso/extractor/VxIsosurfaceStandardCubes.h>
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 
+#include <vxiso/extractor/VxIsosurfaceParallelCompactCubes.h>
+#include <vxiso/extractor/VxIsosurfaceParallelStandardCubes.h>
+
+#include <kx/KxThread.h>
 #include <oiv/SoTriSurface.h>
 #include <vx/VxRegScalarField3.h>
 
 #include <QCoreApplication>
 
+#include <atomic>
+#include <thread>
+
 using vxiso::VxIsosurfaceCompactCubes;
+using vxiso::VxIsosurfaceParallelCompactCubes;
+using vxiso::VxIsosurfaceParallelStandardCubes;
 using vxiso::VxIsosurfaceStandardCubes;
 using vxiso::tools::CurvField3Accessor;
 using vxiso::tools::RegField3Accessor;
@@ -19,6 +28,46 @@ VxIsosurfaceExtractor::VxIsosurfaceExtractor(const VxRegScalarField3* field, SoT
                                              KxProgressInterface* progress)
     : m_field(field), m_surface(surface), m_progress(progress)
 {
+}
+
+namespace {
+
+std::atomic<unsigned> g_threadsForSlabs{0};
+
+// Runs the extraction on a thread of its own, so that the caller can keep forwarding progress.
+template <class Filter>
+class TaskRunner : public KxThread
+{
+public:
+    TaskRunner(VxIsosurfaceExtractor& extractor, const Filter& filter) : m_extractor(extractor), m_filter(filter) {}
+
+protected:
+    void run() override { m_extractor.doCompute(m_filter); }
+
+private:
+    VxIsosurfaceExtractor& m_extractor;
+    const Filter& m_filter;
+};
+
+} // namespace
+
+int VxIsosurfaceExtractor::splitAxis(int64_t nx, int64_t ny, int64_t nz)
+{
+    if (nx >= ny && nx >= nz) return 0;
+    return ny >= nz ? 1 : 2;
+}
+
+void VxIsosurfaceExtractor::setHardwareThreadsForSlabs(unsigned threads)
+{
+    g_threadsForSlabs = threads;
+}
+
+unsigned VxIsosurfaceExtractor::hardwareThreadsForSlabs()
+{
+    const unsigned forced = g_threadsForSlabs;
+    if (forced) return forced;
+    const unsigned n = std::thread::hardware_concurrency();
+    return n ? n : 1;
 }
 
 void VxIsosurfaceExtractor::compute()
@@ -37,7 +86,17 @@ void VxIsosurfaceExtractor::compute(const Filter& filter)
         m_progress->setProgressValue(0.f);
     }
 
-    doCompute(filter);
+    TaskRunner<Filter> worker(*this, filter);
+    worker.start();
+    float shown = 0.f;
+    while (!worker.wait(250)) {
+        const float value = m_workerProgress.getProgressValue();
+        if (m_progress && value > shown) {
+            m_progress->setProgressValue(value);
+            shown = value;
+        }
+    }
+    worker.wait();
 
     if (m_progress) {
         m_progress->setProgressValue(1.f);
@@ -72,19 +131,39 @@ void VxIsosurfaceExtractor::doCompute(const Filter& filter)
 template <class T, class Filter>
 void VxIsosurfaceExtractor::computeUniformScalarField3(const Filter& filter)
 {
-    if (compact == 0)
-        doComputeRegScalarField3<RegField3Accessor<T>, VxIsosurfaceStandardCubes>(filter);
-    else if (compact == 1)
-        doComputeRegScalarField3<RegField3Accessor<T>, VxIsosurfaceCompactCubes>(filter);
+    dispatchCubes<RegField3Accessor<T>>(filter);
 }
 
 template <class Filter>
 void VxIsosurfaceExtractor::computeCurvilinearScalarField3(const Filter& filter)
 {
-    if (compact == 0)
-        doComputeRegScalarField3<CurvField3Accessor, VxIsosurfaceStandardCubes>(filter);
-    else if (compact == 1)
-        doComputeRegScalarField3<CurvField3Accessor, VxIsosurfaceCompactCubes>(filter);
+    dispatchCubes<CurvField3Accessor>(filter);
+}
+
+template <class Accessor, class Filter>
+void VxIsosurfaceExtractor::dispatchCubes(const Filter& filter)
+{
+    if (numberOfCores == 1) {
+        if (compact == 0) doComputeRegScalarField3<Accessor, VxIsosurfaceStandardCubes>(filter);
+        else if (compact == 1) doComputeRegScalarField3<Accessor, VxIsosurfaceCompactCubes>(filter);
+        return;
+    }
+    const KxDim3l& d = m_field->getDims();
+    const int axis = splitAxis(d.nx, d.ny, d.nz);
+    if (compact == 0) doComputeRegScalarField3<Accessor, VxIsosurfaceParallelStandardCubes>(filter, axis);
+    else if (compact == 1) doComputeRegScalarField3<Accessor, VxIsosurfaceParallelCompactCubes>(filter, axis);
+}
+
+template <class Accessor, template <class, class> class Cubes, class Filter>
+void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter, int axis)
+{
+    m_splitAxis = axis;
+    switch (axis) {
+    case 0: computeParallel<Accessor, Cubes, Filter, vxiso::tools::Xaxis>(filter); break;
+    case 1: computeParallel<Accessor, Cubes, Filter, vxiso::tools::Yaxis>(filter); break;
+    case 2: computeParallel<Accessor, Cubes, Filter, vxiso::tools::Zaxis>(filter); break;
+    default: break;
+    }
 }
 
 template void VxIsosurfaceExtractor::compute(const vxiso::filter::UndefinedValue&);

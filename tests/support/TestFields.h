@@ -42,11 +42,12 @@ inline FieldFunc sphere(double cx, double cy, double cz, double r, double scale 
     };
 }
 
-inline FieldFunc torus(double cx, double cy, double cz, double big, double small)
+inline FieldFunc torus(double cx, double cy, double cz, double big, double small, double scale = 1.0,
+                       double offset = 0.0)
 {
     return [=](double x, double y, double z) {
         const double q = std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy)) - big;
-        return std::sqrt(q * q + (z - cz) * (z - cz)) - small;
+        return scale * (std::sqrt(q * q + (z - cz) * (z - cz)) - small) + offset;
     };
 }
 

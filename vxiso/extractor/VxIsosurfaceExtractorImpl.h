@@ -4,7 +4,13 @@
 #include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/extractor/VxIsosurfaceCompactCubes.h>
 #include <vxiso/extractor/VxIsosurfaceMarchingCubes.h>
+#include <vxiso/extractor/VxIsosurfaceParallelCompactCubes.h>
+#include <vxiso/extractor/VxIsosurfaceParallelStandardCubes.h>
 #include <vxiso/extractor/VxIsosurfaceStandardCubes.h>
+#include <vxiso/extractor/VxParallelIsosurfaceMarchingCubes.h>
+
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
 
 #include <oiv/SoTriSurface.h>
 
@@ -55,6 +61,40 @@ void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
     cubes.finish();
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
+    m_slabCount = 1;
+    handOver(cubes);
+}
+
+template <class Accessor, template <class, class> class Cubes, class Filter, class Axis>
+void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
+{
+    using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
+    using Emitter = Cubes<Tools, Axis>;
+    const Accessor accessor(*m_field);
+    const Tools tools(accessor, isoValue, filter);
+    Emitter cubes(tools, threshold);
+
+    const auto start = std::chrono::steady_clock::now();
+    const unsigned long n[3] = {(unsigned long)tools.nx, (unsigned long)tools.ny, (unsigned long)tools.nz};
+    // Slabs are at most extent / threads node layers thick; with 16 or fewer layers per thread the
+    // field is not split at all.
+    const unsigned long extent = n[Axis::index];
+    unsigned long threads = hardwareThreadsForSlabs();
+    if (extent / threads <= 16) threads = 1;
+    unsigned long grain[3] = {std::max(n[0], 1ul), std::max(n[1], 1ul), std::max(n[2], 1ul)};
+    grain[Axis::index] = std::max(extent / threads, 1ul);
+    const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(0, n[2], grain[2], 0, n[1], grain[1],
+                                                                                  0, n[0], grain[0]);
+    vxiso::SlabProgress progress(&m_workerProgress, int64_t(std::max(extent, 1ul)));
+    vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Emitter, Axis> body(tools, cubes, &progress);
+    tbb::affinity_partitioner partitioner;
+    tbb::parallel_for(range, body, partitioner);
+    m_slabCount = 0;
+    for (const auto& perThread : cubes.store) m_slabCount += perThread.size();
+    cubes.finishAll();
+
+    m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    m_degenerateCount += cubes.degenerateCount();
     handOver(cubes);
 }
 
@@ -90,7 +130,13 @@ void VxIsosurfaceExtractor::handOver(CubesType& cubes)
     }
 }
 
-// Explicit instantiations of one accessor for both filters and both cubes policies.
+// Explicit instantiations of one accessor for both filters, per cubes policy (and split axis).
+#define VXISO_INSTANTIATE_PARALLEL(Accessor, Cubes, Axis)                                                    \
+    template void VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::UndefinedValue, Axis>( \
+        const vxiso::filter::UndefinedValue&);                                                               \
+    template void                                                                                            \
+    VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::LabelIsoSurfaceFilter, Axis>(     \
+        const vxiso::filter::LabelIsoSurfaceFilter&);
 #define VXISO_INSTANTIATE_SEQUENTIAL(Accessor)                                                               \
     template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceStandardCubes, \
                                                                   vxiso::filter::UndefinedValue>(            \

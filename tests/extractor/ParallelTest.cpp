@@ -1,0 +1,280 @@
+// The parallel path must give the sequential surface, whatever the slabs.
+#include "../support/TestFields.h"
+
+#include <vxiso/VxIsosurfaceExtractor.h>
+#include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
+
+#include <kx/KxHandle.h>
+#include <oiv/OivInit.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+#include <thread>
+
+using namespace vxtest;
+using vxiso::tools::RegField3Accessor;
+
+namespace {
+
+struct Result
+{
+    Mesh mesh;
+    unsigned long long dropped = 0;
+    std::size_t slabs = 0;
+    int axis = -1;
+};
+
+template <class Filter>
+Result run(const VxRegScalarField3& field, const Filter& filter, int compact, int64_t cores)
+{
+    oivInit();
+    KxHandle<SoTriSurface> surface = new SoTriSurface;
+    VxIsosurfaceExtractor x(&field, surface, nullptr);
+    x.isoValue = 0.f;
+    x.compact = compact;
+    x.threshold = 0.5f;
+    x.numberOfCores = cores;
+    x.compute(filter);
+    return {meshOf(*surface), x.getDegenerateCount(), x.getSlabCount(), x.getSplitAxis()};
+}
+
+// Positions of the vertices that triangles use.
+std::multiset<std::vector<float>> referencedVertices(const Mesh& m)
+{
+    std::set<int> used;
+    for (const KxVec3i& t : m.triangles) used.insert({t.x, t.y, t.z});
+    std::multiset<std::vector<float>> out;
+    for (int v : used) out.insert({m.coords[std::size_t(v)].x, m.coords[std::size_t(v)].y, m.coords[std::size_t(v)].z});
+    return out;
+}
+
+std::multiset<std::vector<float>> allVertices(const Mesh& m)
+{
+    std::multiset<std::vector<float>> out;
+    for (const KxVec3f& p : m.coords) out.insert({p.x, p.y, p.z});
+    return out;
+}
+
+// A field with several closed pieces, longest along the given axis, some nodes undefined.
+KxHandle<VxUniformScalarField3> field(int longAxis, bool undefined)
+{
+    int n[3] = {23, 21, 19};
+    n[longAxis] = 70;
+    FieldFunc f = [=](double x, double y, double z) {
+        const double p[3] = {x, y, z};
+        double c[3] = {11, 10, 9};
+        double best = 1e9;
+        for (int b = 0; b < 4; ++b) { // four balls strung along the long axis
+            c[longAxis] = 9.3 + 16.7 * b;
+            const double d = std::sqrt((p[0] - c[0]) * (p[0] - c[0]) + (p[1] - c[1]) * (p[1] - c[1]) +
+                                       (p[2] - c[2]) * (p[2] - c[2])) - 7.2;
+            best = std::min(best, d);
+        }
+        return best;
+    };
+    KxHandle<VxUniformScalarField3> fld = makeField<float>(n[0], n[1], n[2], f);
+    if (undefined) {
+        auto* v = static_cast<float*>(fld->lattice().dataPtr());
+        std::mt19937 rng(3);
+        for (int i = 0; i < 300; ++i) v[rng() % uint32_t(fld->getDims().count())] = -77.f;
+        fld->setUndefinedValue(-77.0);
+    }
+    return fld;
+}
+
+class SlabThreads : public ::testing::Test
+{
+protected:
+    void TearDown() override { VxIsosurfaceExtractor::setHardwareThreadsForSlabs(0); }
+};
+
+} // namespace
+
+TEST_F(SlabThreads, StandardCubesEqualSequentialForEveryAxisAndSlabCount)
+{
+    for (int axis = 0; axis < 3; ++axis)
+        for (bool undefined : {false, true}) {
+            KxHandle<VxUniformScalarField3> f = field(axis, undefined);
+            const vxiso::filter::UndefinedValue filter(*f);
+            const Result seq = run(*f, filter, 0, 1);
+            std::set<std::size_t> slabCounts;
+            for (unsigned threads : {1u, 2u, 3u, 4u}) {
+                SCOPED_TRACE("axis " + std::to_string(axis) + " undefined " + std::to_string(undefined) +
+                             " threads " + std::to_string(threads));
+                VxIsosurfaceExtractor::setHardwareThreadsForSlabs(threads);
+                const Result par = run(*f, filter, 0, 2);
+                EXPECT_EQ(par.axis, axis);
+                slabCounts.insert(par.slabs);
+                EXPECT_EQ(par.mesh.coords.size(), seq.mesh.coords.size()); // no duplicated vertex
+                EXPECT_EQ(allVertices(par.mesh), allVertices(seq.mesh));
+                EXPECT_EQ(triangleSet(par.mesh), triangleSet(seq.mesh));
+            }
+            EXPECT_GE(slabCounts.size(), 2u); // the hook really cut the field differently
+        }
+}
+
+TEST_F(SlabThreads, CompactCubesMatchSequentialUpToOrder)
+{
+    for (int axis = 0; axis < 3; ++axis)
+        for (bool undefined : {false, true}) {
+            KxHandle<VxUniformScalarField3> f = field(axis, undefined);
+            const vxiso::filter::UndefinedValue filter(*f);
+            const Result seq = run(*f, filter, 1, 1);
+            for (unsigned threads : {1u, 3u, 4u}) {
+                SCOPED_TRACE("axis " + std::to_string(axis) + " threads " + std::to_string(threads));
+                VxIsosurfaceExtractor::setHardwareThreadsForSlabs(threads);
+                const Result par = run(*f, filter, 1, 2);
+                EXPECT_EQ(referencedVertices(par.mesh), allVertices(seq.mesh));
+                EXPECT_EQ(triangleSet(par.mesh), triangleSet(seq.mesh));
+                EXPECT_EQ(par.dropped, seq.dropped);
+            }
+        }
+}
+
+TEST_F(SlabThreads, LabelMaskRestrictsTheParallelSurfaceLikeTheSequentialOne)
+{
+    KxHandle<VxUniformScalarField3> f = field(2, false);
+    const KxDim3l& d = f->getDims();
+    VxLabelLattice3 labels(d);
+    for (int64_t i = 0; i < d.count(); ++i) labels.setLabel(i, (i / 7) % 3 ? 1 : 0);
+    const vxiso::filter::LabelIsoSurfaceFilter filter(*f, &labels);
+    VxIsosurfaceExtractor::setHardwareThreadsForSlabs(3);
+    for (int compact : {0, 1}) {
+        const Result seq = run(*f, filter, compact, 1);
+        const Result par = run(*f, filter, compact, 2);
+        EXPECT_GT(par.slabs, 1u);
+        EXPECT_EQ(triangleSet(par.mesh), triangleSet(seq.mesh)) << "compact " << compact;
+        const Result unmasked = run(*f, vxiso::filter::UndefinedValue(*f), compact, 1);
+        EXPECT_LT(seq.mesh.triangles.size(), unmasked.mesh.triangles.size());
+    }
+}
+
+TEST_F(SlabThreads, FewLayersPerThreadMakeOneSlabEqualToSequential)
+{
+    KxHandle<VxUniformScalarField3> f = makeField<short>(30, 20, 20, sphere(14, 9.5, 9.5, 7, 100));
+    VxIsosurfaceExtractor::setHardwareThreadsForSlabs(2); // 30 / 2 = 15 layers: not split
+    for (int compact : {0, 1}) {
+        const Result seq = run(*f, vxiso::filter::UndefinedValue(*f), compact, 1);
+        const Result par = run(*f, vxiso::filter::UndefinedValue(*f), compact, 2);
+        EXPECT_EQ(par.slabs, 1u);
+        ASSERT_EQ(par.mesh.coords.size(), seq.mesh.coords.size());
+        ASSERT_EQ(par.mesh.triangles.size(), seq.mesh.triangles.size());
+        EXPECT_EQ(0, memcmp(par.mesh.coords.data(), seq.mesh.coords.data(), seq.mesh.coords.size() * sizeof(KxVec3f)));
+        EXPECT_EQ(0, memcmp(par.mesh.triangles.data(), seq.mesh.triangles.data(),
+                            seq.mesh.triangles.size() * sizeof(KxVec3i)));
+    }
+}
+
+// Drives the slab body directly with chosen slabs, run from several threads in shuffled order: the
+// merge must not depend on how the range was cut or who ran what.
+template <template <class, class> class Cubes, class Axis>
+Mesh runSlabs(const VxRegScalarField3& f, const std::vector<unsigned long>& cuts, unsigned seed, float s,
+              unsigned long long* dropped)
+{
+    using Accessor = RegField3Accessor<float>;
+    using Filter = vxiso::filter::UndefinedValue;
+    using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
+    const Accessor accessor(f);
+    const Filter filter(f);
+    const Tools tools(accessor, 0.f, filter);
+    Cubes<Tools, Axis> cubes(tools, s);
+    vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Cubes<Tools, Axis>, Axis> body(tools, cubes, nullptr);
+    const unsigned long n[3] = {(unsigned long)tools.nx, (unsigned long)tools.ny, (unsigned long)tools.nz};
+    std::vector<tbb::blocked_range3d<unsigned long, unsigned long, unsigned long>> ranges;
+    for (std::size_t c = 0; c + 1 < cuts.size(); ++c) {
+        unsigned long lo[3] = {0, 0, 0}, hi[3] = {n[0], n[1], n[2]};
+        lo[Axis::index] = cuts[c];
+        hi[Axis::index] = cuts[c + 1];
+        ranges.emplace_back(lo[2], hi[2], lo[1], hi[1], lo[0], hi[0]);
+    }
+    std::shuffle(ranges.begin(), ranges.end(), std::mt19937(seed));
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 3; ++t)
+        threads.emplace_back([&, t] {
+            for (std::size_t r = t; r < ranges.size(); r += 3) body(ranges[r]);
+        });
+    for (auto& th : threads) th.join();
+    cubes.finishAll();
+    Mesh m;
+    m.coords.assign(cubes.vertexCoords().begin(), cubes.vertexCoords().end());
+    m.triangles.assign(cubes.triangleArray().begin(), cubes.triangleArray().end());
+    if (dropped) *dropped = cubes.degenerateCount();
+    std::vector<KxVec3i> kept;
+    for (const KxVec3i& t : m.triangles)
+        if (!vxiso::tools::isDegenerate(t)) kept.push_back(t);
+        else if (dropped) ++*dropped;
+    m.triangles = kept;
+    return m;
+}
+
+TEST(ParallelSlabs, AnySetOfSlabsGivesTheSequentialSurface)
+{
+    KxHandle<VxUniformScalarField3> f = field(1, true);
+    const unsigned long ny = (unsigned long)f->getDims().ny;
+    const vxiso::filter::UndefinedValue filter(*f);
+    const Result seqStd = run(*f, filter, 0, 1);
+    const Result seqCC = run(*f, filter, 1, 1);
+    const Result seqZero = [&] {
+        oivInit();
+        KxHandle<SoTriSurface> s = new SoTriSurface;
+        VxIsosurfaceExtractor x(f, s, nullptr);
+        x.compact = 1;
+        x.threshold = 0.f;
+        x.compute();
+        return Result{meshOf(*s), x.getDegenerateCount(), 1, -1};
+    }();
+    // 1, 2, 3, 7 and 16 slabs, some of them one or two layers thin.
+    const std::vector<std::vector<unsigned long>> plans = {
+        {0, ny},
+        {0, 35, ny},
+        {0, 1, 2, ny},
+        {0, 9, 10, 20, 33, 41, 60, ny},
+        {0, 4, 8, 12, 16, 20, 24, 28, 32, 36, 40, 44, 48, 52, 56, 69, ny},
+    };
+    for (std::size_t p = 0; p < plans.size(); ++p) {
+        SCOPED_TRACE("plan with " + std::to_string(plans[p].size() - 1) + " slabs");
+        const Mesh a = runSlabs<vxiso::VxIsosurfaceParallelStandardCubes, vxiso::tools::Yaxis>(*f, plans[p], unsigned(p), 0.5f, nullptr);
+        EXPECT_EQ(a.coords.size(), seqStd.mesh.coords.size());
+        EXPECT_EQ(triangleSet(a), triangleSet(seqStd.mesh));
+        unsigned long long dropped = 0;
+        const Mesh b = runSlabs<vxiso::VxIsosurfaceParallelCompactCubes, vxiso::tools::Yaxis>(*f, plans[p], unsigned(p), 0.5f, &dropped);
+        EXPECT_EQ(referencedVertices(b), allVertices(seqCC.mesh));
+        EXPECT_EQ(triangleSet(b), triangleSet(seqCC.mesh));
+        EXPECT_EQ(dropped, seqCC.dropped);
+        const Mesh c = runSlabs<vxiso::VxIsosurfaceParallelCompactCubes, vxiso::tools::Yaxis>(*f, plans[p], unsigned(p), 0.f, nullptr);
+        EXPECT_EQ(triangleSet(c), triangleSet(seqZero.mesh));
+    }
+}
+
+TEST(ParallelSlabs, RepeatedRunsAreByteIdentical)
+{
+    KxHandle<VxUniformScalarField3> f = makeField<unsigned char>(90, 40, 36, torus(45, 19.5, 17.5, 14, 5, 10, 100));
+    VxIsosurfaceExtractor::setHardwareThreadsForSlabs(4);
+    for (int compact : {0, 1}) {
+        Result first;
+        for (int run20 = 0; run20 < 20; ++run20) {
+            oivInit();
+            KxHandle<SoTriSurface> s = new SoTriSurface;
+            VxIsosurfaceExtractor x(f, s, nullptr);
+            x.isoValue = 100.f;
+            x.compact = compact;
+            x.numberOfCores = 0;
+            x.compute();
+            const Result r{meshOf(*s), x.getDegenerateCount(), x.getSlabCount(), x.getSplitAxis()};
+            if (run20 == 0) {
+                first = r;
+                EXPECT_GT(r.slabs, 1u);
+                continue;
+            }
+            ASSERT_EQ(r.mesh.coords.size(), first.mesh.coords.size());
+            ASSERT_EQ(r.mesh.triangles.size(), first.mesh.triangles.size());
+            ASSERT_EQ(0, memcmp(r.mesh.coords.data(), first.mesh.coords.data(), r.mesh.coords.size() * sizeof(KxVec3f)));
+            ASSERT_EQ(0, memcmp(r.mesh.normals.data(), first.mesh.normals.data(), r.mesh.normals.size() * sizeof(KxVec3f)));
+            ASSERT_EQ(0, memcmp(r.mesh.triangles.data(), first.mesh.triangles.data(),
+                                r.mesh.triangles.size() * sizeof(KxVec3i)));
+        }
+    }
+    VxIsosurfaceExtractor::setHardwareThreadsForSlabs(0);
+}

@@ -1,0 +1,101 @@
+#pragma once
+#include <vxiso/extractor/VxIsosurfaceAxis.h>
+#include <vxiso/extractor/VxIsosurfaceMarchingCubes.h>
+
+#include <tbb/blocked_range3d.h>
+#include <tbb/enumerable_thread_specific.h>
+
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <vector>
+
+namespace vxiso {
+
+// Progress of a parallel traversal: node layers done along the split axis, out of all of them.
+class SlabProgress
+{
+public:
+    SlabProgress(KxProgressInterface* sink, int64_t layers) : m_sink(sink), m_layers(layers) {}
+    void slabDone(int64_t layers)
+    {
+        const int64_t done = m_done.fetch_add(layers, std::memory_order_relaxed) + layers;
+        if (m_sink) m_sink->setProgressValue(float(std::min(done, m_layers)) / float(m_layers));
+    }
+
+private:
+    KxProgressInterface* m_sink;
+    int64_t m_layers;
+    std::atomic<int64_t> m_done{0};
+};
+
+// Collects every slab record of an emitter's thread-local store, sorted by first layer, with the
+// running vertex and triangle offsets set and each record linked to the slab that ends where it
+// begins. The order is that of the layers, whatever order the slabs ran in.
+template <class Record, class Store, class VertexCount>
+std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t& vertices, uint64_t& triangles)
+{
+    std::vector<Record*> slabs;
+    for (std::vector<Record>& perThread : store)
+        for (Record& r : perThread) slabs.push_back(&r);
+    std::sort(slabs.begin(), slabs.end(), [](const Record* a, const Record* b) { return a->firstLayer < b->firstLayer; });
+    std::map<uint64_t, const Record*> byLastLayer;
+    vertices = triangles = 0;
+    for (Record* r : slabs) {
+        r->vertexOffset = vertices;
+        r->triangleOffset = triangles;
+        vertices += vertexCount(*r);
+        triangles += r->triangles.size();
+        byLastLayer[r->lastLayer] = r;
+    }
+    for (Record* r : slabs) {
+        const auto below = byLastLayer.find(r->firstLayer);
+        r->previous = below == byLastLayer.end() || below->second == r ? nullptr : below->second;
+    }
+    return slabs;
+}
+
+// One slab of the parallel traversal: the sequential traversal on a box of node layers along the
+// split axis, writing into a record of its own. Copies share the tools, the emitter and the progress.
+template <class Tools, class Cubes, class Axis>
+class VxParallelIsosurfaceMarchingCubes
+{
+public:
+    using Range = tbb::blocked_range3d<unsigned long, unsigned long, unsigned long>;
+    using Record = typename Cubes::ThreadSpecificData;
+
+    VxParallelIsosurfaceMarchingCubes(const Tools& tools, Cubes& cubes, SlabProgress* progress)
+        : m_tools(tools), m_cubes(cubes), m_progress(progress)
+    {
+    }
+
+    void operator()(const Range& r) const
+    {
+        KxBox3i box(int(r.cols().begin()), int(r.cols().end()), int(r.rows().begin()), int(r.rows().end()),
+                    int(r.pages().begin()), int(r.pages().end()));
+        // A slab owning node layers [begin, end) also reads layer end, the first of the next slab.
+        if (box.xmax < m_tools.nx) box.xmax += 1;
+        if (box.ymax < m_tools.ny) box.ymax += 1;
+        if (box.zmax < m_tools.nz) box.zmax += 1;
+
+        std::vector<Record>& mine = m_cubes.store.local();
+        mine.emplace_back();
+        Record& record = mine.back();
+        const int s = Axis::index;
+        record.firstLayer = uint64_t(box.min(s));
+        record.lastLayer = uint64_t(box.max(s) - 1);
+        m_cubes.prepare(record);
+
+        // Traversal state belongs to the slab: nothing of it is shared between threads.
+        VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(m_tools, m_cubes);
+        marchingCubes.computeBox(box, record);
+        if (m_progress) m_progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
+    }
+
+private:
+    const Tools& m_tools;
+    Cubes& m_cubes;
+    SlabProgress* m_progress;
+};
+
+} // namespace vxiso
