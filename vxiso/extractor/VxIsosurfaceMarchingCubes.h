@@ -44,7 +44,8 @@ private:
     template <class UserData>
     void computeRow(const KxBox3i& box, int j, int k, UserData& userData);
     template <class UserData>
-    int vertexFor(const KxBox3i& box, const KxVec3i& cell, int edge, std::size_t pos, UserData& userData);
+    int vertexFor(const KxBox3i& box, const KxVec3i& cell, int edge, std::size_t rowPos, std::size_t slicePos,
+                  UserData& userData);
 
     void sizeBuffers(int cellsX, int cellsY);
 
@@ -92,7 +93,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, Use
     if (cellsX <= 0 || cellsY <= 0 || cellsZ <= 0) return;
 
     sizeBuffers(cellsX, cellsY);
-    m_index.reset();
+    m_index.beginBox(m_tools.accessor, m_tools.iso, box);
     m_cubes.beginBox(m_tools, box, userData);
     m_slicesDone = 0;
 
@@ -109,6 +110,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, Use
         }
         std::swap(m_prevSlice, m_curSlice);
         ++m_slicesDone;
+        m_index.nextSlice(m_tools.accessor, m_tools.iso, k);
     }
     if (progress) progress->setProgressValue(1.f);
 }
@@ -118,20 +120,21 @@ template <class UserData>
 void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int j, int k, UserData& userData)
 {
     using namespace tables;
-    const typename Tools::Accessor& acc = m_tools.accessor;
-    std::size_t rowPos = 0;
-    m_cellsDone = 0;
-    for (int i = box.xmin; i < box.xmax - 1; ++i, rowPos += 4, m_slicePos += 4, ++m_cellsDone) {
+    const std::size_t sliceBase = m_slicePos;
+    m_slicePos += 4 * std::size_t(box.xmax - 1 - box.xmin);
+    // Empty cells are never visited: their buffer slots stay stale, which is safe because no
+    // neighbour asks for an edge that is not cut.
+    m_index.forEachCutCell(j, [&](int i, unsigned c) {
         const KxVec3i cell(i, j, k);
-        unsigned c = m_tools.filter.acceptCell(cell) ? m_index.computeIndex(acc, m_tools.iso, cell) : 0u;
+        if (!m_tools.filter.acceptCell(cell)) return;
+        const std::size_t rowPos = 4 * std::size_t(i - box.xmin);
+        const std::size_t slicePos = sliceBase + rowPos;
+        m_cellsDone = i - box.xmin;
         const int* row = g_marchingCases[c];
         const int nEdges = row[EDGE_COUNT];
-        // An uncut cell leaves its buffer slots stale; no neighbour asks for an edge that is not cut.
-        if (nEdges == 0) continue;
-
         for (int n = 0; n < nEdges; ++n) {
             const int e = row[EDGES + n];
-            m_edge[e] = vertexFor(box, cell, e, rowPos, userData);
+            m_edge[e] = vertexFor(box, cell, e, rowPos, slicePos, userData);
         }
 
         m_prevCell[0] = m_edge[2];
@@ -143,7 +146,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         r[1] = m_edge[3];
         r[2] = m_edge[12];
         r[3] = m_edge[7];
-        int* s = m_curSlice + m_slicePos;
+        int* s = m_curSlice + slicePos;
         s[0] = m_edge[5];
         s[1] = m_edge[6];
         s[2] = m_edge[7];
@@ -156,7 +159,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
             if (tri.x == REJECTED || tri.y == REJECTED || tri.z == REJECTED) continue;
             m_cubes.addTriangle(m_tools, cell, edges, tri, userData);
         }
-    }
+    });
 }
 
 // Index of the vertex on edge e of the cell: rejected by the filter, taken from a neighbour that
@@ -164,7 +167,8 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
 template <class Tools, class Cubes>
 template <class UserData>
 int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const KxVec3i& cell, int e,
-                                                       std::size_t rowPos, UserData& userData)
+                                                       std::size_t rowPos, std::size_t slicePos,
+                                                       UserData& userData)
 {
     if (m_tools.filter.active()) {
         KxVec3i a, b;
@@ -175,7 +179,7 @@ int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const
     const bool prevRow = m_rowsDone > 0;
     const bool prevSlice = m_slicesDone > 0;
     const int* pr = m_prevRow + rowPos;
-    const int* ps = m_prevSlice + m_slicePos;
+    const int* ps = m_prevSlice + slicePos;
     int v = NOT_MADE;
     switch (e) {
     case 1: v = prevRow ? pr[1] : prevSlice ? ps[0] : NOT_MADE; break;

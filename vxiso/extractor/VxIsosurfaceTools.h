@@ -7,6 +7,8 @@
 #include <vx/VxRegScalarField3.h>
 
 #include <cstdint>
+#include <cstring>
+#include <vector>
 
 // Policies of the marching-cubes traversals. Everything here is resolved at compile time so that the
 // per-cell code is inlined: no virtual calls, no allocation, no bounds checks.
@@ -65,6 +67,14 @@ public:
                        m_origin.z + float(k) * m_voxelSize.z);
     }
 
+    // above[x] = 1 where node (i0 + x, j, k) lies above iso, for n nodes; a loop the compiler
+    // vectorises.
+    void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
+    {
+        const T* row = m_data + index(i0, j, k);
+        for (int x = 0; x < n; ++x) above[x] = float(row[x]) > iso;
+    }
+
     // Central differences, one-sided on the border, divided by the steps taken times the spacing.
     KxVec3f gradient(int i, int j, int k) const
     {
@@ -105,6 +115,10 @@ public:
     int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
     float value(int i, int j, int k) const { return m_field->evalReg(i, j, k); }
     double exactValue(int i, int j, int k) const { return m_field->evalRegDouble(i, j, k); }
+    void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
+    {
+        for (int x = 0; x < n; ++x) above[x] = value(i0 + x, j, k) > iso;
+    }
     KxVec3f position(int i, int j, int k) const
     {
         const float* p = m_positions + 3 * index(i, j, k);
@@ -119,7 +133,10 @@ private:
     KxDArray<float> m_ownPositions;
 };
 
-// Case index of a cell, reusing the shared face of the cell before it in the same row.
+// Case index of a cell. Two ways, with the same results: computeIndex classifies one cell, reusing
+// the shared face of the cell before it in the same row; the scan-line interface classifies whole
+// node rows of a slice into bits once, so that a row of cells is walked by its non-empty cells only,
+// 64 cells per test, and each index is assembled from bits without reading a value.
 template <class Accessor>
 class ComputeIndexScanline
 {
@@ -148,9 +165,84 @@ public:
     }
     void reset() { m_last = KxVec3i(INT32_MIN, INT32_MIN, INT32_MIN); }
 
+    // Scan lines of a box: node rows of slices k and k + 1, one bit per node.
+    void beginBox(const Accessor& a, float iso, const KxBox3i& box)
+    {
+        m_box = box;
+        m_nodesX = box.xmax - box.xmin;
+        m_words = (m_nodesX + 63) / 64;
+        const std::size_t rowsPerSlice = std::size_t(box.ymax - box.ymin);
+        for (auto& s : m_slices) s.assign(rowsPerSlice * std::size_t(m_words), 0);
+        m_bytes.assign(std::size_t(m_words) * 64, 0);
+        classifySlice(a, iso, box.zmin, m_slices[0]);
+        if (box.zmax - box.zmin > 1) classifySlice(a, iso, box.zmin + 1, m_slices[1]);
+    }
+    // Moves on from slice k to k + 1.
+    void nextSlice(const Accessor& a, float iso, int k)
+    {
+        m_slices[0].swap(m_slices[1]);
+        if (k + 2 < m_box.zmax) classifySlice(a, iso, k + 2, m_slices[1]);
+    }
+
+    // Calls f(i, index) for every cell of row (j, k) that some surface crosses, in order of i.
+    template <class F>
+    void forEachCutCell(int j, F&& f) const
+    {
+        const std::size_t r = std::size_t(j - m_box.ymin) * std::size_t(m_words);
+        const uint64_t* a = m_slices[0].data() + r; // (j, k)
+        const uint64_t* b = a + m_words;             // (j + 1, k)
+        const uint64_t* c = m_slices[1].data() + r; // (j, k + 1)
+        const uint64_t* d = c + m_words;             // (j + 1, k + 1)
+        const int cells = m_nodesX - 1;
+        for (int w = 0; w * 64 < cells; ++w) {
+            // A cell is empty when its eight nodes agree: the nodes at x and x + 1 in all four rows.
+            const uint64_t all = a[w] & b[w] & c[w] & d[w], any = a[w] | b[w] | c[w] | d[w];
+            uint64_t allNext = all >> 1, anyNext = any >> 1;
+            if (w + 1 < m_words) {
+                allNext |= (a[w + 1] & b[w + 1] & c[w + 1] & d[w + 1]) << 63;
+                anyNext |= (a[w + 1] | b[w + 1] | c[w + 1] | d[w + 1]) << 63;
+            }
+            uint64_t cut = ~((all & allNext) | (~any & ~anyNext));
+            const int left = cells - w * 64;
+            if (left < 64) cut &= (uint64_t(1) << left) - 1;
+            while (cut) {
+                const int bit = __builtin_ctzll(cut);
+                cut &= cut - 1;
+                const int x = w * 64 + bit;
+                f(m_box.xmin + x, bit_(a, x) | bit_(a, x + 1) << 1 | bit_(b, x + 1) << 2 | bit_(b, x) << 3 |
+                                      bit_(c, x) << 4 | bit_(c, x + 1) << 5 | bit_(d, x + 1) << 6 | bit_(d, x) << 7);
+            }
+        }
+    }
+
 private:
+    static unsigned bit_(const uint64_t* row, int x) { return unsigned(row[x >> 6] >> (x & 63)) & 1u; }
+
+    void classifySlice(const Accessor& a, float iso, int k, std::vector<uint64_t>& out)
+    {
+        uint64_t* words = out.data();
+        for (int j = m_box.ymin; j < m_box.ymax; ++j, words += m_words) {
+            a.classifyRow(m_box.xmin, m_nodesX, j, k, iso, m_bytes.data());
+            // Eight 0/1 bytes to eight bits: the multiplier moves byte n to bit 56 + n.
+            for (int w = 0; w < m_words; ++w) {
+                uint64_t bits = 0;
+                for (int g = 0; g < 8; ++g) {
+                    uint64_t eight;
+                    std::memcpy(&eight, m_bytes.data() + 64 * w + 8 * g, 8);
+                    bits |= ((eight * 0x0102040810204080ull) >> 56) << (8 * g);
+                }
+                words[w] = bits;
+            }
+        }
+    }
+
     KxVec3i m_last{INT32_MIN, INT32_MIN, INT32_MIN};
     unsigned m_lastIndex = 0;
+    KxBox3i m_box;
+    int m_nodesX = 0, m_words = 0;
+    std::vector<uint64_t> m_slices[2];
+    // Zero past the row's end, so that the packing never sees stale bytes.
+    std::vector<unsigned char> m_bytes;
 };
 
 // End nodes of edge e of a cell, in grid indices.
