@@ -104,3 +104,30 @@ TEST(Tools, DegenerateTriangles)
     EXPECT_TRUE(isDegenerate({2, 1, 1}));
     EXPECT_FALSE(isDegenerate({0, 1, 2}));
 }
+
+TEST(Tools, ScanLinesVisitExactlyTheCutCellsWithTheirIndex)
+{
+    // Rows longer than one 64-bit word, boxes that start inside the grid, runs of empty cells.
+    std::mt19937 rng(5);
+    KxHandle<VxUniformScalarField3> field = makeField<short>(157, 6, 5, [&](double x, double y, double) {
+        if (x > 60 && x < 130) return 0.0;          // a long empty run
+        return double(int(rng() % 7) - 3 + int(y)); // mixed elsewhere
+    });
+    RegField3Accessor<short> acc(*field);
+    for (const KxBox3i& box : {KxBox3i(0, 157, 0, 6, 0, 5), KxBox3i(3, 129, 1, 6, 1, 4), KxBox3i(63, 66, 0, 2, 0, 2)}) {
+        ComputeIndexScanline<RegField3Accessor<short>> lines, single;
+        lines.beginBox(acc, 0.5f, box);
+        for (int k = box.zmin; k < box.zmax - 1; ++k) {
+            for (int j = box.ymin; j < box.ymax - 1; ++j) {
+                std::vector<std::pair<int, unsigned>> visited, expected;
+                lines.forEachCutCell(j, [&](int i, unsigned c) { visited.emplace_back(i, c); });
+                for (int i = box.xmin; i < box.xmax - 1; ++i) {
+                    const unsigned c = single.computeIndex(acc, 0.5f, {i, j, k});
+                    if (c != 0 && c != 255) expected.emplace_back(i, c);
+                }
+                ASSERT_EQ(visited, expected) << "row " << j << " slice " << k;
+            }
+            lines.nextSlice(acc, 0.5f, k);
+        }
+    }
+}
