@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps configure build test demo bench clean tsan
+.PHONY: all deps configure build test demo bench peer-bench clean tsan
 
 all: build
 
@@ -26,6 +26,12 @@ demo: build
 
 bench: build
 	$(BUILD)/bin/vxiso_bench --benchmark_counters_tabular=true
+
+# Side by side with VTK's flying edges; built only where VTK 9 (libvtk9-dev) is installed.
+peer-bench: deps configure
+	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_peer_bench || \
+	  { echo "peer-bench: vxiso_peer_bench did not build (it needs VTK 9: libvtk9-dev)"; exit 1; }
+	$(BUILD)/bin/vxiso_peer_bench
 
 clean:
 	rm -rf $(BUILD)

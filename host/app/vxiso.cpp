@@ -1,6 +1,7 @@
 // vxiso: the one-line command for the everyday job, e.g.
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
 #include <io/VxBuiltinField.h>
+#include <io/VxNiftiReader.h>
 #include <io/VxRawReader.h>
 #include <io/VxSurfaceWriter.h>
 #include <kx/KxException.h>
@@ -10,12 +11,17 @@
 #include <vx/VxRegScalarField3.h>
 #include <vxiso/VxIsosurfaceExtractor.h>
 
+#include <tbb/global_control.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -31,6 +37,8 @@ const char* kUsage =
     "extension picks the format: .ply (binary), .stl (binary), .off or .iv.\n"
     "\n"
     "INPUT is one of:\n"
+    "  FILE.nii, FILE.nii.gz, FILE.hdr or FILE.img   a NIfTI-1 or NIfTI-2 volume; the header gives\n"
+    "      dimensions, type, spacing and placement; -t compares with the values as stored\n"
     "  --raw FILE --dims NX NY NZ --type TYPE   a headerless volume (x fastest, native byte order);\n"
     "      TYPE is uint8, int8, uint16, int16, uint32, int32, float32 or float64\n"
     "      [--spacing SX SY SZ] [--origin X Y Z]   node spacing and first node (default 1 1 1, 0 0 0)\n"
@@ -41,6 +49,9 @@ const char* kUsage =
     "options:\n"
     "  --compactify   snap vertices near grid nodes onto one vertex per node (fewer triangles)\n"
     "  --snap S       snapping distance for --compactify, a fraction of an edge (default 0.5)\n"
+    "  --cores N      1 runs sequentially; more run in parallel on at most N threads\n"
+    "                 (default: all cores)\n"
+    "  --verbose      also print the split axis, the number of slabs and the engine time\n"
     "  -h, --help     this text\n";
 
 struct UsageError
@@ -50,9 +61,11 @@ struct UsageError
 
 struct Options
 {
-    std::string rawFile, fieldName, output;
+    std::string rawFile, niftiFile, fieldName, output;
     VxRawDescription raw;
-    bool haveDims = false, haveType = false, haveThreshold = false, compactify = false;
+    bool haveDims = false, haveType = false, haveThreshold = false, compactify = false, verbose = false;
+    long long cores = 0; // 0: all cores
+    bool describesRaw = false; // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
     int size = 0;
     double threshold = 0, snap = 0.5;
 };
@@ -109,6 +122,11 @@ Options parseSurfaceOptions(Args& args)
             o.compactify = true;
         } else if (a == "--snap") {
             o.snap = std::max(0.0, args.number(a)); // below 0 behaves like 0
+        } else if (a == "--cores") {
+            o.cores = args.integer(a);
+            if (o.cores < 1) throw UsageError{"--cores must be 1 or more"};
+        } else if (a == "--verbose") {
+            o.verbose = true;
         } else if (a == "--raw") {
             o.rawFile = args.value(a);
         } else if (a == "--dims") {
@@ -123,8 +141,10 @@ Options parseSurfaceOptions(Args& args)
             o.haveType = true;
         } else if (a == "--spacing") {
             for (int i = 0; i < 3; ++i) o.raw.spacing[i] = args.number(a);
+            o.describesRaw = true;
         } else if (a == "--origin") {
             for (int i = 0; i < 3; ++i) o.raw.origin[i] = args.number(a);
+            o.describesRaw = true;
         } else if (a == "--undefined") {
             o.raw.undefinedValue = args.number(a, true);
             o.raw.hasUndefined = true;
@@ -132,8 +152,10 @@ Options parseSurfaceOptions(Args& args)
             const long long off = args.integer(a);
             if (off < 0) throw UsageError{"--offset must not be negative"};
             o.raw.offset = uint64_t(off);
+            o.describesRaw = true;
         } else if (a == "--swap-bytes") {
             o.raw.swapBytes = true;
+            o.describesRaw = true;
         } else if (a == "--field") {
             o.fieldName = args.value(a);
         } else if (a == "--size") {
@@ -147,11 +169,19 @@ Options parseSurfaceOptions(Args& args)
     if (positional.size() > 1) throw UsageError{"more than one input: '" + positional[1] + "'"};
     if (positional.size() == 1) {
         if (!o.rawFile.empty()) throw UsageError{"give the input either as INPUT or with --raw, not both"};
-        o.rawFile = positional[0];
+        if (VxNiftiReader::isNiftiPath(QString::fromStdString(positional[0]))) o.niftiFile = positional[0];
+        else o.rawFile = positional[0];
     }
-    if (o.rawFile.empty() == o.fieldName.empty())
-        throw UsageError{o.rawFile.empty() ? "no input: give --raw FILE ... or --field NAME --size N"
+    o.describesRaw = o.describesRaw || o.haveDims || o.haveType;
+    if (!o.niftiFile.empty()) {
+        if (!o.fieldName.empty()) throw UsageError{"give either a NIfTI file or --field, not both"};
+        if (o.describesRaw)
+            throw UsageError{"--dims, --type, --spacing, --origin, --offset and --swap-bytes describe raw files; "
+                             "the NIfTI file '" + o.niftiFile + "' carries its own description"};
+    } else if (o.rawFile.empty() == o.fieldName.empty()) {
+        throw UsageError{o.rawFile.empty() ? "no input: give a NIfTI file, --raw FILE ... or --field NAME --size N"
                                            : "give either a raw file or --field, not both"};
+    }
     if (!o.rawFile.empty() && (!o.haveDims || !o.haveType))
         throw UsageError{"a raw file needs --dims NX NY NZ and --type TYPE"};
     if (!o.fieldName.empty() && o.size == 0) throw UsageError{"--field needs --size N"};
@@ -176,6 +206,29 @@ void checkWritable(const std::string& path)
         throw KxException(QString("cannot write %1: it is a directory").arg(QString::fromStdString(path)));
 }
 
+// A progress bar on stderr, for terminals.
+class TerminalProgress : public KxProgressInterface
+{
+public:
+    void startWorking(const QString& text) override
+    {
+        m_text = text.toStdString();
+        draw(0.f);
+    }
+    void setProgressValue(float value) override { draw(value); }
+    void stopWorking() override { std::fputs("\r\033[K", stderr); }
+
+private:
+    void draw(float value)
+    {
+        const int width = 30, filled = int(value * float(width) + 0.5f);
+        std::fprintf(stderr, "\r%s [%s%s] %3d%%", m_text.c_str(), std::string(std::size_t(filled), '#').c_str(),
+                     std::string(std::size_t(width - filled), ' ').c_str(), int(value * 100.f + 0.5f));
+        std::fflush(stderr);
+    }
+    std::string m_text;
+};
+
 // The lines the isosurface module prints.
 void printTriangleCount(unsigned long kept, unsigned long long removed, bool compactify)
 {
@@ -189,27 +242,72 @@ void printTriangleCount(unsigned long kept, unsigned long long removed, bool com
     }
 }
 
+// Tells what the NIfTI header asks for that the written mesh does not do.
+void warnAboutNifti(const Options& o, const VxNiftiInfo& info, const VxUniformScalarField3& field)
+{
+    const QString file = QString::fromStdString(o.niftiFile);
+    if (info.hasScaling())
+        std::fprintf(stderr, "vxiso: warning: %s: %s; -t %g is compared with stored values (physical %g is stored %g)\n",
+                     qPrintable(file), qPrintable(info.scaling()), o.threshold, o.threshold,
+                     info.toStored(o.threshold));
+    if (field.getTransform(true))
+        std::fprintf(stderr, "vxiso: warning: %s: the header rotates or mirrors the volume; the mesh is written in "
+                     "the volume's own axes, from the first voxel's world position\n",
+                     qPrintable(file));
+}
+
+KxHandle<VxUniformScalarField3> readInput(const Options& o)
+{
+    QString error;
+    KxHandle<VxUniformScalarField3> field;
+    if (!o.niftiFile.empty()) {
+        VxNiftiInfo info;
+        field = VxNiftiReader::read(QString::fromStdString(o.niftiFile), &error, &info);
+        if (field) {
+            if (o.raw.hasUndefined) field->setUndefinedValue(o.raw.undefinedValue);
+            warnAboutNifti(o, info, *field);
+        }
+    } else if (!o.rawFile.empty()) {
+        field = VxRawReader::read(QString::fromStdString(o.rawFile), o.raw, &error);
+    } else {
+        field = VxBuiltinField::create(QString::fromStdString(o.fieldName), o.size, &error);
+    }
+    if (!field) throw KxException(error);
+    return field;
+}
+
 int runSurface(Args& args)
 {
     const Options o = parseSurfaceOptions(args);
-    QString error;
     checkWritable(o.output);
-    KxHandle<VxUniformScalarField3> field =
-        o.rawFile.empty() ? VxBuiltinField::create(QString::fromStdString(o.fieldName), o.size, &error)
-                          : VxRawReader::read(QString::fromStdString(o.rawFile), o.raw, &error);
-    if (!field) throw KxException(error);
+    KxHandle<VxUniformScalarField3> field = readInput(o);
 
     oivInit();
+    const unsigned machineCores = std::max(1u, std::thread::hardware_concurrency());
+    const long long cores = o.cores ? o.cores : machineCores;
+    // The engine lets the scheduler pick its threads; the command line caps them.
+    std::unique_ptr<tbb::global_control> cap;
+    if (cores > 1)
+        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(cores));
+
     KxHandle<SoTriSurface> surface = new SoTriSurface;
-    VxIsosurfaceExtractor extractor(field, surface, nullptr);
+    TerminalProgress progress;
+    VxIsosurfaceExtractor extractor(field, surface, ::isatty(STDERR_FILENO) ? &progress : nullptr);
     extractor.isoValue = float(o.threshold);
     extractor.compact = o.compactify ? 1 : 0;
     extractor.threshold = float(o.snap);
-    extractor.numberOfCores = 1;
+    extractor.numberOfCores = cores;
     extractor.compute();
 
     printTriangleCount((unsigned long)surface->getNumTriangles(), extractor.getDegenerateCount(), o.compactify);
     std::printf("Elapsed time: %.3f s\n", extractor.getElapsedTime());
+    if (o.verbose) {
+        const int axis = extractor.getSplitAxis();
+        std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
+        std::printf("slabs: %zu\n", extractor.getSlabCount());
+        std::printf("engine time: %.3f ms\n", extractor.getElapsedTime() * 1000.0);
+    }
+    QString error;
     if (!VxSurfaceWriter::write(*surface, QString::fromStdString(o.output), &error)) throw KxException(error);
     std::fflush(stdout);
     return 0;

@@ -212,6 +212,38 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
     EXPECT_EQ(slurp(path("ls.txt")), "ls.txt\nout.ply\nsphere.raw\nstderr.txt\nstdout.txt\n");
 }
 
+TEST_F(VxisoCommand, CoresAndVerboseReportTheEngineRun)
+{
+    const CommandResult seq = vxiso("surface --field gyroid --size 80 -t 0 --cores 1 --verbose -o " + path("s.ply"));
+    const CommandResult par = vxiso("surface --field gyroid --size 80 -t 0 --cores 2 --verbose -o " + path("p.ply"));
+    ASSERT_EQ(seq.status, 0) << seq.err;
+    ASSERT_EQ(par.status, 0) << par.err;
+    EXPECT_TRUE(std::regex_search(seq.out, std::regex("\nsplit axis: none \\(sequential\\)\nslabs: 1\nengine time: [0-9.]+ ms\n")));
+    EXPECT_TRUE(std::regex_search(par.out, std::regex("\nsplit axis: x\nslabs: [0-9]+\nengine time: [0-9.]+ ms\n")));
+    // Same surface: the same triangle count line, and files of the same size.
+    EXPECT_EQ(seq.out.substr(0, seq.out.find('\n')), par.out.substr(0, par.out.find('\n')));
+    EXPECT_EQ(slurp(path("s.ply")).size(), slurp(path("p.ply")).size());
+    EXPECT_TRUE(seq.err.empty()); // no progress bar when stderr is not a terminal
+
+    const CommandResult bad = vxiso("surface --field gyroid --size 8 -t 0 --cores 0 -o " + path("x.ply"));
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("--cores must be 1 or more"), std::string::npos);
+}
+
+TEST_F(VxisoCommand, TerminalShowsAProgressBarOnStderr)
+{
+    if (std::system("command -v script >/dev/null 2>&1") != 0) GTEST_SKIP() << "no 'script' to fake a terminal";
+    // script gives the command a terminal and copies what it writes there to the log.
+    const std::string log = path("tty.log");
+    const std::string cmd = "script -qec '" + std::string(VXISO_BINARY_DIR) + "/bin/vxiso surface --field torus --size 40 -t 0 -o " +
+                            path("t.ply") + "' " + log + " >/dev/null 2>&1";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    const std::string shown = slurp(log);
+    EXPECT_NE(shown.find("Computing Isosurface... ["), std::string::npos) << shown;
+    EXPECT_NE(shown.find("] 100%"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("Isosurface contains"), std::string::npos) << shown;
+}
+
 TEST_F(VxisoCommand, EveryOutputFormatIsWritten)
 {
     for (const char* ext : {"ply", "stl", "off", "iv"}) {
@@ -219,5 +251,115 @@ TEST_F(VxisoCommand, EveryOutputFormatIsWritten)
         const CommandResult r = vxiso("surface --field gyroid --size 24 -t 0 -o " + out);
         EXPECT_EQ(r.status, 0) << ext << ": " << r.err;
         EXPECT_GT(slurp(out).size(), 1000u) << ext;
+    }
+}
+
+namespace {
+
+// A NIfTI-1 header for a float32 volume placed by its sform (axis-aligned: spacing and origin).
+std::string niftiHeader(int nx, int ny, int nz, const float spacing[3], const float origin[3], bool pair,
+                        float slope = 0, float inter = 0)
+{
+    std::string h(348, '\0');
+    auto put = [&](std::size_t at, auto v) { std::memcpy(&h[at], &v, sizeof v); };
+    put(0, int32_t(348));
+    const int16_t dim[8] = {3, int16_t(nx), int16_t(ny), int16_t(nz), 1, 1, 1, 1};
+    for (int i = 0; i < 8; ++i) put(40 + 2 * std::size_t(i), dim[i]);
+    put(70, int16_t(16));
+    put(72, int16_t(32));
+    for (int i = 0; i < 3; ++i) put(80 + 4 * std::size_t(i), spacing[i]);
+    put(108, pair ? 0.f : 352.f);
+    put(112, slope);
+    put(116, inter);
+    put(254, int16_t(1));
+    for (int r = 0; r < 3; ++r) {
+        put(280 + 16 * std::size_t(r) + 4 * std::size_t(r), spacing[r]);
+        put(280 + 16 * std::size_t(r) + 12, origin[r]);
+    }
+    std::memcpy(&h[344], pair ? "ni1" : "n+1", 4);
+    return h;
+}
+
+} // namespace
+
+// A NIfTI volume gives the same mesh, byte for byte, as the same values read raw with the spacing
+// and origin given by hand; plain, compressed and as a header and image pair.
+TEST_F(VxisoCommand, NiftiInputMatchesTheSameRawVolume)
+{
+    const std::string raw = writeSphereRaw(15, 14, 13);
+    const std::string values = slurp(raw);
+    const float spacing[3] = {0.5f, 2.f, 1.f}, origin[3] = {10.f, -4.f, 3.f};
+    std::ofstream(path("s.nii"), std::ios::binary) << niftiHeader(15, 14, 13, spacing, origin, false)
+                                                   << std::string(4, '\0') << values;
+    std::ofstream(path("p.hdr"), std::ios::binary) << niftiHeader(15, 14, 13, spacing, origin, true);
+    std::ofstream(path("p.img"), std::ios::binary) << values;
+    ASSERT_EQ(std::system(("gzip -c " + path("s.nii") + " > " + path("s.nii.gz")).c_str()), 0);
+
+    const CommandResult byHand = vxiso("surface --raw " + raw +
+                                       " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " +
+                                       path("raw.ply"));
+    ASSERT_EQ(byHand.status, 0) << byHand.err;
+    std::size_t nv = 0, nf = 0;
+    std::vector<float> xyz;
+    readPly(path("raw.ply"), nv, nf, xyz);
+    ASSERT_GT(nf, 100u);
+    for (const char* input : {"s.nii", "s.nii.gz", "p.hdr", "p.img"}) {
+        const CommandResult r = vxiso(std::string("surface ") + path(input) + " -t 0 -o " + path("n.ply"));
+        ASSERT_EQ(r.status, 0) << input << ": " << r.err;
+        EXPECT_TRUE(r.err.empty()) << r.err;
+        EXPECT_EQ(r.out.substr(0, r.out.find('\n')), byHand.out.substr(0, byHand.out.find('\n'))) << input;
+        EXPECT_TRUE(slurp(path("n.ply")) == slurp(path("raw.ply"))) << input;
+    }
+
+    // Scaled values are not rescaled: the threshold compares stored values, and a warning says so.
+    std::ofstream(path("scaled.nii"), std::ios::binary)
+        << niftiHeader(15, 14, 13, spacing, origin, false, 2.f, 1.f) << std::string(4, '\0') << values;
+    const CommandResult scaled = vxiso("surface " + path("scaled.nii") + " -t 0 -o " + path("scaled.ply"));
+    ASSERT_EQ(scaled.status, 0) << scaled.err;
+    EXPECT_EQ(scaled.err, "vxiso: warning: " + path("scaled.nii") +
+                              ": values are stored unscaled: physical value = 2 * stored + 1; -t 0 is compared "
+                              "with stored values (physical 0 is stored -0.5)\n");
+    EXPECT_TRUE(slurp(path("scaled.ply")) == slurp(path("raw.ply")));
+}
+
+TEST_F(VxisoCommand, BrokenNiftiGivesOneClearLine)
+{
+    const std::string values = slurp(writeSphereRaw(15, 14, 13));
+    const float spacing[3] = {1, 1, 1}, origin[3] = {0, 0, 0};
+    std::ofstream(path("s.nii"), std::ios::binary) << niftiHeader(15, 14, 13, spacing, origin, false)
+                                                   << std::string(4, '\0') << values;
+    ASSERT_EQ(std::system(("gzip -c " + path("s.nii") + " | head -c 3000 > " + path("cut.nii.gz")).c_str()), 0);
+    const CommandResult cut = vxiso("surface " + path("cut.nii.gz") + " -t 0 -o " + path("out.ply"));
+    EXPECT_EQ(cut.status, 1);
+    EXPECT_EQ(lines(cut.err), 1) << cut.err;
+    EXPECT_EQ(cut.err.rfind("vxiso: error: " + path("cut.nii.gz") + ": gzip stream ends after ", 0), 0u) << cut.err;
+    EXPECT_NE(cut.err.find("the file is truncated"), std::string::npos) << cut.err;
+    EXPECT_FALSE(exists(path("out.ply")));
+
+    const CommandResult described = vxiso("surface " + path("s.nii") + " --dims 15 14 13 -t 0 -o " + path("out.ply"));
+    EXPECT_EQ(described.status, 2);
+    EXPECT_EQ(lines(described.err), 1);
+    EXPECT_NE(described.err.find("carries its own description"), std::string::npos) << described.err;
+}
+
+TEST_F(VxisoCommand, RealHeadScanGivesASurface)
+{
+    const std::string ch2 = "/usr/share/mricron/templates/ch2.nii.gz";
+    if (!exists(ch2)) GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data); ch2 not tried";
+    const CommandResult r = vxiso("surface " + ch2 + " -t 80 -o " + path("head.ply"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::size_t nv = 0, nf = 0;
+    std::vector<float> xyz;
+    readPly(path("head.ply"), nv, nf, xyz);
+    EXPECT_GT(nv, 100000u);
+    EXPECT_TRUE(std::regex_search(r.out, std::regex("^Isosurface contains " + std::to_string(nf) + " triangles\n")));
+    // The head lies inside the scan's box: first voxel at (-90, -125, -71), 1 mm apart.
+    for (std::size_t v = 0; v < nv; ++v) {
+        ASSERT_GE(xyz[3 * v], -90.f);
+        ASSERT_LE(xyz[3 * v], 90.f);
+        ASSERT_GE(xyz[3 * v + 1], -125.f);
+        ASSERT_LE(xyz[3 * v + 1], 91.f);
+        ASSERT_GE(xyz[3 * v + 2], -71.f);
+        ASSERT_LE(xyz[3 * v + 2], 109.f);
     }
 }
