@@ -114,7 +114,7 @@ public:
     template <class Pred>
     std::size_t removeIf(Pred pred)
     {
-        T* last = std::stable_partition(begin(), end(), [&](const T& v) { return !pred(v); });
+        T* last = std::remove_if(begin(), end(), pred);
         std::size_t removed = end() - last;
         m_size -= removed;
         return removed;

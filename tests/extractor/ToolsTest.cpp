@@ -131,3 +131,29 @@ TEST(Tools, ScanLinesVisitExactlyTheCutCellsWithTheirIndex)
         }
     }
 }
+
+TEST(Tools, ScanLinesCountCutEdgesAndTrianglesOfTheBox)
+{
+    std::mt19937 rng(11);
+    KxHandle<VxUniformScalarField3> field =
+        makeField<float>(131, 9, 7, [&](double, double, double) { return double(int(rng() % 5)) - 2.0; });
+    RegField3Accessor<float> acc(*field);
+    for (const KxBox3i& box : {KxBox3i(0, 131, 0, 9, 0, 7), KxBox3i(5, 70, 2, 8, 3, 7), KxBox3i(64, 65, 0, 9, 0, 7)}) {
+        ComputeIndexScanline<RegField3Accessor<float>> lines, single;
+        lines.beginBox(acc, 0.f, box);
+        uint64_t edges = 0, triangles = 0;
+        for (int k = box.zmin; k < box.zmax; ++k)
+            for (int j = box.ymin; j < box.ymax; ++j)
+                for (int i = box.xmin; i < box.xmax; ++i) {
+                    const bool above = acc.value(i, j, k) > 0.f;
+                    if (i + 1 < box.xmax) edges += above != (acc.value(i + 1, j, k) > 0.f);
+                    if (j + 1 < box.ymax) edges += above != (acc.value(i, j + 1, k) > 0.f);
+                    if (k + 1 < box.zmax) edges += above != (acc.value(i, j, k + 1) > 0.f);
+                    if (i + 1 < box.xmax && j + 1 < box.ymax && k + 1 < box.zmax)
+                        triangles += unsigned(vxiso::tables::g_marchingCases[single.computeIndex(acc, 0.f, {i, j, k})]
+                                                                            [vxiso::tables::TRIANGLE_COUNT]);
+                }
+        EXPECT_EQ(lines.countCutEdges(), edges);
+        EXPECT_EQ(lines.countTriangles(), triangles);
+    }
+}

@@ -78,6 +78,15 @@ public:
     }
 
     template <class UserData>
+    void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
+    {
+        nodes.coords.reserve(vertices);
+        nodes.normals.reserve(vertices);
+        nodes.counts.reserve(vertices);
+        triangles.reserve(triangleCount);
+    }
+
+    template <class UserData>
     int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge, UserData&)
     {
         if (cell.z == m_lastSlice + 1) {

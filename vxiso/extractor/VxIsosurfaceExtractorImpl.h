@@ -88,7 +88,9 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     vxiso::SlabProgress progress(&m_workerProgress, int64_t(std::max(extent, 1ul)));
     vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Emitter, Axis> body(tools, cubes, &progress);
     tbb::affinity_partitioner partitioner;
+    VXISO_HAPPENS_BEFORE(&cubes);
     tbb::parallel_for(range, body, partitioner);
+    VXISO_HAPPENS_AFTER(&cubes);
     m_slabCount = 0;
     for (const auto& perThread : cubes.store) m_slabCount += perThread.size();
     cubes.finishAll();

@@ -20,7 +20,8 @@ struct NoUserData
 //
 // Cubes provides: int addNode(tools, box, cell, edge, userData) for a new vertex;
 // edgeVertex(tools, box, cell, edge, index, userData) called once the edge's index is known; and
-// addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices.
+// addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices;
+// reserve(vertices, triangles, userData) with upper bounds of both, before the first cell.
 template <class Tools, class Cubes>
 class VxIsosurfaceMarchingCubes
 {
@@ -95,6 +96,8 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, Use
     sizeBuffers(cellsX, cellsY);
     m_index.beginBox(m_tools.accessor, m_tools.iso, box);
     m_cubes.beginBox(m_tools, box, userData);
+    // Room for every vertex and triangle up front: no array is copied while it grows.
+    m_cubes.reserve(m_index.countCutEdges(), m_index.countTriangles(), userData);
     m_slicesDone = 0;
 
     if (progress) progress->setProgressValue(0.f);

@@ -6,7 +6,6 @@
 #include <kx/KxDArray.h>
 
 #include <tbb/enumerable_thread_specific.h>
-#include <tbb/parallel_for_each.h>
 
 #include <cstring>
 #include <utility>
@@ -101,6 +100,13 @@ public:
     }
 
     void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
+    void reserve(uint64_t vertices, uint64_t triangles, ThreadSpecificData& d) const
+    {
+        d.nodes.coords.reserve(vertices);
+        d.nodes.normals.reserve(vertices);
+        d.nodes.counts.reserve(vertices);
+        d.triangles.reserve(triangles);
+    }
 
     int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge, ThreadSpecificData& d) const
     {
@@ -174,8 +180,8 @@ public:
         m_out.counts.resize(vertices);
         m_triangles.resize(triangles);
         // Fixing adds into vertices that copying has written: the two passes must not overlap.
-        tbb::parallel_for_each(slabs.begin(), slabs.end(), [this](ThreadSpecificData* d) { copyBlock(*d); });
-        tbb::parallel_for_each(slabs.begin(), slabs.end(), [this](ThreadSpecificData* d) { fixBlock(*d); });
+        forEachSlab(slabs, this, [this](ThreadSpecificData& d) { copyBlock(d); });
+        forEachSlab(slabs, this, [this](ThreadSpecificData& d) { fixBlock(d); });
         for (std::size_t v = 0; v < vertices; ++v) {
             const float count = float(m_out.counts[v]);
             m_out.coords[v] = KxVec3f(m_out.coords[v].x / count, m_out.coords[v].y / count, m_out.coords[v].z / count);

@@ -5,7 +5,6 @@
 #include <kx/KxDArray.h>
 
 #include <tbb/enumerable_thread_specific.h>
-#include <tbb/parallel_for_each.h>
 
 #include <cstring>
 #include <vector>
@@ -62,6 +61,12 @@ public:
     }
 
     void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
+    void reserve(uint64_t vertices, uint64_t triangles, ThreadSpecificData& d) const
+    {
+        d.coords.reserve(vertices);
+        d.normals.reserve(vertices);
+        d.triangles.reserve(triangles);
+    }
 
     int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge, ThreadSpecificData& d) const
     {
@@ -100,7 +105,7 @@ public:
         m_coords.resize(vertices);
         m_normals.resize(vertices);
         m_triangles.resize(triangles);
-        tbb::parallel_for_each(slabs.begin(), slabs.end(), [this](ThreadSpecificData* d) { fixBlock(*d); });
+        forEachSlab(slabs, this, [this](ThreadSpecificData& d) { fixBlock(d); });
     }
 
 private:

@@ -25,6 +25,14 @@ public:
     }
 
     template <class UserData>
+    void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
+    {
+        coords.reserve(vertices);
+        normals.reserve(vertices);
+        triangles.reserve(triangleCount);
+    }
+
+    template <class UserData>
     int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge, UserData&)
     {
         KxVec3f p, n;

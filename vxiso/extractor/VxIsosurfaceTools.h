@@ -165,34 +165,73 @@ public:
     }
     void reset() { m_last = KxVec3i(INT32_MIN, INT32_MIN, INT32_MIN); }
 
-    // Scan lines of a box: node rows of slices k and k + 1, one bit per node.
+    // Scan lines of a box: every node row, one bit per node, classified once up front (an eighth of
+    // a byte per node), so that the cut edges and triangles can be counted before any is made.
     void beginBox(const Accessor& a, float iso, const KxBox3i& box)
     {
         m_box = box;
         m_nodesX = box.xmax - box.xmin;
         m_words = (m_nodesX + 63) / 64;
-        const std::size_t rowsPerSlice = std::size_t(box.ymax - box.ymin);
-        for (auto& s : m_slices) s.assign(rowsPerSlice * std::size_t(m_words), 0);
+        m_rowsPerSlice = box.ymax - box.ymin;
+        m_sliceWords = std::size_t(m_rowsPerSlice) * std::size_t(m_words);
+        m_bits.assign(m_sliceWords * std::size_t(box.zmax - box.zmin), 0);
         m_bytes.assign(std::size_t(m_words) * 64, 0);
-        classifySlice(a, iso, box.zmin, m_slices[0]);
-        if (box.zmax - box.zmin > 1) classifySlice(a, iso, box.zmin + 1, m_slices[1]);
+        for (int k = box.zmin; k < box.zmax; ++k) classifySlice(a, iso, k, m_bits.data() + slice(k));
+        m_slice = 0;
     }
     // Moves on from slice k to k + 1.
-    void nextSlice(const Accessor& a, float iso, int k)
+    void nextSlice(const Accessor&, float, int k) { m_slice = slice(k + 1); }
+
+    // Grid edges of the box whose nodes lie on different sides: the vertices of standard cubes.
+    uint64_t countCutEdges() const
     {
-        m_slices[0].swap(m_slices[1]);
-        if (k + 2 < m_box.zmax) classifySlice(a, iso, k + 2, m_slices[1]);
+        uint64_t cut = 0;
+        const int slices = m_box.zmax - m_box.zmin;
+        for (int z = 0; z < slices; ++z)
+            for (int y = 0; y < m_rowsPerSlice; ++y) {
+                const uint64_t* row = m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
+                for (int w = 0; w < m_words; ++w) {
+                    // Along x: node x against node x + 1, for x + 1 inside the row.
+                    uint64_t next = row[w] >> 1;
+                    if (w + 1 < m_words) next |= row[w + 1] << 63;
+                    uint64_t along = row[w] ^ next;
+                    const int left = m_nodesX - 1 - 64 * w;
+                    if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
+                    cut += uint64_t(__builtin_popcountll(along));
+                    if (y + 1 < m_rowsPerSlice) cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_words]));
+                    if (z + 1 < slices) cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_sliceWords]));
+                }
+            }
+        return cut;
+    }
+
+    // Triangles the case table gives the box's cells (before any is dropped).
+    uint64_t countTriangles() const
+    {
+        uint64_t n = 0;
+        for (int k = m_box.zmin; k < m_box.zmax - 1; ++k)
+            for (int j = m_box.ymin; j < m_box.ymax - 1; ++j)
+                forEachCutCellOf(slice(k), j, [&](int, unsigned c) { n += unsigned(tables::g_marchingCases[c][tables::TRIANGLE_COUNT]); });
+        return n;
     }
 
     // Calls f(i, index) for every cell of row (j, k) that some surface crosses, in order of i.
     template <class F>
     void forEachCutCell(int j, F&& f) const
     {
-        const std::size_t r = std::size_t(j - m_box.ymin) * std::size_t(m_words);
-        const uint64_t* a = m_slices[0].data() + r; // (j, k)
-        const uint64_t* b = a + m_words;             // (j + 1, k)
-        const uint64_t* c = m_slices[1].data() + r; // (j, k + 1)
-        const uint64_t* d = c + m_words;             // (j + 1, k + 1)
+        forEachCutCellOf(m_slice, j, f);
+    }
+
+private:
+    std::size_t slice(int k) const { return std::size_t(k - m_box.zmin) * m_sliceWords; }
+
+    template <class F>
+    void forEachCutCellOf(std::size_t sliceStart, int j, F&& f) const
+    {
+        const uint64_t* a = m_bits.data() + sliceStart + std::size_t(j - m_box.ymin) * std::size_t(m_words); // (j, k)
+        const uint64_t* b = a + m_words;        // (j + 1, k)
+        const uint64_t* c = a + m_sliceWords;   // (j, k + 1)
+        const uint64_t* d = c + m_words;        // (j + 1, k + 1)
         const int cells = m_nodesX - 1;
         for (int w = 0; w * 64 < cells; ++w) {
             // A cell is empty when its eight nodes agree: the nodes at x and x + 1 in all four rows.
@@ -215,12 +254,10 @@ public:
         }
     }
 
-private:
     static unsigned bit_(const uint64_t* row, int x) { return unsigned(row[x >> 6] >> (x & 63)) & 1u; }
 
-    void classifySlice(const Accessor& a, float iso, int k, std::vector<uint64_t>& out)
+    void classifySlice(const Accessor& a, float iso, int k, uint64_t* words)
     {
-        uint64_t* words = out.data();
         for (int j = m_box.ymin; j < m_box.ymax; ++j, words += m_words) {
             a.classifyRow(m_box.xmin, m_nodesX, j, k, iso, m_bytes.data());
             // Eight 0/1 bytes to eight bits: the multiplier moves byte n to bit 56 + n.
@@ -239,8 +276,9 @@ private:
     KxVec3i m_last{INT32_MIN, INT32_MIN, INT32_MIN};
     unsigned m_lastIndex = 0;
     KxBox3i m_box;
-    int m_nodesX = 0, m_words = 0;
-    std::vector<uint64_t> m_slices[2];
+    int m_nodesX = 0, m_words = 0, m_rowsPerSlice = 0;
+    std::size_t m_sliceWords = 0, m_slice = 0;
+    std::vector<uint64_t> m_bits;
     // Zero past the row's end, so that the packing never sees stale bytes.
     std::vector<unsigned char> m_bytes;
 };

@@ -1,9 +1,11 @@
 #pragma once
 #include <vxiso/extractor/VxIsosurfaceAxis.h>
 #include <vxiso/extractor/VxIsosurfaceMarchingCubes.h>
+#include <vxiso/extractor/VxRaceAnnotations.h>
 
 #include <tbb/blocked_range3d.h>
 #include <tbb/enumerable_thread_specific.h>
+#include <tbb/parallel_for_each.h>
 
 #include <algorithm>
 #include <atomic>
@@ -55,6 +57,27 @@ std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t&
     return slabs;
 }
 
+// Runs f over the slabs on the scheduler's threads; returns when all are done.
+template <class Record, class F>
+void forEachSlab(std::vector<Record*>& slabs, const void* sync, F f)
+{
+    struct Task
+    {
+        const void* sync;
+        F* f;
+        void operator()(Record* r) const
+        {
+            VXISO_HAPPENS_AFTER(sync);
+            (*f)(*r);
+            VXISO_HAPPENS_BEFORE(sync);
+        }
+    };
+    const Task task{sync, &f};
+    VXISO_HAPPENS_BEFORE(sync);
+    tbb::parallel_for_each(slabs.begin(), slabs.end(), task);
+    VXISO_HAPPENS_AFTER(sync);
+}
+
 // One slab of the parallel traversal: the sequential traversal on a box of node layers along the
 // split axis, writing into a record of its own. Copies share the tools, the emitter and the progress.
 template <class Tools, class Cubes, class Axis>
@@ -71,6 +94,7 @@ public:
 
     void operator()(const Range& r) const
     {
+        VXISO_HAPPENS_AFTER(&m_cubes);
         KxBox3i box(int(r.cols().begin()), int(r.cols().end()), int(r.rows().begin()), int(r.rows().end()),
                     int(r.pages().begin()), int(r.pages().end()));
         // A slab owning node layers [begin, end) also reads layer end, the first of the next slab.
@@ -90,6 +114,7 @@ public:
         VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(m_tools, m_cubes);
         marchingCubes.computeBox(box, record);
         if (m_progress) m_progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
+        VXISO_HAPPENS_BEFORE(&m_cubes);
     }
 
 private:
