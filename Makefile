@@ -18,8 +18,17 @@ configure: $(BUILD)/CMakeCache.txt
 build: deps configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-test: build
+test: build tsan
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# The parallel engine's tests in a race-detector build; any report fails.
+TSAN_BUILD ?= build-tsan
+tsan: deps
+	@[ -f $(TSAN_BUILD)/CMakeCache.txt ] || cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DVXISO_SANITIZE=thread -DVXISO_BUILD_BENCH=OFF > /dev/null
+	cmake --build $(TSAN_BUILD) -j $(JOBS) --target test_extractor
+	TSAN_OPTIONS="halt_on_error=1 exitcode=66 suppressions=$(CURDIR)/tests/tsan.supp" \
+		$(TSAN_BUILD)/bin/test_extractor --gtest_filter='SlabThreads.*:ParallelSlabs.*' --gtest_brief=1
 
 demo: build
 	@scripts/demo.sh $(BUILD)
