@@ -180,8 +180,8 @@ public:
         m_out.counts.resize(vertices);
         m_triangles.resize(triangles);
         // Fixing adds into vertices that copying has written: the two passes must not overlap.
-        forEachSlab(slabs, this, [this](ThreadSpecificData& d) { copyBlock(d); });
-        forEachSlab(slabs, this, [this](ThreadSpecificData& d) { fixBlock(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { copyBlock(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { fixBlock(d); });
         for (std::size_t v = 0; v < vertices; ++v) {
             const float count = float(m_out.counts[v]);
             m_out.coords[v] = KxVec3f(m_out.coords[v].x / count, m_out.coords[v].y / count, m_out.coords[v].z / count);

@@ -105,7 +105,7 @@ public:
         m_coords.resize(vertices);
         m_normals.resize(vertices);
         m_triangles.resize(triangles);
-        forEachSlab(slabs, this, [this](ThreadSpecificData& d) { fixBlock(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { fixBlock(d); });
     }
 
 private:

@@ -57,25 +57,25 @@ std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t&
     return slabs;
 }
 
-// Runs f over the slabs on the scheduler's threads; returns when all are done.
+// Runs f over the slabs on the scheduler's threads; returns when all are done. The scheduler holds the
+// task by reference, so the task's own address marks the hand-over both ways.
 template <class Record, class F>
-void forEachSlab(std::vector<Record*>& slabs, const void* sync, F f)
+void forEachSlab(std::vector<Record*>& slabs, F f)
 {
     struct Task
     {
-        const void* sync;
         F* f;
         void operator()(Record* r) const
         {
-            VXISO_HAPPENS_AFTER(sync);
+            VXISO_HAPPENS_AFTER(this);
             (*f)(*r);
-            VXISO_HAPPENS_BEFORE(sync);
+            VXISO_HAPPENS_BEFORE(this);
         }
     };
-    const Task task{sync, &f};
-    VXISO_HAPPENS_BEFORE(sync);
+    const Task task{&f};
+    VXISO_HAPPENS_BEFORE(&task);
     tbb::parallel_for_each(slabs.begin(), slabs.end(), task);
-    VXISO_HAPPENS_AFTER(sync);
+    VXISO_HAPPENS_AFTER(&task);
 }
 
 // One slab of the parallel traversal: the sequential traversal on a box of node layers along the
