@@ -81,6 +81,8 @@ void VxIsosurfaceExtractor::compute(const Filter& filter)
     // The surface is filled behind the scene's back and announced once at the end.
     SoField* fields[] = {&m_surface->triangles, &m_surface->coords, &m_surface->normals};
     for (SoField* f : fields) f->enableNotify(FALSE);
+    // Whatever is not computed below (an unsupported type or setting) leaves an empty surface.
+    m_surface->clearGeometry();
     if (m_progress) {
         m_progress->startWorking(QCoreApplication::translate("VxIsosurfaceExtractor", "Computing Isosurface..."));
         m_progress->setProgressValue(0.f);

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
 #include <thread>
@@ -277,4 +278,73 @@ TEST(ParallelSlabs, RepeatedRunsAreByteIdentical)
         }
     }
     VxIsosurfaceExtractor::setHardwareThreadsForSlabs(0);
+}
+
+namespace {
+
+// Records what the extractor shows the user.
+class RecordingProgress : public KxProgressInterface
+{
+public:
+    void startWorking(const QString& text) override { this->text = text; started = true; }
+    void setProgressValue(float v) override { values.push_back(v); }
+    void stopWorking() override { stopped = true; }
+
+    QString text;
+    bool started = false, stopped = false;
+    std::vector<float> values;
+};
+
+} // namespace
+
+TEST(ExtractorFrontEnd, ProgressStartsAtZeroNeverDecreasesAndEndsAtOne)
+{
+    // Large enough for the 250 ms polls to forward values on the way, on both paths.
+    KxHandle<VxUniformScalarField3> f = makeField<float>(240, 240, 240, [](double x, double y, double z) {
+        return std::sin(x * 0.3) * std::cos(y * 0.3) + std::sin(y * 0.3) * std::cos(z * 0.3) + std::sin(z * 0.3) * std::cos(x * 0.3);
+    });
+    for (int64_t cores : {1, 2}) {
+        oivInit();
+        KxHandle<SoTriSurface> s = new SoTriSurface;
+        RecordingProgress progress;
+        VxIsosurfaceExtractor x(f, s, &progress);
+        x.compact = 1;
+        x.numberOfCores = cores;
+        x.compute();
+        EXPECT_TRUE(progress.started && progress.stopped);
+        EXPECT_EQ(progress.text, "Computing Isosurface...");
+        ASSERT_GE(progress.values.size(), 2u);
+        EXPECT_EQ(progress.values.front(), 0.f);
+        EXPECT_EQ(progress.values.back(), 1.f);
+        EXPECT_TRUE(std::is_sorted(progress.values.begin(), progress.values.end())) << "cores " << cores;
+        EXPECT_GT(s->getNumTriangles(), 0);
+    }
+}
+
+TEST(ExtractorFrontEnd, SplitAxisIsTheLongestWithTiesToXThenY)
+{
+    EXPECT_EQ(VxIsosurfaceExtractor::splitAxis(10, 10, 10), 0);
+    EXPECT_EQ(VxIsosurfaceExtractor::splitAxis(9, 10, 10), 1);
+    EXPECT_EQ(VxIsosurfaceExtractor::splitAxis(9, 9, 10), 2);
+    EXPECT_EQ(VxIsosurfaceExtractor::splitAxis(11, 10, 11), 0);
+}
+
+TEST(ExtractorFrontEnd, EmptyResultLeavesAnEmptySurfaceAndUnknownCubesComputeNothing)
+{
+    KxHandle<VxUniformScalarField3> f = makeField<float>(20, 20, 20, sphere(9.5, 9.5, 9.5, 6));
+    for (int64_t cores : {1, 2})
+        for (int compact : {0, 1, 7}) {
+            oivInit();
+            KxHandle<SoTriSurface> s = new SoTriSurface;
+            s->coords.setValues(0, 3, std::vector<SbVec3f>(3, SbVec3f(1, 2, 3)).data()); // an old surface
+            s->triangles.setValue(SbVec3i32(0, 1, 2));
+            VxIsosurfaceExtractor x(f, s, nullptr);
+            x.isoValue = compact == 7 ? 0.f : 100.f; // no surface at 100; cubes policy 7 does not exist
+            x.compact = compact;
+            x.numberOfCores = cores;
+            x.compute();
+            EXPECT_EQ(s->getNumTriangles(), 0);
+            EXPECT_EQ(s->coords.getNum(), 0);
+            EXPECT_EQ(s->normals.getNum(), 0);
+        }
 }

@@ -90,7 +90,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     tbb::affinity_partitioner partitioner;
     VXISO_HAPPENS_BEFORE(&cubes);
     tbb::parallel_for(range, body, partitioner);
-    VXISO_HAPPENS_AFTER(&cubes);
+    VXISO_HAPPENS_AFTER(&cubes.store);
     m_slabCount = 0;
     for (const auto& perThread : cubes.store) m_slabCount += perThread.size();
     cubes.finishAll();

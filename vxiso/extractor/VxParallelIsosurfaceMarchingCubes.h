@@ -58,24 +58,27 @@ std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t&
 }
 
 // Runs f over the slabs on the scheduler's threads; returns when all are done. The scheduler holds the
-// task by reference, so the task's own address marks the hand-over both ways.
+// task by reference; the task's address marks the hand-over to the slabs, a second address their
+// hand-back. Two marks, so that slabs are not made to look ordered among themselves.
 template <class Record, class F>
 void forEachSlab(std::vector<Record*>& slabs, F f)
 {
+    char handBack = 0;
     struct Task
     {
         F* f;
+        char* handBack;
         void operator()(Record* r) const
         {
             VXISO_HAPPENS_AFTER(this);
             (*f)(*r);
-            VXISO_HAPPENS_BEFORE(this);
+            VXISO_HAPPENS_BEFORE(handBack);
         }
     };
-    const Task task{&f};
+    const Task task{&f, &handBack};
     VXISO_HAPPENS_BEFORE(&task);
     tbb::parallel_for_each(slabs.begin(), slabs.end(), task);
-    VXISO_HAPPENS_AFTER(&task);
+    VXISO_HAPPENS_AFTER(&handBack);
 }
 
 // One slab of the parallel traversal: the sequential traversal on a box of node layers along the
@@ -92,6 +95,7 @@ public:
     {
     }
 
+    // The caller marks &cubes before the loop and &cubes.store after it (see computeParallel).
     void operator()(const Range& r) const
     {
         VXISO_HAPPENS_AFTER(&m_cubes);
@@ -114,7 +118,7 @@ public:
         VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(m_tools, m_cubes);
         marchingCubes.computeBox(box, record);
         if (m_progress) m_progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
-        VXISO_HAPPENS_BEFORE(&m_cubes);
+        VXISO_HAPPENS_BEFORE(&m_cubes.store);
     }
 
 private:
