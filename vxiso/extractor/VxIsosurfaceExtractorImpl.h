@@ -153,3 +153,14 @@ void VxIsosurfaceExtractor::handOver(CubesType& cubes)
     template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes,  \
                                                                   vxiso::filter::LabelIsoSurfaceFilter>(     \
         const vxiso::filter::LabelIsoSurfaceFilter&);
+
+// Every value type of the uniform accessor, through one of the macros above.
+#define VXISO_FOR_EACH_UNIFORM_ACCESSOR(Macro, ...)                                                          \
+    Macro(vxiso::tools::RegField3Accessor<unsigned char> __VA_OPT__(, ) __VA_ARGS__)                       \
+    Macro(vxiso::tools::RegField3Accessor<char> __VA_OPT__(, ) __VA_ARGS__)                                \
+    Macro(vxiso::tools::RegField3Accessor<unsigned short> __VA_OPT__(, ) __VA_ARGS__)                      \
+    Macro(vxiso::tools::RegField3Accessor<short> __VA_OPT__(, ) __VA_ARGS__)                               \
+    Macro(vxiso::tools::RegField3Accessor<unsigned int> __VA_OPT__(, ) __VA_ARGS__)                        \
+    Macro(vxiso::tools::RegField3Accessor<int> __VA_OPT__(, ) __VA_ARGS__)                                 \
+    Macro(vxiso::tools::RegField3Accessor<float> __VA_OPT__(, ) __VA_ARGS__)                               \
+    Macro(vxiso::tools::RegField3Accessor<double> __VA_OPT__(, ) __VA_ARGS__)
