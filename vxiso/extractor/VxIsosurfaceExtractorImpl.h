@@ -88,9 +88,9 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     vxiso::SlabProgress progress(&m_workerProgress, int64_t(std::max(extent, 1ul)));
     vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Emitter, Axis> body(tools, cubes, &progress);
     tbb::affinity_partitioner partitioner;
-    VXISO_HAPPENS_BEFORE(&cubes);
+    VXISO_HAPPENS_BEFORE(cubes.sync.handOver());
     tbb::parallel_for(range, body, partitioner);
-    VXISO_HAPPENS_AFTER(&cubes.store);
+    VXISO_HAPPENS_AFTER(cubes.sync.handBack());
     m_slabCount = 0;
     for (const auto& perThread : cubes.store) m_slabCount += perThread.size();
     cubes.finishAll();

@@ -83,6 +83,7 @@ public:
     const uint64_t nx, ny, nz;
     const float s;
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
+    const SlabSync sync;
 
     KxDArray<KxVec3f>& vertexCoords() { return m_out.coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_out.normals; }

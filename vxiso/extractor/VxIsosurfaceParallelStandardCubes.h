@@ -46,6 +46,7 @@ public:
 
     const uint64_t nx, ny, nz;
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
+    const SlabSync sync;
 
     KxDArray<KxVec3f>& vertexCoords() { return m_coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_normals; }

@@ -57,28 +57,42 @@ std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t&
     return slabs;
 }
 
+// Two addresses of its own for the race detector's marks: one for handing work to the slabs, one for
+// handing it back, so that slabs never look ordered among themselves. Plain bytes that nothing else
+// (an atomic of the scheduler, say) uses, found without reading anything the other side wrote.
+class SlabSync
+{
+public:
+    const void* handOver() const { return &m_handOver; }
+    const void* handBack() const { return &m_handBack; }
+
+private:
+    char m_handOver = 0;
+    char m_handBack = 0;
+};
+
 // Runs f over the slabs on the scheduler's threads; returns when all are done. The scheduler holds the
-// task by reference; the task's address marks the hand-over to the slabs, a second address their
-// hand-back. Two marks, so that slabs are not made to look ordered among themselves.
+// task by reference: the task's own address marks the hand-over (which also makes sure the task is
+// written before it), a tag of its own the hand-back.
 template <class Record, class F>
 void forEachSlab(std::vector<Record*>& slabs, F f)
 {
-    char handBack = 0;
+    const SlabSync sync;
     struct Task
     {
+        const SlabSync* sync;
         F* f;
-        char* handBack;
         void operator()(Record* r) const
         {
             VXISO_HAPPENS_AFTER(this);
             (*f)(*r);
-            VXISO_HAPPENS_BEFORE(handBack);
+            VXISO_HAPPENS_BEFORE(sync->handBack());
         }
     };
-    const Task task{&f, &handBack};
+    const Task task{&sync, &f};
     VXISO_HAPPENS_BEFORE(&task);
     tbb::parallel_for_each(slabs.begin(), slabs.end(), task);
-    VXISO_HAPPENS_AFTER(&handBack);
+    VXISO_HAPPENS_AFTER(sync.handBack());
 }
 
 // One slab of the parallel traversal: the sequential traversal on a box of node layers along the
@@ -95,10 +109,10 @@ public:
     {
     }
 
-    // The caller marks &cubes before the loop and &cubes.store after it (see computeParallel).
+    // The caller marks cubes.sync's hand-over before the loop and waits for its hand-back after it.
     void operator()(const Range& r) const
     {
-        VXISO_HAPPENS_AFTER(&m_cubes);
+        VXISO_HAPPENS_AFTER(m_cubes.sync.handOver());
         KxBox3i box(int(r.cols().begin()), int(r.cols().end()), int(r.rows().begin()), int(r.rows().end()),
                     int(r.pages().begin()), int(r.pages().end()));
         // A slab owning node layers [begin, end) also reads layer end, the first of the next slab.
@@ -118,7 +132,7 @@ public:
         VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(m_tools, m_cubes);
         marchingCubes.computeBox(box, record);
         if (m_progress) m_progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
-        VXISO_HAPPENS_BEFORE(&m_cubes.store);
+        VXISO_HAPPENS_BEFORE(m_cubes.sync.handBack());
     }
 
 private:
