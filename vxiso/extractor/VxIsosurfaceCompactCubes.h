@@ -60,6 +60,9 @@ public:
     types::Nodes nodes;
     KxDArray<KxVec3i> triangles;
 
+    // Normals are means of sums, made unit at the hand-over.
+    static constexpr bool normalsAreUnit = false;
+
     KxDArray<KxVec3f>& vertexCoords() { return nodes.coords; }
     KxDArray<KxVec3f>& vertexNormals() { return nodes.normals; }
     KxDArray<KxVec3i>& triangleArray() { return triangles; }

@@ -118,11 +118,8 @@ void VxIsosurfaceExtractor::handOver(CubesType& cubes)
     if (!coords.empty()) {
         coords.shrinkToFit();
         normals.shrinkToFit();
-        // A zero-length normal stays zero rather than becoming NaN.
-        for (KxVec3f& v : normals) {
-            const float len = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-            if (len > 0.f) v = KxVec3f(v.x / len, v.y / len, v.z / len);
-        }
+        if (!CubesType::normalsAreUnit)
+            for (KxVec3f& v : normals) v = vxiso::tools::unitNormal(v);
         const int n = int(coords.size());
         m_surface->adoptCoords(n, reinterpret_cast<float*>(coords.release()));
         m_surface->adoptNormals(n, reinterpret_cast<float*>(normals.release()));

@@ -85,6 +85,9 @@ public:
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
     const SlabSync sync;
 
+    // Normals are means of sums, made unit at the hand-over.
+    static constexpr bool normalsAreUnit = false;
+
     KxDArray<KxVec3f>& vertexCoords() { return m_out.coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_out.normals; }
     KxDArray<KxVec3i>& triangleArray() { return m_triangles; }

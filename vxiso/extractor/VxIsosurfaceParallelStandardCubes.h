@@ -48,6 +48,9 @@ public:
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
     const SlabSync sync;
 
+    // Normals are stored at unit length as they are made: one pass over the vertices less.
+    static constexpr bool normalsAreUnit = true;
+
     KxDArray<KxVec3f>& vertexCoords() { return m_coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_normals; }
     KxDArray<KxVec3i>& triangleArray() { return m_triangles; }
@@ -77,7 +80,7 @@ public:
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
         const int index = int(d.coords.size());
         d.coords.push_back(p);
-        d.normals.push_back(n);
+        d.normals.push_back(tools::unitNormal(n));
         return index;
     }
 

@@ -15,6 +15,9 @@ public:
     KxDArray<KxVec3f> normals;
     KxDArray<KxVec3i> triangles;
 
+    // Normals are stored at unit length as they are made: one pass over the vertices less.
+    static constexpr bool normalsAreUnit = true;
+
     KxDArray<KxVec3f>& vertexCoords() { return coords; }
     KxDArray<KxVec3f>& vertexNormals() { return normals; }
     KxDArray<KxVec3i>& triangleArray() { return triangles; }
@@ -39,7 +42,7 @@ public:
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
         const int index = int(coords.size());
         coords.push_back(p);
-        normals.push_back(n);
+        normals.push_back(tools::unitNormal(n));
         return index;
     }
 

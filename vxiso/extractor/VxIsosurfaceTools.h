@@ -6,6 +6,7 @@
 #include <kx/KxVec3.h>
 #include <vx/VxRegScalarField3.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -364,6 +365,13 @@ struct VxIsosurfaceTools
     const Filter& filter;
     int32_t nx, ny, nz;
 };
+
+// The vector scaled to unit length; a zero vector stays zero rather than becoming NaN.
+inline KxVec3f unitNormal(const KxVec3f& v)
+{
+    const float len = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
+    return len > 0.f ? KxVec3f(v.x / len, v.y / len, v.z / len) : v;
+}
 
 // A triangle whose corners are not three distinct vertices.
 inline bool isDegenerate(const KxVec3i& t)
