@@ -112,27 +112,32 @@ public:
     // The caller marks cubes.sync's hand-over before the loop and waits for its hand-back after it.
     void operator()(const Range& r) const
     {
-        VXISO_HAPPENS_AFTER(m_cubes.sync.handOver());
+        VXISO_IGNORE_READS_BEGIN(); // this copy's fields were written by the scheduler
+        const Tools& tools = m_tools;
+        Cubes& cubes = m_cubes;
+        SlabProgress* progress = m_progress;
+        VXISO_IGNORE_READS_END();
+        VXISO_HAPPENS_AFTER(cubes.sync.handOver());
         KxBox3i box(int(r.cols().begin()), int(r.cols().end()), int(r.rows().begin()), int(r.rows().end()),
                     int(r.pages().begin()), int(r.pages().end()));
         // A slab owning node layers [begin, end) also reads layer end, the first of the next slab.
-        if (box.xmax < m_tools.nx) box.xmax += 1;
-        if (box.ymax < m_tools.ny) box.ymax += 1;
-        if (box.zmax < m_tools.nz) box.zmax += 1;
+        if (box.xmax < tools.nx) box.xmax += 1;
+        if (box.ymax < tools.ny) box.ymax += 1;
+        if (box.zmax < tools.nz) box.zmax += 1;
 
-        std::vector<Record>& mine = m_cubes.store.local();
+        std::vector<Record>& mine = cubes.store.local();
         mine.emplace_back();
         Record& record = mine.back();
         const int s = Axis::index;
         record.firstLayer = uint64_t(box.min(s));
         record.lastLayer = uint64_t(box.max(s) - 1);
-        m_cubes.prepare(record);
+        cubes.prepare(record);
 
         // Traversal state belongs to the slab: nothing of it is shared between threads.
-        VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(m_tools, m_cubes);
+        VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(tools, cubes);
         marchingCubes.computeBox(box, record);
-        if (m_progress) m_progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
-        VXISO_HAPPENS_BEFORE(m_cubes.sync.handBack());
+        if (progress) progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
+        VXISO_HAPPENS_BEFORE(cubes.sync.handBack());
     }
 
 private:
