@@ -15,7 +15,7 @@
 #include <oiv/SoTriSurface.h>
 
 #include <chrono>
-#include <cmath>
+#include <type_traits>
 
 namespace vxiso {
 namespace detail {

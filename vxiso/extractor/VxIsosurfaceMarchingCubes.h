@@ -63,7 +63,7 @@ private:
     int* m_curRow = nullptr;
     int* m_prevSlice = nullptr;
     int* m_curSlice = nullptr;
-    int m_cellsDone = 0, m_rowsDone = 0, m_slicesDone = 0;
+    int m_rowsDone = 0, m_slicesDone = 0;
     std::size_t m_slicePos = 0;
     int m_bufferCellsX = -1, m_bufferCellsY = -1;
 };
@@ -132,7 +132,6 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         if (!m_tools.filter.acceptCell(cell)) return;
         const std::size_t rowPos = 4 * std::size_t(i - box.xmin);
         const std::size_t slicePos = sliceBase + rowPos;
-        m_cellsDone = i - box.xmin;
         const int* row = g_marchingCases[c];
         const int nEdges = row[EDGE_COUNT];
         for (int n = 0; n < nEdges; ++n) {
@@ -178,7 +177,7 @@ int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const
         tools::edgeNodes(cell, e, a, b);
         if (!m_tools.filter.acceptNode(a) || !m_tools.filter.acceptNode(b)) return REJECTED;
     }
-    const bool prevCell = m_cellsDone > 0;
+    const bool prevCell = cell.x > box.xmin;
     const bool prevRow = m_rowsDone > 0;
     const bool prevSlice = m_slicesDone > 0;
     const int* pr = m_prevRow + rowPos;

@@ -164,7 +164,6 @@ public:
         m_lastIndex = index;
         return index;
     }
-    void reset() { m_last = KxVec3i(INT32_MIN, INT32_MIN, INT32_MIN); }
 
     // Scan lines of a box: every node row, one bit per node, classified once up front (an eighth of
     // a byte per node), so that the cut edges and triangles can be counted before any is made.
