@@ -25,7 +25,8 @@ void KxThread::start()
 bool KxThread::wait(unsigned long timeoutMs)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (timeoutMs == ~0ul)
+    // Timeouts beyond a few million years overflow the clock arithmetic: treat them as unlimited.
+    if (timeoutMs >= (1ul << 40))
         m_done.wait(lock, [this] { return !m_running; });
     else if (!m_done.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return !m_running; }))
         return false;

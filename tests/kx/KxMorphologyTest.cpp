@@ -1,0 +1,116 @@
+#include <kx/KxException.h>
+#include <kx/KxMorphology.h>
+
+#include <cstdlib>
+#include <random>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::size_t at(const KxVec3i& d, int x, int y, int z)
+{
+    return std::size_t(x) + std::size_t(d.x) * (std::size_t(y) + std::size_t(d.y) * std::size_t(z));
+}
+
+// Straight from the definition: every set voxel sets each in-lattice offset whose number of non-zero
+// components is within the neighbourhood's reach (1 for 6, 2 for 18, 3 for 26).
+KxBitfield reference(const KxBitfield& in, const KxVec3i& d, int neighborhood)
+{
+    const int reach = neighborhood == 6 ? 1 : neighborhood == 18 ? 2 : 3;
+    KxBitfield out(in.nBits(), false);
+    for (int z = 0; z < d.z; ++z)
+        for (int y = 0; y < d.y; ++y)
+            for (int x = 0; x < d.x; ++x) {
+                if (!in[at(d, x, y, z)]) continue;
+                for (int dz = -1; dz <= 1; ++dz)
+                    for (int dy = -1; dy <= 1; ++dy)
+                        for (int dx = -1; dx <= 1; ++dx) {
+                            if ((dx != 0) + (dy != 0) + (dz != 0) > reach) continue;
+                            const int px = x + dx, py = y + dy, pz = z + dz;
+                            if (px < 0 || py < 0 || pz < 0 || px >= d.x || py >= d.y || pz >= d.z) continue;
+                            out.set(at(d, px, py, pz));
+                        }
+            }
+    return out;
+}
+
+KxBitfield randomMask(const KxVec3i& d, double density, unsigned seed)
+{
+    std::mt19937 rng(seed);
+    std::bernoulli_distribution on(density);
+    KxBitfield m(std::size_t(d.x) * std::size_t(d.y) * std::size_t(d.z), false);
+    for (std::size_t i = 0; i < m.nBits(); ++i)
+        if (on(rng)) m.set(i);
+    return m;
+}
+
+} // namespace
+
+TEST(KxMorphology, DilationMatchesDefinitionOnRandomMasks)
+{
+    // Row lengths around the 64-bit word size, flat and thin lattices, and one voxel.
+    const KxVec3i dims[] = {{1, 1, 1},  {7, 5, 3},  {63, 3, 5}, {65, 7, 3}, {129, 3, 3},
+                            {1, 9, 11}, {13, 1, 9}, {11, 9, 1}, {3, 3, 41}};
+    unsigned seed = 1;
+    for (const KxVec3i& d : dims)
+        for (double density : {0.02, 0.3})
+            for (int neighborhood : {6, 18, 26}) {
+                const KxBitfield in = randomMask(d, density, seed++);
+                KxBitfield out;
+                KxMorphology::dilation3D(in, out, d, neighborhood);
+                EXPECT_TRUE(out == reference(in, d, neighborhood))
+                    << d.x << "x" << d.y << "x" << d.z << " density " << density << " n" << neighborhood;
+            }
+}
+
+TEST(KxMorphology, InPlaceDilationEqualsCopy)
+{
+    const KxVec3i d(67, 9, 7);
+    for (int neighborhood : {6, 18, 26}) {
+        const KxBitfield in = randomMask(d, 0.05, 99);
+        KxBitfield separate;
+        KxMorphology::dilation3D(in, separate, d, neighborhood);
+        KxBitfield inPlace = in;
+        KxMorphology::dilation3D(inPlace, inPlace, d, neighborhood);
+        EXPECT_TRUE(inPlace == separate) << neighborhood;
+    }
+}
+
+TEST(KxMorphology, BorderVoxelsGrowOnlyInsideTheLattice)
+{
+    // A corner voxel keeps 3 face, 3 edge and 1 corner neighbour of its cube inside the lattice.
+    const KxVec3i d(5, 4, 3);
+    const struct
+    {
+        int neighborhood;
+        std::size_t grown;
+    } cases[] = {{6, 4}, {18, 7}, {26, 8}};
+    for (const auto& c : cases)
+        for (const KxVec3i& corner :
+             {KxVec3i(0, 0, 0), KxVec3i(4, 3, 2), KxVec3i(4, 0, 0), KxVec3i(0, 3, 2)}) {
+            KxBitfield in(60, false), out;
+            in.set(at(d, corner.x, corner.y, corner.z));
+            KxMorphology::dilation3D(in, out, d, c.neighborhood);
+            EXPECT_EQ(out.nSetBits(), c.grown)
+                << c.neighborhood << " at " << corner.x << "," << corner.y << "," << corner.z;
+        }
+
+    // The end of a row lies next to the start of the following row (and slice) in memory.
+    KxBitfield in(60, false), out;
+    in.set(at(d, 4, 3, 1));
+    KxMorphology::dilation3D(in, out, d, 26);
+    EXPECT_EQ(out.nSetBits(), 2u * 2u * 3u);
+    EXPECT_FALSE(out[at(d, 0, 0, 2)]);
+    EXPECT_FALSE(out[at(d, 0, 3, 1)]);
+}
+
+TEST(KxMorphology, RejectsBadArguments)
+{
+    KxBitfield in(24, false), out;
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(2, 3, 4), 8), KxException);
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(2, 3, 5), 6), KxException);
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(-2, 3, -4), 6), KxException);
+    KxMorphology::dilation3D(KxBitfield(), out, KxVec3i(0, 3, 4), 26);
+    EXPECT_EQ(out.nBits(), 0u);
+}
