@@ -1,11 +1,19 @@
 #pragma once
 #include <kx/KxTypedObject.h>
 
+#include <QList>
 #include <QString>
 
-#include <atomic>
+#include <tcl.h>
 
-// Base of every module and data object: a typed, reference-counted object with a label.
+#include <atomic>
+#include <cstdio>
+
+class VxPort;
+class VxConnection;
+
+// Base of every module and data object: a typed, reference-counted object with a label (its name
+// in scripts), a list of ports in display order, and the connections of other objects that read it.
 class VxObject : public KxTypedObject
 {
     KX_HEADER(VxObject)
@@ -20,12 +28,54 @@ public:
 
     const QString& getLabel() const { return m_label; }
     void setLabel(const QString& label) { m_label = label; }
+    // The name scripts use; the same as the label.
+    const QString& getName() const { return m_label; }
+
+    // Ports in display order (connections included).
+    const QList<VxPort*>& getAllPorts() const { return m_ports; }
+    // The port answering to that script name (or alias), or null.
+    VxPort* findPort(const QString& name) const;
+    void setTreeViewAccessiblePort(VxPort* port) { m_treeViewPort = port; }
+    VxPort* getTreeViewAccessiblePort() const { return m_treeViewPort; }
+
+    // Script command on the object: argv[0] is the object's name. The base understands
+    // "<port> <verb> ..." and the object verbs listed by commands(); derived classes handle their
+    // own words first and pass the rest on.
+    virtual int parse(Tcl_Interp* interp, int argc, char** argv);
+    // Writes the script lines that restore the object's ports ("\"name\" port verb args").
+    virtual void savePorts(FILE* fp);
+
+    // Called when a port of this object was touched. Modules schedule themselves to run again.
+    virtual void portTouched(VxPort* port) { (void)port; }
+    // Clears the change flags of all ports.
+    void untouchAllPorts();
+
+    // Tells every connection that reads this object that its contents changed.
+    void touchDownstream();
+    const QList<VxConnection*>& getDownstreamConnections() const { return m_downstream; }
+
+    // The script command that recreates this object in a saved network (a data object read from a
+    // file: "load FILE"); empty for objects that are made otherwise.
+    void setLoadCommand(const QString& command) { m_loadCommand = command; }
+    const QString& getLoadCommand() const { return m_loadCommand; }
+
+    // The object verbs handled by VxObject::parse, for help and error messages.
+    virtual QStringList commands() const;
 
 protected:
     VxObject() = default;
-    ~VxObject() override = default;
+    ~VxObject() override;
 
 private:
+    friend class VxPort;
+    friend class VxConnection;
+    void addPort(VxPort* port);
+    void removePort(VxPort* port);
+
     mutable std::atomic<int> m_refCount{0};
     QString m_label;
+    QList<VxPort*> m_ports;
+    VxPort* m_treeViewPort = nullptr;
+    QList<VxConnection*> m_downstream;
+    QString m_loadCommand;
 };

@@ -1,0 +1,43 @@
+#include <vx/VxMessage.h>
+
+#include <cstdarg>
+#include <vector>
+
+void VxMessage::printf(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    va_list copy;
+    va_copy(copy, args);
+    int n = vsnprintf(nullptr, 0, format, copy);
+    va_end(copy);
+    std::vector<char> buf(size_t(n > 0 ? n : 0) + 1);
+    vsnprintf(buf.data(), buf.size(), format, args);
+    va_end(args);
+    printf(QString::fromUtf8(buf.data()));
+}
+
+void VxMessage::printf(const QString& text)
+{
+    QString line = text.endsWith('\n') ? text.left(text.size() - 1) : text;
+    m_lines.append(line);
+    if (m_console) {
+        fprintf(m_console, "%s\n", line.toUtf8().constData());
+        fflush(m_console);
+    }
+}
+
+int VxMessage::error(const QString& text, const char*, const char*, const char*, int defaultButton, int)
+{
+    m_errors.append(text);
+    fprintf(stderr, "Error: %s\n", text.toUtf8().constData());
+    fflush(stderr);
+    return defaultButton;
+}
+
+void VxMessage::warning(const QString& text)
+{
+    m_lines.append("Warning: " + text);
+    fprintf(stderr, "Warning: %s\n", text.toUtf8().constData());
+    fflush(stderr);
+}

@@ -1,0 +1,133 @@
+#include <vx/VxPortColorList.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace {
+QString colorText(const KxColor& c)
+{
+    using vxscript::number;
+    return QString("%1 %2 %3").arg(number(c.r), number(c.g), number(c.b));
+}
+} // namespace
+
+VxPortColorList::VxPortColorList(VxObject* owner, const QString& label, const QString& name, int count)
+    : VxPort(owner, label, name), m_items(std::max(count, 0))
+{
+}
+
+bool VxPortColorList::getColor(KxColor& color, int index) const
+{
+    if (index < 0 || index >= m_items.size()) return false;
+    color = m_items[index].color;
+    return true;
+}
+
+void VxPortColorList::setColor(const KxColor& color, int index)
+{
+    if (index < 0 || index >= m_items.size()) return;
+    KxColor c;
+    for (int i = 0; i < 3; ++i) {
+        if (std::isnan(color[i])) return;
+        c[i] = std::min(1.f, std::max(0.f, color[i]));
+    }
+    if (c == m_items[index].color) return;
+    m_items[index].color = c;
+    touch(NEW_VALUE);
+}
+
+void VxPortColorList::setLabel(int index, const QString& label)
+{
+    if (index < 0 || index >= m_items.size() || m_items[index].label == label) return;
+    m_items[index].label = label;
+    touch(NEW_ITEMS);
+}
+
+QStringList VxPortColorList::verbs() const
+{
+    return QStringList{"setColor", "getColor", "setValue", "getValue", "setLabel",
+                       "getLabel", "getNum",   "setState", "getState"} +
+           VxPort::verbs();
+}
+
+QStringList VxPortColorList::saveState() const
+{
+    QStringList lines;
+    for (int i = 0; i < m_items.size(); ++i)
+        lines << QString("setColor %1 %2").arg(i).arg(colorText(m_items[i].color));
+    return lines;
+}
+
+int VxPortColorList::parse(Tcl_Interp* interp, int argc, char** argv)
+{
+    using vxscript::setResult;
+    if (argc < 2) return VxPort::parse(interp, argc, argv);
+    const char* verb = argv[1];
+    auto is = [verb](const char* v) { return !strcmp(verb, v); };
+    const int n = m_items.size();
+    int index = 0;
+    auto toColor = [&](const QStringList& words, KxColor& c) {
+        for (int i = 0; i < 3; ++i)
+            if (!vxscript::toFloat(interp, *this, words[i].toUtf8().constData(), c[i])) return false;
+        return true;
+    };
+
+    if (is("setColor") || is("setValue")) {
+        // "setColor INDEX R G B" or "setColor INDEX {R G B}".
+        QStringList words;
+        if (argc < 4) return usage(interp, verb, "INDEX R G B");
+        if (!vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
+        if (!vxscript::toWords(interp, *this, argc, argv, 3, words)) return TCL_ERROR;
+        KxColor c;
+        if (words.size() != 3) return usage(interp, verb, "INDEX R G B");
+        if (!toColor(words, c)) return TCL_ERROR;
+        setColor(c, index);
+        return TCL_OK;
+    }
+    if (is("getColor") || is("getValue") || (is("getLabel") && argc == 3)) {
+        if (argc > 3) return usage(interp, verb, "[INDEX]");
+        if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        setResult(interp, is("getLabel") ? m_items[index].label : colorText(m_items[index].color));
+        return TCL_OK;
+    }
+    if (is("setLabel")) {
+        if (argc != 4) return usage(interp, verb, "INDEX TEXT");
+        if (!vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
+        setLabel(index, QString::fromUtf8(argv[3]));
+        return TCL_OK;
+    }
+    if (is("getNum")) {
+        setResult(interp, QString::number(n));
+        return TCL_OK;
+    }
+    if (is("setState")) {
+        // One {R G B} per item.
+        QStringList items;
+        if (!vxscript::toWords(interp, *this, argc, argv, 2, items)) return TCL_ERROR;
+        if (items.size() != n)
+            return error(
+                interp,
+                QString("setState needs %1 colours {R G B}, one per item, not %2").arg(n).arg(items.size()));
+        QVector<KxColor> colors(n);
+        for (int i = 0; i < n; ++i) {
+            QByteArray item = items[i].toUtf8();
+            char* one[] = {item.data()};
+            QStringList words;
+            if (!vxscript::toWords(interp, *this, 1, one, 0, words)) return TCL_ERROR;
+            if (words.size() != 3)
+                return error(interp,
+                             QString("colour %1 \"%2\" is not three numbers R G B").arg(i).arg(items[i]));
+            if (!toColor(words, colors[i])) return TCL_ERROR;
+        }
+        for (int i = 0; i < n; ++i) setColor(colors[i], i);
+        return TCL_OK;
+    }
+    if (is("getState")) {
+        QStringList items;
+        for (const Item& item : m_items) items << colorText(item.color);
+        setResult(interp, vxscript::join(items));
+        return TCL_OK;
+    }
+    return VxPort::parse(interp, argc, argv);
+}

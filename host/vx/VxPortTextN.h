@@ -1,0 +1,217 @@
+#pragma once
+#include <vx/VxPort.h>
+
+#include <QVector>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+// A row of number fields, each with its own range, label and sensitivity. Values are clamped into
+// their field's range; the fields are unbounded until a range is set. Base of VxPortIntTextN and
+// VxPortFloatTextN.
+template <class T> class VxPortTextN : public VxPort
+{
+public:
+    enum Sensitivity
+    {
+        NO_SENSITIVITY = 0,
+        SENSITIVE = 1
+    };
+
+    VxPortTextN(VxObject* owner, const QString& label, const QString& name, int count)
+        : VxPort(owner, label, name), m_fields(std::max(count, 0))
+    {
+    }
+
+    int getNum() const { return m_fields.size(); }
+    // Out-of-range indices read 0 and are ignored when written.
+    T getValue(int index = 0) const { return valid(index) ? m_fields[index].value : T(0); }
+    // Clamps into the field's range (NaN is ignored); touches NEW_VALUE only on a change.
+    void setValue(int index, T value)
+    {
+        if (!valid(index) || value != value) return;
+        Field& f = m_fields[index];
+        value = std::min(std::max(value, f.min), f.max);
+        if (value == f.value) return;
+        f.value = value;
+        touch(NEW_VALUE);
+    }
+    // Range of one field; reversed bounds are swapped. Touches NEW_RANGE and re-clamps the value.
+    void setMinMax(int index, T min, T max)
+    {
+        if (!valid(index) || min != min || max != max) return;
+        if (min > max) std::swap(min, max);
+        Field& f = m_fields[index];
+        if (min != f.min || max != f.max) {
+            f.min = min;
+            f.max = max;
+            touch(NEW_RANGE);
+        }
+        setValue(index, f.value);
+    }
+    // The same range for every field.
+    void setMinMax(T min, T max)
+    {
+        for (int i = 0; i < m_fields.size(); ++i) setMinMax(i, min, max);
+    }
+    T getMinValue(int index = 0) const { return valid(index) ? m_fields[index].min : T(0); }
+    T getMaxValue(int index = 0) const { return valid(index) ? m_fields[index].max : T(0); }
+
+    using VxPort::getLabel;
+    using VxPort::setLabel;
+    QString getLabel(int index) const { return valid(index) ? m_fields[index].label : QString(); }
+    void setLabel(int index, const QString& label)
+    {
+        if (!valid(index) || m_fields[index].label == label) return;
+        m_fields[index].label = label;
+        touch(NEW_ITEMS);
+    }
+    // A field that is not sensitive is shown greyed out and cannot be edited by the user.
+    void setSensitivity(int index, int sensitivity)
+    {
+        if (!valid(index) || m_fields[index].sensitive == (sensitivity != NO_SENSITIVITY)) return;
+        m_fields[index].sensitive = sensitivity != NO_SENSITIVITY;
+        touch(NEW_ITEMS);
+    }
+    int getSensitivity(int index) const
+    {
+        return valid(index) && m_fields[index].sensitive ? SENSITIVE : NO_SENSITIVITY;
+    }
+
+    QStringList verbs() const override
+    {
+        return QStringList{"setValue",       "getValue", "setMinMax", "getMinValue",
+                           "getMaxValue",    "setLabel", "getLabel",  "setSensitivity",
+                           "getSensitivity", "getNum",   "setState",  "getState"} +
+               VxPort::verbs();
+    }
+
+    // Ranges other than the unbounded default, then the values.
+    QStringList saveState() const override
+    {
+        QStringList lines;
+        for (int i = 0; i < m_fields.size(); ++i)
+            if (m_fields[i].min != lowest() || m_fields[i].max != highest())
+                lines
+                    << QString("setMinMax %1 %2 %3").arg(i).arg(text(m_fields[i].min), text(m_fields[i].max));
+        for (int i = 0; i < m_fields.size(); ++i)
+            lines << QString("setValue %1 %2").arg(i).arg(text(m_fields[i].value));
+        return lines;
+    }
+
+    int parse(Tcl_Interp* interp, int argc, char** argv) override
+    {
+        using vxscript::setResult;
+        if (argc < 2) return VxPort::parse(interp, argc, argv);
+        const char* verb = argv[1];
+        auto is = [verb](const char* v) { return !strcmp(verb, v); };
+        const int n = m_fields.size();
+        int index = 0;
+        T v[2];
+
+        if (is("setValue")) {
+            // "setValue INDEX VALUE"; a port of one field also takes "setValue VALUE".
+            if (argc != 4 && !(argc == 3 && n == 1)) return usage(interp, verb, "INDEX VALUE");
+            if (argc == 4 && !vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
+            if (!toNumber(interp, argv[argc - 1], v[0])) return TCL_ERROR;
+            setValue(index, v[0]);
+            return TCL_OK;
+        }
+        if (is("setMinMax")) {
+            // "setMinMax INDEX MIN MAX" for one field, "setMinMax MIN MAX" for all.
+            if (argc != 4 && argc != 5) return usage(interp, verb, "[INDEX] MIN MAX");
+            if (argc == 5 && !vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
+            if (!toNumber(interp, argv[argc - 2], v[0]) || !toNumber(interp, argv[argc - 1], v[1]))
+                return TCL_ERROR;
+            if (v[0] > v[1])
+                return error(
+                    interp,
+                    QString("the minimum %1 is greater than the maximum %2").arg(text(v[0]), text(v[1])));
+            argc == 5 ? setMinMax(index, v[0], v[1]) : setMinMax(v[0], v[1]);
+            return TCL_OK;
+        }
+        if (is("getValue") && argc == 2 && n != 1) {
+            setResult(interp, stateText());
+            return TCL_OK;
+        }
+        if (is("getValue") || is("getMinValue") || is("getMaxValue") || is("getSensitivity") ||
+            (is("getLabel") && argc == 3)) {
+            if (argc > 3) return usage(interp, verb, "[INDEX]");
+            if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+            const Field& f = m_fields[index];
+            if (is("getLabel"))
+                setResult(interp, f.label);
+            else if (is("getSensitivity"))
+                setResult(interp, f.sensitive ? "1" : "0");
+            else
+                setResult(interp, text(is("getValue") ? f.value : is("getMinValue") ? f.min : f.max));
+            return TCL_OK;
+        }
+        if (is("setLabel") || is("setSensitivity")) {
+            bool on;
+            if (argc != 4) return usage(interp, verb, is("setLabel") ? "INDEX TEXT" : "INDEX ON");
+            if (!vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
+            if (is("setLabel"))
+                setLabel(index, QString::fromUtf8(argv[3]));
+            else if (!vxscript::toBool(interp, *this, argv[3], on))
+                return TCL_ERROR;
+            else
+                setSensitivity(index, on ? SENSITIVE : NO_SENSITIVITY);
+            return TCL_OK;
+        }
+        if (is("getNum")) {
+            setResult(interp, QString::number(n));
+            return TCL_OK;
+        }
+        if (is("setState")) {
+            QStringList words;
+            if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
+            if (words.size() != n)
+                return error(
+                    interp,
+                    QString("setState needs %1 values, one per field, not %2").arg(n).arg(words.size()));
+            QVector<T> values(n);
+            for (int i = 0; i < n; ++i)
+                if (!toNumber(interp, words[i].toUtf8().constData(), values[i])) return TCL_ERROR;
+            for (int i = 0; i < n; ++i) setValue(i, values[i]);
+            return TCL_OK;
+        }
+        if (is("getState")) {
+            setResult(interp, stateText());
+            return TCL_OK;
+        }
+        return VxPort::parse(interp, argc, argv);
+    }
+
+private:
+    struct Field
+    {
+        T value = T(0);
+        T min = lowest();
+        T max = highest();
+        QString label;
+        bool sensitive = true;
+    };
+    static constexpr T lowest() { return std::numeric_limits<T>::lowest(); }
+    static constexpr T highest() { return std::numeric_limits<T>::max(); }
+    bool valid(int index) const { return index >= 0 && index < m_fields.size(); }
+    bool toNumber(Tcl_Interp* interp, const char* word, int& v) const
+    {
+        return vxscript::toInt(interp, *this, word, v);
+    }
+    bool toNumber(Tcl_Interp* interp, const char* word, float& v) const
+    {
+        return vxscript::toFloat(interp, *this, word, v);
+    }
+    static QString text(int v) { return QString::number(v); }
+    static QString text(float v) { return vxscript::number(v); }
+    QString stateText() const
+    {
+        QStringList values;
+        for (const Field& f : m_fields) values << text(f.value);
+        return values.join(' ');
+    }
+
+    QVector<Field> m_fields;
+};

@@ -1,0 +1,159 @@
+#include <vx/VxPortToggleList.h>
+
+#include <cstring>
+
+VxPortToggleList::VxPortToggleList(VxObject* owner, const QString& label, const QString& name, int count)
+    : VxPort(owner, label, name), m_items(std::max(count, 0))
+{
+}
+
+void VxPortToggleList::setNum(int count)
+{
+    count = std::max(count, 0);
+    if (count == m_items.size()) return;
+    m_items.resize(count);
+    touch(NEW_ITEMS);
+}
+
+bool VxPortToggleList::getValue(int index) const
+{
+    return index >= 0 && index < m_items.size() && m_items[index].value;
+}
+
+void VxPortToggleList::setValue(int index, bool on)
+{
+    if (index < 0 || index >= m_items.size() || m_items[index].value == on) return;
+    m_items[index].value = on;
+    m_items[index].isNew = true;
+    touch(NEW_VALUE);
+}
+
+QString VxPortToggleList::getLabel(int index) const
+{
+    return index >= 0 && index < m_items.size() ? m_items[index].label : QString();
+}
+
+void VxPortToggleList::setLabel(int index, const QString& label)
+{
+    if (index < 0 || index >= m_items.size() || m_items[index].label == label) return;
+    m_items[index].label = label;
+    touch(NEW_ITEMS);
+}
+
+void VxPortToggleList::setSensitivity(int index, bool sensitive)
+{
+    if (index < 0 || index >= m_items.size() || m_items[index].sensitive == sensitive) return;
+    m_items[index].sensitive = sensitive;
+    touch(NEW_ITEMS);
+}
+
+bool VxPortToggleList::getSensitivity(int index) const
+{
+    return index >= 0 && index < m_items.size() && m_items[index].sensitive;
+}
+
+bool VxPortToggleList::isItemNew(int index) const
+{
+    return index >= 0 && index < m_items.size() && m_items[index].isNew;
+}
+
+void VxPortToggleList::untouch(bool all)
+{
+    for (Item& item : m_items) item.isNew = false;
+    VxPort::untouch(all);
+}
+
+QStringList VxPortToggleList::verbs() const
+{
+    return QStringList{"setValue",       "getValue",       "setNum",    "getNum",   "setLabel", "getLabel",
+                       "setSensitivity", "getSensitivity", "isItemNew", "setState", "getState"} +
+           VxPort::verbs();
+}
+
+QStringList VxPortToggleList::saveState() const
+{
+    QStringList lines;
+    for (int i = 0; i < m_items.size(); ++i)
+        lines << QString("setValue %1 %2").arg(i).arg(int(m_items[i].value));
+    return lines;
+}
+
+int VxPortToggleList::parse(Tcl_Interp* interp, int argc, char** argv)
+{
+    using vxscript::setResult;
+    if (argc < 2) return VxPort::parse(interp, argc, argv);
+    const char* verb = argv[1];
+    auto is = [verb](const char* v) { return !strcmp(verb, v); };
+    const int n = m_items.size();
+    int index = 0;
+    bool on;
+
+    if (is("setValue")) {
+        // "setValue ON" sets the first toggle, "setValue INDEX ON" any.
+        if (argc != 3 && argc != 4) return usage(interp, verb, "[INDEX] ON");
+        if (!vxscript::toIndex(interp, *this, argc == 4 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        if (!vxscript::toBool(interp, *this, argv[argc - 1], on)) return TCL_ERROR;
+        setValue(index, on);
+        return TCL_OK;
+    }
+    if (is("getValue") || is("getSensitivity") || is("isItemNew") || (is("getLabel") && argc == 3)) {
+        if (argc > 3) return usage(interp, verb, "[INDEX]");
+        if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        if (is("getLabel"))
+            setResult(interp, getLabel(index));
+        else {
+            bool v = is("getValue")    ? getValue(index)
+                     : is("isItemNew") ? isItemNew(index)
+                                       : getSensitivity(index);
+            setResult(interp, v ? "1" : "0");
+        }
+        return TCL_OK;
+    }
+    if (is("setSensitivity")) {
+        if (argc != 4) return usage(interp, verb, "INDEX ON");
+        if (!vxscript::toIndex(interp, *this, argv[2], n, index) ||
+            !vxscript::toBool(interp, *this, argv[3], on))
+            return TCL_ERROR;
+        setSensitivity(index, on);
+        return TCL_OK;
+    }
+    if (is("setLabel")) {
+        if (argc != 4) return usage(interp, verb, "INDEX TEXT");
+        if (!vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
+        setLabel(index, QString::fromUtf8(argv[3]));
+        return TCL_OK;
+    }
+    if (is("setNum")) {
+        int count;
+        if (argc != 3) return usage(interp, verb, "COUNT");
+        if (!vxscript::toInt(interp, *this, argv[2], count)) return TCL_ERROR;
+        if (count < 0) return error(interp, QString("the count %1 is negative").arg(count));
+        setNum(count);
+        return TCL_OK;
+    }
+    if (is("getNum")) {
+        setResult(interp, QString::number(n));
+        return TCL_OK;
+    }
+    if (is("setState")) {
+        QStringList words;
+        if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
+        if (words.size() != n)
+            return error(
+                interp, QString("setState needs %1 values, one per toggle, not %2").arg(n).arg(words.size()));
+        QVector<bool> values(n);
+        for (int i = 0; i < n; ++i) {
+            if (!vxscript::toBool(interp, *this, words[i].toUtf8().constData(), on)) return TCL_ERROR;
+            values[i] = on;
+        }
+        for (int i = 0; i < n; ++i) setValue(i, values[i]);
+        return TCL_OK;
+    }
+    if (is("getState")) {
+        QStringList values;
+        for (const Item& item : m_items) values << (item.value ? "1" : "0");
+        setResult(interp, values.join(' '));
+        return TCL_OK;
+    }
+    return VxPort::parse(interp, argc, argv);
+}

@@ -1,0 +1,36 @@
+#include <vx/VxConnection.h>
+#include <vx/VxRangeProviderSpatialData.h>
+#include <vx/VxRegScalarField3.h>
+
+VxConnection* VxRangeProviderSpatialData::getConnection() const
+{
+    if (!m_owner) return nullptr;
+    VxConnection* first = nullptr;
+    for (VxPort* p : m_owner->getAllPorts()) {
+        auto* c = dynamic_cast<VxConnection*>(p);
+        if (!c) continue;
+        if (c->getName() == "data") return c;
+        if (!first) first = c;
+    }
+    return first;
+}
+
+bool VxRangeProviderSpatialData::getRange(double& min, double& max) const
+{
+    min = max = 0;
+    VxConnection* c = getConnection();
+    const VxRegScalarField3* field = c ? vxconnection_cast<VxRegScalarField3>(*c) : nullptr;
+    if (!field) return false;
+    int mode =
+        field->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED : VxRegScalarField3::RANGE_ALL;
+    return field->getRange(min, max, mode);
+}
+
+bool VxRangeProviderSpatialData::isDiscrete() const
+{
+    VxConnection* c = getConnection();
+    const VxRegScalarField3* field = c ? vxconnection_cast<VxRegScalarField3>(*c) : nullptr;
+    if (!field) return false;
+    int t = field->primType();
+    return t != KxPrimType::FLOAT && t != KxPrimType::DOUBLE && t != KxPrimType::UNKNOWN;
+}

@@ -1,0 +1,90 @@
+#include <vx/VxApplication.h>
+#include <vx/VxPortColormap.h>
+#include <vx/VxPortDrawStyle.h>
+#include <vx/VxTriBase.h>
+
+#include <cmath>
+#include <cstring>
+
+KX_ABSTRACT_SOURCE(VxTriBase, VxViewBase)
+
+VxTriBase::VxTriBase(const KxTypeInfo* dataType)
+    : VxViewBase(dataType),
+      m_surface(new SoTriSurface),
+      m_colormap(new VxPortColormap(this, translate("VxTriBase", "Colormap"), "colormap")),
+      m_drawStyle(new VxPortDrawStyle(this, translate("VxTriBase", "Draw Style"), "drawStyle"))
+{
+    m_colormap->hide();
+}
+
+VxTriBase::~VxTriBase()
+{
+    delete m_drawStyle;
+    delete m_colormap;
+}
+
+void VxTriBase::compute()
+{
+    VxViewBase::compute();
+    handleDrawStyle();
+    handlePseudoColor(0);
+    // Shown by default; a module hides it when it has nothing to show.
+    showGeom(m_surface.get());
+}
+
+void VxTriBase::handleDrawStyle()
+{
+    int style = m_drawStyle->getValue();
+    if (style >= SoTriSurface::WIREFRAME && style <= SoTriSurface::POINTS && m_surface->drawStyle.getValue() != style)
+        m_surface->drawStyle = style;
+}
+
+void VxTriBase::handlePseudoColor(int)
+{
+    SbColor c = m_colormap->getDefaultColor();
+    float alpha = m_colormap->isAlphaEnabled() ? m_colormap->getDefaultAlpha() : 1.f;
+    auto byte = [](float v) { return uint32_t(std::lround(std::min(1.f, std::max(0.f, v)) * 255.f)); };
+    uint32_t packed = byte(c[0]) << 24 | byte(c[1]) << 16 | byte(c[2]) << 8 | byte(alpha);
+    if (m_surface->colors.getNum() != 1 || m_surface->colors[0] != packed) m_surface->colors.setValue(packed);
+}
+
+QStringList VxTriBase::commands() const
+{
+    return QStringList{"getNumTriangles", "getNumPoints", "exportData", "save"} + VxViewBase::commands();
+}
+
+int VxTriBase::parse(Tcl_Interp* interp, int argc, char** argv)
+{
+    if (argc >= 2 && !findPort(QString::fromUtf8(argv[1]))) {
+        const char* word = argv[1];
+        if (!strcmp(word, "getNumTriangles") || !strcmp(word, "getNumPoints")) {
+            int n = !strcmp(word, "getNumTriangles") ? m_surface->getNumTriangles() : m_surface->getNumPoints();
+            vxscript::setResult(interp, QString::number(n));
+            return TCL_OK;
+        }
+        bool exportData = !strcmp(word, "exportData");
+        if (exportData || !strcmp(word, "save")) {
+            // exportData FORMAT FILE; save FILE (the format follows from the extension).
+            if ((exportData && argc != 4) || (!exportData && argc != 3)) {
+                vxscript::setResult(interp, exportData ? QString("usage: %1 exportData FORMAT FILE").arg(getName())
+                                                       : QString("usage: %1 save FILE").arg(getName()));
+                return TCL_ERROR;
+            }
+            const auto& writer = VxApplication::instance()->surfaceExporter();
+            if (!writer) {
+                vxscript::setResult(interp, QString("\"%1\": this host has no surface writers").arg(getName()));
+                return TCL_ERROR;
+            }
+            QString format = exportData ? QString::fromUtf8(argv[2]) : QString();
+            QString path = QString::fromUtf8(argv[exportData ? 3 : 2]);
+            QString why;
+            if (!writer(*m_surface, format, path, &why)) {
+                vxscript::setResult(interp, QString("\"%1\": %2").arg(getName(), why));
+                return TCL_ERROR;
+            }
+            vxscript::setResult(interp, path);
+            return TCL_OK;
+        }
+    }
+    return VxViewBase::parse(interp, argc, argv);
+}

@@ -1,0 +1,38 @@
+#pragma once
+#include <vx/VxViewBase.h>
+
+#include <oiv/SoTriSurface.h>
+
+class VxPortColormap;
+class VxPortDrawStyle;
+
+// A view whose output is one triangle surface: its draw style and colour come from the
+// "Draw Style" and "Colormap" ports. Derived modules fill the surface in compute().
+class VxTriBase : public VxViewBase
+{
+    KX_HEADER(VxTriBase)
+
+public:
+    ~VxTriBase() override;
+    void compute() override;
+    int parse(Tcl_Interp* interp, int argc, char** argv) override;
+    QStringList commands() const override;
+
+    SoTriSurface* getTriSurface() const { return m_surface.get(); }
+    SoNode* getGeometry() const override { return m_surface.get(); }
+    void handleDrawStyle() override;
+    // Colours the surface with the colour map's default colour and alpha.
+    void handlePseudoColor(int mode) override;
+
+    VxPortColormap& portColormap() { return *m_colormap; }
+    VxPortDrawStyle& portDrawStyle() { return *m_drawStyle; }
+
+protected:
+    explicit VxTriBase(const KxTypeInfo* dataType);
+
+    KxHandle<SoTriSurface> m_surface;
+
+private:
+    VxPortColormap* m_colormap;
+    VxPortDrawStyle* m_drawStyle;
+};

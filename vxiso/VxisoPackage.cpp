@@ -1,0 +1,66 @@
+// The package's entry points. Loading the library registers its module classes with the host's
+// type registry; unloading withdraws them. Each module class joins the two lists below, in this
+// order, when it is added to the package.
+#include <vx/VxModule.h>
+
+extern "C" {
+void corvapackage_vxiso_init();
+void corvapackage_vxiso_finish();
+const char* corvapackage_vxiso();
+}
+
+namespace {
+
+// The first 13 characters are the record's tag; corvapackage_vxiso() returns what follows.
+const char g_versionRecord[] = "@(#)package: vxiso 0.4 (" __DATE__ " " __TIME__ ")";
+
+} // namespace
+
+// The version record; the entry point of the same name reads it.
+struct corvapackage_vxiso
+{
+    static const char* version;
+};
+const char* corvapackage_vxiso::version = g_versionRecord;
+
+void corvapackage_vxiso_init()
+{
+    static bool isInitialized = false;
+    if (isInitialized) return;
+    isInitialized = true;
+}
+
+void corvapackage_vxiso_finish()
+{
+    static bool isFinished = false;
+    if (isFinished) return;
+    isFinished = true;
+}
+
+const char* corvapackage_vxiso()
+{
+    return ::corvapackage_vxiso::version + 13;
+}
+
+void soconstructor_vxiso()
+{
+    corvapackage_vxiso_init();
+}
+
+void sodestructor_vxiso()
+{
+    corvapackage_vxiso_finish();
+}
+
+namespace {
+
+// Constructed before the library's other statics (and so destroyed after them): registration
+// must not depend on anything another source file builds at load time.
+struct PackageLifetime
+{
+    PackageLifetime() { soconstructor_vxiso(); }
+    ~PackageLifetime() { sodestructor_vxiso(); }
+};
+__attribute__((init_priority(101))) PackageLifetime g_packageLifetime;
+
+} // namespace
