@@ -1,4 +1,5 @@
 #include <vx/VxApplication.h>
+#include <vx/VxHostClasses.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
 #include <vx/VxObjectPool.h>
@@ -51,6 +52,7 @@ VxApplication::VxApplication()
       m_pool(std::make_unique<VxObjectPool>())
 {
     oivInit();
+    vxInitHostClasses();
     m_sceneRoot = new SoSeparator;
     m_sceneRoot->ref();
 }

@@ -130,6 +130,7 @@ int VxPort3DPointList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getNum")) {
+        if (argc != 2) return usage(interp, verb, "");
         setResult(interp, QString::number(getNum()));
         return TCL_OK;
     }
@@ -149,6 +150,7 @@ int VxPort3DPointList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getState")) {
+        if (argc != 2) return usage(interp, verb, "");
         QStringList points;
         for (const SbVec3f& pt : m_points) points << pointText(pt);
         setResult(interp, vxscript::join(points));

@@ -98,6 +98,7 @@ int VxPortColorList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getNum")) {
+        if (argc != 2) return usage(interp, verb, "");
         setResult(interp, QString::number(n));
         return TCL_OK;
     }
@@ -124,6 +125,7 @@ int VxPortColorList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getState")) {
+        if (argc != 2) return usage(interp, verb, "");
         QStringList items;
         for (const Item& item : m_items) items << colorText(item.color);
         setResult(interp, vxscript::join(items));

@@ -123,6 +123,8 @@ int VxPortColormap::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     const SbColor& c = m_defaultColor;
+    if (argc != 2 && (is("getDefaultColor") || is("getDefaultAlpha") || is("getState")))
+        return usage(interp, verb, "");
     if (is("getDefaultColor"))
         setResult(interp, QString("%1 %2 %3").arg(number(c[0]), number(c[1]), number(c[2])));
     else if (is("getDefaultAlpha"))

@@ -103,6 +103,7 @@ int VxPortDrawStyle::parse(Tcl_Interp* interp, int argc, char** argv)
         setCulling(on);
         return TCL_OK;
     }
+    if (argc != 2 && (is("getValue") || is("getCulling") || is("getState"))) return usage(interp, verb, "");
     if (is("getValue"))
         setResult(interp, QString::number(m_style));
     else if (is("getCulling"))

@@ -108,6 +108,9 @@ int VxPortFontSelection::parse(Tcl_Interp* interp, int argc, char** argv)
         if (!font) setFontColor(c);
         return TCL_OK;
     }
+    if (argc != 2 && (is("getFont") || is("getFontDescription") || is("getFontSize") || is("getFontColor") ||
+                      is("getState")))
+        return usage(interp, verb, "");
     if (is("getFont"))
         setResult(interp, vxscript::join({m_family, QString::number(m_size), QString::number(m_weight),
                                           m_italic ? "1" : "0"}));

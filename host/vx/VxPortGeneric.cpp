@@ -240,6 +240,7 @@ int VxPortGeneric::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getState")) {
+        if (argc != 2) return usage(interp, verb, "");
         QStringList values;
         for (const Item* item : valued) values << QString::number(item->value);
         setResult(interp, values.join(' '));

@@ -102,6 +102,7 @@ int VxPortMultiMenu::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getNum")) {
+        if (argc != 2) return usage(interp, verb, "");
         setResult(interp, QString::number(n));
         return TCL_OK;
     }
@@ -124,6 +125,7 @@ int VxPortMultiMenu::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getState")) {
+        if (argc != 2) return usage(interp, verb, "");
         QStringList values;
         for (const Menu& m : m_menus) values << QString::number(m.value);
         setResult(interp, values.join(' '));

@@ -76,6 +76,7 @@ int VxPortRadioBox::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getNum")) {
+        if (argc != 2) return usage(interp, verb, "");
         setResult(interp, QString::number(getNum()));
         return TCL_OK;
     }

@@ -161,6 +161,7 @@ public:
             return TCL_OK;
         }
         if (is("getNum")) {
+            if (argc != 2) return usage(interp, verb, "");
             setResult(interp, QString::number(n));
             return TCL_OK;
         }
@@ -178,6 +179,7 @@ public:
             return TCL_OK;
         }
         if (is("getState")) {
+            if (argc != 2) return usage(interp, verb, "");
             setResult(interp, stateText());
             return TCL_OK;
         }

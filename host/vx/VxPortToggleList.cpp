@@ -132,6 +132,7 @@ int VxPortToggleList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getNum")) {
+        if (argc != 2) return usage(interp, verb, "");
         setResult(interp, QString::number(n));
         return TCL_OK;
     }
@@ -150,6 +151,7 @@ int VxPortToggleList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getState")) {
+        if (argc != 2) return usage(interp, verb, "");
         QStringList values;
         for (const Item& item : m_items) values << (item.value ? "1" : "0");
         setResult(interp, values.join(' '));

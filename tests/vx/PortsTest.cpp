@@ -550,6 +550,7 @@ TEST_F(PortsTest, TextDrawStyleAndPointList)
     EXPECT_EQ(style.getValue(), VxPortDrawStyle::WIREFRAME);
     EXPECT_EQ(fails(owner, "drawStyle setValue 4"),
               "\"obj\" port \"drawStyle\": index 4 is out of range 0..3");
+    EXPECT_EQ(fails(owner, "drawStyle getValue 1"), "\"obj\" port \"drawStyle\": usage: drawStyle getValue");
     EXPECT_EQ(fails(owner, "drawStyle setCulling 1"),
               "\"obj\" port \"drawStyle\": this module offers no back-face culling");
     style.cullingControls();
@@ -646,6 +647,9 @@ TEST_F(PortsTest, SavedStateRestoresEveryPortKind)
         {"int slider",
          [](VxObject& o) { return new VxPortIntSlider(&o, "L", "p"); },
          {"setMinMax -5 40", "setValue 33"}},
+        {"int range slider",
+         [](VxObject& o) { return new VxPortRangeTplSlider<VxPortIntSlider>(&o, "L", "p"); },
+         {"setMinMax 0 9", "setValue 4"}},
         {"range slider",
          [](VxObject& o) { return new VxPortRangeTplSlider<VxPortFloatSlider>(&o, "L", "p"); },
          {"setMinMax 1e-3 2", "setValue 1.25"}},

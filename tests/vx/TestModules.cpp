@@ -120,7 +120,9 @@ VxTestAllPorts::VxTestAllPorts()
     portFloat.setMinMax(-10.f, 10.f);
     portInt.setMinMax(0, 20);
     portInt.setValue(5);
-    portInts.setMinMax(0, 1, 8);
+    portInts.setMinMax(1, 8);
+    portMenu.setItems(0, {"low", "high"});
+    portMenu.setItems(1, {"a", "b", "c"});
     portHidden.setValue(0.25f);
     portHidden.hide();
     portOptions.setLabel(0, "compactify");

@@ -1,0 +1,23 @@
+#include <vx/VxColormap.h>
+#include <vx/VxHostClasses.h>
+#include <vx/VxLineSet.h>
+#include <vx/VxOverlayModule.h>
+#include <vx/VxRegScalarField3.h>
+#include <vx/VxTriBase.h>
+#include <vx/VxUniformLabelField3.h>
+
+void vxInitHostClasses()
+{
+    VxObject::getClassTypeId();
+    VxModule::getClassTypeId();
+    VxViewBase::getClassTypeId();
+    VxTriBase::getClassTypeId();
+    VxOverlayModule::getClassTypeId();
+    VxSpatialData::getClassTypeId();
+    VxScalarField3::getClassTypeId();
+    VxRegScalarField3::getClassTypeId();
+    VxUniformScalarField3::getClassTypeId();
+    VxUniformLabelField3::getClassTypeId();
+    VxColormap::getClassTypeId();
+    VxLineSet::getClassTypeId();
+}
