@@ -7,6 +7,7 @@
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
+#include <vx/VxObjectPool.h>
 #include <vx/VxPackageManager.h>
 #include <vx/VxTerminalProgress.h>
 
@@ -54,7 +55,10 @@ void shutdown()
 
 void exitProc(ClientData code)
 {
-    shutdown();
+    // Called from inside a script: the interpreter is still running and must not be deleted,
+    // but the objects must go before the packages whose code they run.
+    VxApplication::instance()->objectPool()->removeAll();
+    g_packages.reset();
     std::fflush(stdout);
     _exit(int(reinterpret_cast<intptr_t>(code)));
 }
