@@ -1,11 +1,14 @@
 // The framework as modules and scripts see it: the type registry and packages, change flags
 // across update() and compute(), script verbs, saved networks, and old scripts' ports.
 #include <vx/VxApplication.h>
+#include <vx/VxColormap.h>
+#include <vx/VxTriBase.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
 #include <vx/VxModule.h>
 #include <vx/VxObjectPool.h>
 #include <vx/VxPackageManager.h>
+#include <vx/VxPreferences.h>
 
 #include <gtest/gtest.h>
 
@@ -142,6 +145,53 @@ TEST_F(Framework, VerbsClampAndRejectBadWordsWithTheirNames)
     run("create VxTestSphere s");
     e = runError("s data connect s");
     EXPECT_NE(e.indexOf("cannot read itself"), -1) << e.toStdString();
+}
+
+TEST_F(Framework, ConnectionsCheckTheirSourcesAndFollowThem)
+{
+    run("create VxTestSphere s; create VxTestAllPorts m; create VxTestAllPorts other");
+    auto* m = static_cast<VxModule*>(VxApplication::instance()->objectPool()->findObject("m"));
+    VxConnection& c = m->portData;
+    c.addType(VxTriBase::getClassTypeId());
+    c.addType(VxColormap::getClassTypeId());
+    EXPECT_NE(runError("m data connect other").indexOf("\"other\" (VxTestAllPorts) is not accepted here; accepted: VxTriBase, VxColormap"), -1);
+    // A source check narrows the accepted types further.
+    static int checks = 0;
+    c.setSourceCheck([](void* data, VxObject* source) { return ++*static_cast<int*>(data), int(source->getName() != "s"); }, &checks);
+    EXPECT_NE(runError("m data connect s").indexOf("is not accepted here"), -1);
+    EXPECT_EQ(checks, 1);
+    c.setSourceCheck(nullptr, nullptr);
+    m->untouchAllPorts();
+    run("m data connect s");
+    EXPECT_EQ(run("m newInCompute"), "data");
+    EXPECT_NE(vxconnection_cast<VxTriBase>(c), nullptr);
+    EXPECT_EQ(vxconnection_cast<VxColormap>(c), nullptr);
+    EXPECT_EQ(c.getSource(VxTriBase::getClassTypeId())->getName(), "s");
+    // A computation of the source reaches its readers; removing it disconnects them.
+    run("m fire; s doIt hit");
+    EXPECT_EQ(run("m isPending"), "0");
+    static_cast<VxModule*>(VxApplication::instance()->objectPool()->findObject("s"))->touchDownstream();
+    EXPECT_TRUE(c.isNew(VxPort::NEW_DATA));
+    run("remove s");
+    EXPECT_EQ(c.getSource(), nullptr);
+    EXPECT_EQ(run("m data source"), "");
+}
+
+TEST_F(Framework, ServicesRecordMessagesRunHelpAndTellPreferences)
+{
+    VxMessage* msg = VxApplication::instance()->message();
+    run("create VxTestSphere s");
+    EXPECT_EQ(run("s setScale"), "usage: s setScale VALUE");
+    EXPECT_EQ(msg->lines().last(), "usage: s setScale VALUE");
+    EXPECT_EQ(run("s setScale 2.5; s getScale"), "2.5");
+    EXPECT_EQ(msg->error("Disk full", "OK", nullptr, nullptr, 0, -1), 0);
+    EXPECT_EQ(msg->errors(), QStringList{"Disk full"});
+    msg->printf("%d triangles", 12);
+    EXPECT_EQ(msg->lines().last(), "12 triangles");
+    EXPECT_EQ(run("preferences simplifiedRendering 0; s preferenceChanges"), "1");
+    EXPECT_EQ(run("preferences simplifiedRendering 0; s preferenceChanges"), "1") << "no change, no call";
+    EXPECT_FALSE(VxApplication::instance()->getPreferences().simplifiedRenderingDuringInteraction);
+    run("preferences simplifiedRendering 1");
 }
 
 TEST_F(Framework, SavedNetworkReloadsToTheSamePortsAndRecomputes)

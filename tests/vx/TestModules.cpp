@@ -1,6 +1,8 @@
 #include "TestModules.h"
 
 #include <vx/VxApplication.h>
+#include <vx/VxInterpreter.h>
+#include <vx/VxPreferences.h>
 #include <vx/VxMessage.h>
 
 #include <QCoreApplication>
@@ -92,8 +94,32 @@ void VxTestSphere::savePorts(FILE* fp)
     if (computed) fprintf(fp, "\"%s\" doIt hit\n", getName().toUtf8().constData());
 }
 
+void VxTestSphere::preferencesChanged(const VxPreferences& oldPrefs, const VxPreferences& newPrefs)
+{
+    VxTriBase::preferencesChanged(oldPrefs, newPrefs);
+    ++preferenceChanges;
+}
+
 int VxTestSphere::parse(Tcl_Interp* interp, int argc, char** argv)
 {
+    // A module command of its own, with help when its value is missing.
+    VxInterpreter* vi = VxApplication::instance()->interpreter();
+    if (argc >= 2 && vi->cmdCheck(argv[1], "setScale", "VALUE")) {
+        if (argc < 3) {
+            vi->cmdHelp(interp, "setScale", true, argc, argv);
+            return TCL_OK;
+        }
+        scale = float(strtod(argv[2], nullptr));
+        return TCL_OK;
+    }
+    if (argc == 2 && !strcmp(argv[1], "getScale")) {
+        Tcl_VaSetResult(interp, "%g", scale);
+        return TCL_OK;
+    }
+    if (argc == 2 && !strcmp(argv[1], "preferenceChanges")) {
+        Tcl_VaSetResult(interp, "%d", preferenceChanges);
+        return TCL_OK;
+    }
     if (argc == 2 && !strcmp(argv[1], "computeCount")) {
         Tcl_VaSetResult(interp, "%d", computeCount);
         return TCL_OK;

@@ -35,8 +35,12 @@ public:
     void savePorts(FILE* fp) override;
     int parse(Tcl_Interp* interp, int argc, char** argv) override;
 
+    void preferencesChanged(const VxPreferences& oldPrefs, const VxPreferences& newPrefs) override;
+
     bool computed = false;
     int computeCount = 0;
+    float scale = 1.f;
+    int preferenceChanges = 0;
 };
 
 // One port of every kind, and a redesigned port kept for old scripts. Each run records which
