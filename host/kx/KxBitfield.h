@@ -10,7 +10,10 @@ public:
     enum LabelPolicy
     {
         OVERWRITE_UNSET = 0, // unset bits write label 0
-        KEEP_UNSET = 1       // unset bits leave the label as it was
+        KEEP_UNSET = 1,      // unset bits leave the label as it was
+        // Set bits write the label over whatever was there, unset bits leave it: a region grown in
+        // the mask takes over its neighbours' voxels, the rest of the label field stays.
+        INSERT = 3
     };
 
     KxBitfield() = default;

@@ -97,7 +97,19 @@ void unite(RowMask& into, const RowMask& other)
 
 } // namespace
 
-void KxMorphology::dilation3D(const KxBitfield& in, KxBitfield& out, const KxVec3i& dims, int neighborhood)
+void KxMorphology::dilation3D(const KxBitfield& in, KxBitfield& out, const KxVec3i& dims, int iterations,
+                              int neighborhood)
+{
+    if (iterations < 0) throw KxException(KxString::printf("dilation3D: %d iterations", iterations));
+    if (iterations == 0) {
+        if (&out != &in) out = in;
+        return;
+    }
+    dilateOnce(in, out, dims, neighborhood);
+    for (int i = 1; i < iterations; ++i) dilateOnce(out, out, dims, neighborhood);
+}
+
+void KxMorphology::dilateOnce(const KxBitfield& in, KxBitfield& out, const KxVec3i& dims, int neighborhood)
 {
     if (neighborhood != 6 && neighborhood != 18 && neighborhood != 26)
         throw KxException(KxString::printf("dilation3D: neighborhood %d is not 6, 18 or 26", neighborhood));

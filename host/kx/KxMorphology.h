@@ -6,9 +6,14 @@
 class KxMorphology
 {
 public:
-    // Dilates the mask by one voxel: a voxel is set in out when it or one of its neighbours is set in
-    // in. neighborhood 6 takes the face neighbours, 18 faces and edges, 26 the whole 3x3x3 cube; voxels
-    // outside the lattice count as unset. out may be in itself. Throws KxException for another
-    // neighborhood, negative dimensions or a mask whose size is not dims.x * dims.y * dims.z.
-    static void dilation3D(const KxBitfield& in, KxBitfield& out, const KxVec3i& dims, int neighborhood);
+    // Dilates the mask iterations times by one voxel: a voxel is set in out when it or one of its
+    // neighbours is set in in. neighborhood 6 takes the face neighbours, 18 faces and edges, 26 (the
+    // default) the whole 3x3x3 cube, so that every cell touching a set voxel gets all eight corners set;
+    // voxels outside the lattice count as unset. out may be in itself. Throws KxException for another
+    // neighborhood, negative iterations or dimensions, or a mask whose size is not dims.x * dims.y * dims.z.
+    static void dilation3D(const KxBitfield& in, KxBitfield& out, const KxVec3i& dims, int iterations,
+                           int neighborhood = 26);
+
+private:
+    static void dilateOnce(const KxBitfield& in, KxBitfield& out, const KxVec3i& dims, int neighborhood);
 };

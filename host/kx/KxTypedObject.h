@@ -52,3 +52,32 @@ const T* kx_type_cast(const KxTypedObject* o)
 {
     return o && o->isOfType(T::getClassTypeId()) ? static_cast<const T*>(o) : nullptr;
 }
+
+// Type-record boilerplate of a class that a package registers: besides the record, a factory
+// (createInstance), deleteInstance, and initClass/exitClass with the free functions
+// kxInitClass_<Class>/kxExitClass_<Class> that the package's entry points call.
+#define KX_PACKAGE_HEADER(Class)                                                                             \
+public:                                                                                                      \
+    static const KxTypeInfo* getClassTypeId();                                                               \
+    const KxTypeInfo* getTypeId() const override { return getClassTypeId(); }                               \
+    static Class* createInstance();                                                                          \
+    static KxTypedObject* createInstanceKxTypedObject();                                                     \
+    void deleteInstance();                                                                                   \
+    static void initClass();                                                                                 \
+    static void exitClass();                                                                                 \
+                                                                                                             \
+private:
+
+#define KX_PACKAGE_SOURCE(Class, Parent)                                                                     \
+    const KxTypeInfo* Class::getClassTypeId()                                                                \
+    {                                                                                                        \
+        static KxTypeInfo info(#Class, &Class::createInstanceKxTypedObject, Parent::getClassTypeId());       \
+        return &info;                                                                                        \
+    }                                                                                                        \
+    Class* Class::createInstance() { return new Class; }                                                     \
+    KxTypedObject* Class::createInstanceKxTypedObject() { return createInstance(); }                         \
+    void Class::deleteInstance() { delete this; }                                                            \
+    void Class::initClass() { getClassTypeId(); }                                                            \
+    void Class::exitClass() { KxTypeInfo::removeType(#Class); }                                              \
+    void kxInitClass_##Class() { Class::initClass(); }                                                       \
+    void kxExitClass_##Class() { Class::exitClass(); }

@@ -58,7 +58,7 @@ TEST(KxMorphology, DilationMatchesDefinitionOnRandomMasks)
             for (int neighborhood : {6, 18, 26}) {
                 const KxBitfield in = randomMask(d, density, seed++);
                 KxBitfield out;
-                KxMorphology::dilation3D(in, out, d, neighborhood);
+                KxMorphology::dilation3D(in, out, d, 1, neighborhood);
                 EXPECT_TRUE(out == reference(in, d, neighborhood))
                     << d.x << "x" << d.y << "x" << d.z << " density " << density << " n" << neighborhood;
             }
@@ -70,9 +70,9 @@ TEST(KxMorphology, InPlaceDilationEqualsCopy)
     for (int neighborhood : {6, 18, 26}) {
         const KxBitfield in = randomMask(d, 0.05, 99);
         KxBitfield separate;
-        KxMorphology::dilation3D(in, separate, d, neighborhood);
+        KxMorphology::dilation3D(in, separate, d, 1, neighborhood);
         KxBitfield inPlace = in;
-        KxMorphology::dilation3D(inPlace, inPlace, d, neighborhood);
+        KxMorphology::dilation3D(inPlace, inPlace, d, 1, neighborhood);
         EXPECT_TRUE(inPlace == separate) << neighborhood;
     }
 }
@@ -91,7 +91,7 @@ TEST(KxMorphology, BorderVoxelsGrowOnlyInsideTheLattice)
              {KxVec3i(0, 0, 0), KxVec3i(4, 3, 2), KxVec3i(4, 0, 0), KxVec3i(0, 3, 2)}) {
             KxBitfield in(60, false), out;
             in.set(at(d, corner.x, corner.y, corner.z));
-            KxMorphology::dilation3D(in, out, d, c.neighborhood);
+            KxMorphology::dilation3D(in, out, d, 1, c.neighborhood);
             EXPECT_EQ(out.nSetBits(), c.grown)
                 << c.neighborhood << " at " << corner.x << "," << corner.y << "," << corner.z;
         }
@@ -99,18 +99,30 @@ TEST(KxMorphology, BorderVoxelsGrowOnlyInsideTheLattice)
     // The end of a row lies next to the start of the following row (and slice) in memory.
     KxBitfield in(60, false), out;
     in.set(at(d, 4, 3, 1));
-    KxMorphology::dilation3D(in, out, d, 26);
+    KxMorphology::dilation3D(in, out, d, 1, 26);
     EXPECT_EQ(out.nSetBits(), 2u * 2u * 3u);
     EXPECT_FALSE(out[at(d, 0, 0, 2)]);
     EXPECT_FALSE(out[at(d, 0, 3, 1)]);
 }
 
+TEST(KxMorphology, IterationsGrowTheCubeByOneVoxelEach)
+{
+    const KxVec3i d(9, 8, 7);
+    KxBitfield in(9 * 8 * 7, false), out;
+    in.set(at(d, 4, 4, 3));
+    KxMorphology::dilation3D(in, out, d, 2);
+    EXPECT_EQ(out.nSetBits(), 125u);
+    KxMorphology::dilation3D(in, out, d, 0);
+    EXPECT_EQ(out, in);
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, d, -1), KxException);
+}
+
 TEST(KxMorphology, RejectsBadArguments)
 {
     KxBitfield in(24, false), out;
-    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(2, 3, 4), 8), KxException);
-    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(2, 3, 5), 6), KxException);
-    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(-2, 3, -4), 6), KxException);
-    KxMorphology::dilation3D(KxBitfield(), out, KxVec3i(0, 3, 4), 26);
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(2, 3, 4), 1, 8), KxException);
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(2, 3, 5), 1, 6), KxException);
+    EXPECT_THROW(KxMorphology::dilation3D(in, out, KxVec3i(-2, 3, -4), 1, 6), KxException);
+    KxMorphology::dilation3D(KxBitfield(), out, KxVec3i(0, 3, 4), 1, 26);
     EXPECT_EQ(out.nBits(), 0u);
 }
