@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps configure build test demo bench peer-bench clean tsan
+.PHONY: all deps configure build test demo bench peer-bench clean tsan fuzz-asan
 
 all: build
 
@@ -18,7 +18,7 @@ configure: $(BUILD)/CMakeCache.txt
 build: deps configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-test: build tsan
+test: build tsan fuzz-asan
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # The parallel engine's tests in a race-detector build; any report fails.
@@ -29,6 +29,25 @@ tsan: deps
 	cmake --build $(TSAN_BUILD) -j $(JOBS) --target test_extractor
 	TSAN_OPTIONS="halt_on_error=1 exitcode=66 suppressions=$(CURDIR)/tests/tsan.supp" \
 		$(TSAN_BUILD)/bin/test_extractor --gtest_filter='SlabThreads.*:ParallelSlabs.*' --gtest_brief=1
+
+# The volume readers under the address and undefined-behaviour sanitizers: their tests, then a
+# bounded libFuzzer run over every file format from the seeds in tests/io/fuzz-seeds. Clang builds
+# this one (libFuzzer); only the readers and what they stand on are compiled.
+ASAN_BUILD ?= build-asan
+FUZZ_RUNS ?= 20000
+fuzz-asan: deps
+	@[ -f $(ASAN_BUILD)/CMakeCache.txt ] || CC=clang CXX=clang++ cmake -S . -B $(ASAN_BUILD) \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DVXISO_SANITIZE=address,undefined -DVXISO_FUZZ=ON \
+		-DVXISO_BUILD_BENCH=OFF > /dev/null
+	cmake --build $(ASAN_BUILD) -j $(JOBS) --target test_io_readers fuzz_volume_readers
+	UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 $(ASAN_BUILD)/bin/test_io_readers --gtest_brief=1 \
+		--gtest_filter='-*ByVtk*:*WrittenByVtk*:*RealData*'
+	@mkdir -p $(ASAN_BUILD)/fuzz-corpus
+	@echo "fuzz_volume_readers: $(FUZZ_RUNS) runs (log in $(ASAN_BUILD)/fuzz.log)"
+	@UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 $(ASAN_BUILD)/bin/fuzz_volume_readers -runs=$(FUZZ_RUNS) \
+		-max_len=4096 -artifact_prefix=$(ASAN_BUILD)/ $(ASAN_BUILD)/fuzz-corpus tests/io/fuzz-seeds \
+		> $(ASAN_BUILD)/fuzz.log 2>&1 || { tail -n 60 $(ASAN_BUILD)/fuzz.log; exit 1; }
+	@grep '^Done' $(ASAN_BUILD)/fuzz.log
 
 demo: build
 	@scripts/demo.sh $(BUILD)

@@ -1,7 +1,8 @@
 // The package's entry points. Loading the library registers its module classes with the host's
 // type registry; unloading withdraws them. Each module class joins the two lists below, in this
 // order, when it is added to the package.
-#include <vx/VxModule.h>
+#include <vxiso/VxIsosurface.h>
+#include <vxiso/VxMaskedLabelIsosurface.h>
 
 extern "C" {
 void corvapackage_vxiso_init();
@@ -28,6 +29,9 @@ void corvapackage_vxiso_init()
     static bool isInitialized = false;
     if (isInitialized) return;
     isInitialized = true;
+    // The derived class first: its type record makes its parent's on the way.
+    kxInitClass_VxMaskedLabelIsosurface();
+    kxInitClass_VxIsosurface();
 }
 
 void corvapackage_vxiso_finish()
@@ -35,6 +39,8 @@ void corvapackage_vxiso_finish()
     static bool isFinished = false;
     if (isFinished) return;
     isFinished = true;
+    kxExitClass_VxIsosurface();
+    kxExitClass_VxMaskedLabelIsosurface();
 }
 
 const char* corvapackage_vxiso()

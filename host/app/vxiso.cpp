@@ -1,28 +1,34 @@
 // vxiso: the one-line command for the everyday job, e.g.
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
+//   vxiso info brain.nii.gz
 #include <io/VxBuiltinField.h>
-#include <io/VxNiftiReader.h>
 #include <io/VxRawReader.h>
 #include <io/VxSurfaceWriter.h>
+#include <io/VxVolumeReader.h>
 #include <kx/KxException.h>
 #include <kx/KxHandle.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoTriSurface.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxUniformLabelField3.h>
 #include <vxiso/VxIsosurfaceExtractor.h>
 
 #include <tbb/global_control.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <limits>
 #include <new>
-#include <thread>
+#include <type_traits>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/stat.h>
@@ -32,21 +38,32 @@ namespace {
 
 const char* kUsage =
     "usage: vxiso surface INPUT -t VALUE -o OUTPUT [options]\n"
+    "       vxiso surface INPUT --labels [--label N] -o OUTPUT [options]\n"
+    "       vxiso info INPUT [--labels]\n"
     "\n"
-    "Extracts the isosurface where the field equals VALUE and writes it as a mesh; the output's\n"
-    "extension picks the format: .ply (binary), .stl (binary), .off or .iv.\n"
+    "surface extracts the isosurface where the field equals VALUE and writes it as a mesh; the\n"
+    "output's extension picks the format: .ply, .stl, .off, .iv, .obj or .vtk.\n"
+    "info prints the dimensions, type, spacing, origin, value range and undefined value of INPUT.\n"
     "\n"
     "INPUT is one of:\n"
-    "  FILE.nii, FILE.nii.gz, FILE.hdr or FILE.img   a NIfTI-1 or NIfTI-2 volume; the header gives\n"
-    "      dimensions, type, spacing and placement; -t compares with the values as stored\n"
+    "  FILE   a volume file, by its extension:\n"
+    "      .nii, .nii.gz, .hdr, .img   NIfTI-1 or NIfTI-2 (-t compares with the values as stored)\n"
+    "      .nrrd, .nhdr                NRRD (raw, gzip or ascii encoding)\n"
+    "      .mha, .mhd                  MetaImage\n"
+    "      .vtk                        VTK legacy structured points, rectilinear or structured grid\n"
     "  --raw FILE --dims NX NY NZ --type TYPE   a headerless volume (x fastest, native byte order);\n"
     "      TYPE is uint8, int8, uint16, int16, uint32, int32, float32 or float64\n"
     "      [--spacing SX SY SZ] [--origin X Y Z]   node spacing and first node (default 1 1 1, 0 0 0)\n"
-    "      [--undefined U]    value that marks missing data (nan allowed); no surface touches it\n"
     "      [--offset BYTES]   bytes to skip before the values   [--swap-bytes] other byte order\n"
     "  --field sphere|torus|gyroid --size N      a built-in float field on [-1,1]^3; use -t 0\n"
+    "  [--undefined U]    value that marks missing data (nan allowed); no surface touches it\n"
+    "  [--labels]         read INPUT as a label volume (integer values, 0 the background); the\n"
+    "                     surface then wraps the voxels of label N (--label N) or of every label\n"
     "\n"
-    "options:\n"
+    "options of surface:\n"
+    "  --ascii        write PLY, STL and VTK as text instead of binary\n"
+    "  --pad          surround the volume with one layer of nodes below VALUE, so that a surface\n"
+    "                 reaching the volume's border is closed there (uniform volumes)\n"
     "  --compactify   snap vertices near grid nodes onto one vertex per node (fewer triangles)\n"
     "  --snap S       snapping distance for --compactify, a fraction of an edge (default 0.5)\n"
     "  --cores N      1 runs sequentially; more run in parallel on at most N threads\n"
@@ -61,9 +78,11 @@ struct UsageError
 
 struct Options
 {
-    std::string rawFile, niftiFile, fieldName, output;
+    std::string rawFile, volumeFile, fieldName, output;
     VxRawDescription raw;
     bool haveDims = false, haveType = false, haveThreshold = false, compactify = false, verbose = false;
+    bool labels = false, haveLabel = false, ascii = false, pad = false;
+    long long label = 0;
     long long cores = 0; // 0: all cores
     bool describesRaw = false; // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
     int size = 0;
@@ -107,17 +126,31 @@ private:
     std::size_t m_pos = 0;
 };
 
-Options parseSurfaceOptions(Args& args)
+// Options of both commands; info takes only the input's.
+Options parseOptions(Args& args, bool surface)
 {
     Options o;
     std::vector<std::string> positional;
     while (!args.done()) {
         const std::string a = args.next();
+        const bool surfaceOnly = a == "-t" || a == "--threshold" || a == "-o" || a == "--output" ||
+                                 a == "--compactify" || a == "--snap" || a == "--cores" || a == "--verbose" ||
+                                 a == "--ascii" || a == "--label" || a == "--pad";
+        if (surfaceOnly && !surface) throw UsageError{"option " + a + " belongs to 'vxiso surface', not 'vxiso info'"};
         if (a == "-t" || a == "--threshold") {
             o.threshold = args.number(a);
             o.haveThreshold = true;
         } else if (a == "-o" || a == "--output") {
             o.output = args.value(a);
+        } else if (a == "--labels") {
+            o.labels = true;
+        } else if (a == "--label") {
+            o.label = args.integer(a);
+            o.haveLabel = true;
+        } else if (a == "--ascii") {
+            o.ascii = true;
+        } else if (a == "--pad") {
+            o.pad = true;
         } else if (a == "--compactify") {
             o.compactify = true;
         } else if (a == "--snap") {
@@ -169,26 +202,34 @@ Options parseSurfaceOptions(Args& args)
     if (positional.size() > 1) throw UsageError{"more than one input: '" + positional[1] + "'"};
     if (positional.size() == 1) {
         if (!o.rawFile.empty()) throw UsageError{"give the input either as INPUT or with --raw, not both"};
-        if (VxNiftiReader::isNiftiPath(QString::fromStdString(positional[0]))) o.niftiFile = positional[0];
-        else o.rawFile = positional[0];
+        if (VxVolumeReader::formatForPath(QString::fromStdString(positional[0])) != VxVolumeReader::UNKNOWN)
+            o.volumeFile = positional[0];
+        else
+            o.rawFile = positional[0];
     }
     o.describesRaw = o.describesRaw || o.haveDims || o.haveType;
-    if (!o.niftiFile.empty()) {
-        if (!o.fieldName.empty()) throw UsageError{"give either a NIfTI file or --field, not both"};
+    if (!o.volumeFile.empty()) {
+        if (!o.fieldName.empty()) throw UsageError{"give either a volume file or --field, not both"};
         if (o.describesRaw)
             throw UsageError{"--dims, --type, --spacing, --origin, --offset and --swap-bytes describe raw files; "
-                             "the NIfTI file '" + o.niftiFile + "' carries its own description"};
+                             "the file '" + o.volumeFile + "' carries its own description"};
     } else if (o.rawFile.empty() == o.fieldName.empty()) {
-        throw UsageError{o.rawFile.empty() ? "no input: give a NIfTI file, --raw FILE ... or --field NAME --size N"
+        throw UsageError{o.rawFile.empty() ? "no input: give a volume file, --raw FILE ... or --field NAME --size N"
                                            : "give either a raw file or --field, not both"};
     }
     if (!o.rawFile.empty() && (!o.haveDims || !o.haveType))
         throw UsageError{"a raw file needs --dims NX NY NZ and --type TYPE"};
     if (!o.fieldName.empty() && o.size == 0) throw UsageError{"--field needs --size N"};
-    if (!o.haveThreshold) throw UsageError{"no threshold: give -t VALUE"};
+    if (o.labels && !o.fieldName.empty()) throw UsageError{"built-in fields hold no labels; --labels needs a file"};
+    if (o.haveLabel && !o.labels) throw UsageError{"--label N chooses a label of a label volume; add --labels"};
+    if (!surface) return o;
+    if (o.labels && o.haveThreshold)
+        throw UsageError{"with --labels the surface follows label borders: choose a label with --label N, not -t"};
+    if (!o.labels && !o.haveThreshold) throw UsageError{"no threshold: give -t VALUE"};
     if (o.output.empty()) throw UsageError{"no output: give -o FILE"};
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
-        throw UsageError{"cannot write '" + o.output + "': unknown format (use .ply, .stl, .off or .iv)"};
+        throw UsageError{"cannot write '" + o.output + "': unknown format " +
+                         VxSurfaceWriter::extensionHint().toStdString()};
     return o;
 }
 
@@ -242,45 +283,110 @@ void printTriangleCount(unsigned long kept, unsigned long long removed, bool com
     }
 }
 
-// Tells what the NIfTI header asks for that the written mesh does not do.
-void warnAboutNifti(const Options& o, const VxNiftiInfo& info, const VxUniformScalarField3& field)
+// Tells what the file asks for that the written mesh does not do.
+void warnAboutFile(const Options& o, const VxVolumeInfo& info, const VxSpatialData& data)
 {
-    const QString file = QString::fromStdString(o.niftiFile);
-    if (info.hasScaling())
+    const QString file = QString::fromStdString(o.volumeFile);
+    if (info.nifti.hasScaling() && !o.labels)
         std::fprintf(stderr, "vxiso: warning: %s: %s; -t %g is compared with stored values (physical %g is stored %g)\n",
-                     qPrintable(file), qPrintable(info.scaling()), o.threshold, o.threshold,
-                     info.toStored(o.threshold));
-    if (field.getTransform(true))
+                     qPrintable(file), qPrintable(info.nifti.scaling()), o.threshold, o.threshold,
+                     info.nifti.toStored(o.threshold));
+    if (data.getTransform(true))
         std::fprintf(stderr, "vxiso: warning: %s: the header rotates or mirrors the volume; the mesh is written in "
                      "the volume's own axes, from the first voxel's world position\n",
                      qPrintable(file));
 }
 
-KxHandle<VxUniformScalarField3> readInput(const Options& o)
+// The input as the options describe it: a scalar field, or with --labels a label field.
+KxHandle<VxSpatialData> readData(const Options& o, VxVolumeInfo& info)
 {
     QString error;
-    KxHandle<VxUniformScalarField3> field;
-    if (!o.niftiFile.empty()) {
-        VxNiftiInfo info;
-        field = VxNiftiReader::read(QString::fromStdString(o.niftiFile), &error, &info);
-        if (field) {
-            if (o.raw.hasUndefined) field->setUndefinedValue(o.raw.undefinedValue);
-            warnAboutNifti(o, info, *field);
-        }
-    } else if (!o.rawFile.empty()) {
-        field = VxRawReader::read(QString::fromStdString(o.rawFile), o.raw, &error);
+    KxHandle<VxSpatialData> data;
+    if (!o.fieldName.empty()) {
+        data = VxBuiltinField::create(QString::fromStdString(o.fieldName), o.size, &error);
+        info.format = "built-in field";
     } else {
-        field = VxBuiltinField::create(QString::fromStdString(o.fieldName), o.size, &error);
+        VxReadOptions options;
+        options.labels = o.labels;
+        if (!o.rawFile.empty()) options.raw = o.raw;
+        data = VxVolumeReader::read(QString::fromStdString(o.volumeFile.empty() ? o.rawFile : o.volumeFile),
+                                    options, &error, &info);
     }
-    if (!field) throw KxException(error);
-    return field;
+    if (!data) throw KxException(error);
+    if (auto* field = kx_type_cast<VxRegScalarField3>(data.get()))
+        if (o.raw.hasUndefined) field->setUndefinedValue(o.raw.undefinedValue);
+    return data;
+}
+
+// A mask of the chosen label (every non-zero label without --label) as 0 and 1 on the label
+// volume's nodes: its surface at 0.5 wraps exactly those voxels.
+KxHandle<VxRegScalarField3> labelMask(const Options& o, const VxUniformLabelField3& labels)
+{
+    const KxDim3l& d = labels.getDims();
+    auto* mask = new VxUniformScalarField3(d, KxPrimType::UINT8);
+    KxHandle<VxRegScalarField3> keep(mask);
+    auto* out = static_cast<unsigned char*>(mask->lattice().dataPtr());
+    const VxLabelLattice3& lattice = labels.lattice();
+    int64_t inside = 0;
+    for (int64_t i = 0; i < d.count(); ++i) {
+        const float label = lattice.labelAt(i);
+        out[i] = o.haveLabel ? label == float(o.label) : label != 0.f;
+        inside += out[i];
+    }
+    if (inside == 0)
+        throw KxException(o.haveLabel ? QString("%1: no voxel has the label %2").arg(QString::fromStdString(o.volumeFile)).arg(o.label)
+                                      : QString("%1: every voxel has the label 0 (background)").arg(QString::fromStdString(o.volumeFile)));
+    mask->setBoundingBox(labels.getBoundingBox());
+    return keep;
+}
+
+// The field inside one more layer of nodes on every side, each below the iso value: the lowest
+// value of an integer type, else one less than the smaller of the field's minimum and the iso
+// value. The box grows by one voxel each way; the transform stays.
+KxHandle<VxRegScalarField3> padded(const VxRegScalarField3& field, double iso)
+{
+    if (field.coordType() != VX_COORD_UNIFORM)
+        throw UsageError{"--pad needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
+    const KxDim3l d = field.getDims();
+    const KxDim3l p(d.nx + 2, d.ny + 2, d.nz + 2);
+    auto* out = new VxUniformScalarField3(p, field.primType());
+    KxHandle<VxRegScalarField3> keep(out);
+    double lo = 0, hi = 0;
+    field.getRange(lo, hi);
+    kxDispatchPrimType(field.primType(), out->lattice().dataPtr(), [&](auto* o) {
+        using T = std::remove_pointer_t<decltype(o)>;
+        const T border = std::is_floating_point<T>::value ? T(std::min(lo, iso) - 1) : std::numeric_limits<T>::lowest();
+        std::fill(o, o + p.count(), border);
+        const T* in = static_cast<const T*>(field.lattice().dataPtr());
+        for (int64_t k = 0; k < d.nz; ++k)
+            for (int64_t j = 0; j < d.ny; ++j)
+                std::copy(in + (k * d.ny + j) * d.nx, in + (k * d.ny + j + 1) * d.nx,
+                          o + ((k + 1) * p.ny + j + 1) * p.nx + 1);
+    });
+    const KxBox3f b = field.getBoundingBox();
+    const KxVec3f v = b.getVoxelSize(d);
+    out->setBoundingBox(KxBox3f(b.xmin - v.x, b.xmax + v.x, b.ymin - v.y, b.ymax + v.y, b.zmin - v.z, b.zmax + v.z));
+    SbMatrix m;
+    if (field.getTransform(m)) out->setTransform(m);
+    if (field.hasUndefinedValue()) out->setUndefinedValue(field.getUndefinedValue());
+    return keep;
 }
 
 int runSurface(Args& args)
 {
-    const Options o = parseSurfaceOptions(args);
+    Options o = parseOptions(args, true);
     checkWritable(o.output);
-    KxHandle<VxUniformScalarField3> field = readInput(o);
+    VxVolumeInfo info;
+    KxHandle<VxSpatialData> data = readData(o, info);
+    if (!o.volumeFile.empty()) warnAboutFile(o, info, *data);
+    KxHandle<VxRegScalarField3> field;
+    if (o.labels) {
+        field = labelMask(o, *static_cast<VxUniformLabelField3*>(data.get()));
+        o.threshold = 0.5;
+    } else {
+        field = static_cast<VxRegScalarField3*>(data.get());
+    }
+    if (o.pad) field = padded(*field, o.threshold);
 
     oivInit();
     const unsigned machineCores = std::max(1u, std::thread::hardware_concurrency());
@@ -308,7 +414,97 @@ int runSurface(Args& args)
         std::printf("engine time: %.3f ms\n", extractor.getElapsedTime() * 1000.0);
     }
     QString error;
-    if (!VxSurfaceWriter::write(*surface, QString::fromStdString(o.output), &error)) throw KxException(error);
+    VxSurfaceWriteOptions writing;
+    writing.ascii = o.ascii;
+    if (!VxSurfaceWriter::write(*surface, QString::fromStdString(o.output), writing, &error))
+        throw KxException(error);
+    std::fflush(stdout);
+    return 0;
+}
+
+// Numbers as the user typed them: integers without a point, others in at most ten digits.
+std::string number(double v)
+{
+    char text[48];
+    std::snprintf(text, sizeof text, "%.10g", v);
+    return text;
+}
+
+// Coordinates are floats: their shortest exact text, without the noise of widening to double.
+std::string number(float v)
+{
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof text, v).ptr);
+}
+
+std::string triple(const KxVec3f& v)
+{
+    return number(v.x) + " " + number(v.y) + " " + number(v.z);
+}
+
+void printTransform(const VxSpatialData& data)
+{
+    SbMatrix m;
+    if (!data.getTransform(m)) {
+        std::printf("transform: none\n");
+        return;
+    }
+    // Rows as the axes of the volume in world space, then the shift.
+    std::printf("transform: rotates or mirrors the axes about the first node:\n");
+    for (int r = 0; r < 4; ++r)
+        std::printf("  %s %s %s\n", number(m[r][0]).c_str(), number(m[r][1]).c_str(), number(m[r][2]).c_str());
+}
+
+void printGeometry(const VxSpatialData& data, const KxDim3l& d, const VxCoord3* coords)
+{
+    std::printf("dimensions: %lld x %lld x %lld\n", (long long)d.nx, (long long)d.ny, (long long)d.nz);
+    const KxBox3f box = data.getBoundingBox();
+    const char* kind = !coords || coords->coordType() == VX_COORD_UNIFORM ? "uniform"
+                       : coords->coordType() == VX_COORD_RECTILINEAR      ? "rectilinear"
+                                                                          : "curvilinear";
+    std::printf("coordinates: %s\n", kind);
+    if (!coords || coords->coordType() == VX_COORD_UNIFORM)
+        std::printf("spacing: %s\n", triple(box.getVoxelSize(d)).c_str());
+    else
+        std::printf("spacing: varies (%s coordinates)\n", kind);
+    std::printf("origin: %s\n", triple(coords ? coords->pos(0, 0, 0) : box.getMin()).c_str());
+    std::printf("bounding box: %s %s %s %s %s %s\n", number(box.xmin).c_str(), number(box.xmax).c_str(),
+                number(box.ymin).c_str(), number(box.ymax).c_str(), number(box.zmin).c_str(), number(box.zmax).c_str());
+    printTransform(data);
+}
+
+int runInfo(Args& args)
+{
+    const Options o = parseOptions(args, false);
+    VxVolumeInfo info;
+    KxHandle<VxSpatialData> data = readData(o, info);
+    const std::string name = !o.fieldName.empty() ? o.fieldName : !o.volumeFile.empty() ? o.volumeFile : o.rawFile;
+    std::printf("file: %s\n", name.c_str());
+    std::printf("format: %s\n", qPrintable(info.format));
+    if (auto* labels = kx_type_cast<VxUniformLabelField3>(data.get())) {
+        const VxLabelLattice3& lattice = labels->lattice();
+        printGeometry(*labels, labels->getDims(), nullptr);
+        std::printf("type: %s labels\n", lattice.primType().name());
+        std::set<float> distinct;
+        for (int64_t i = 0; i < labels->getDims().count(); ++i) distinct.insert(lattice.labelAt(i));
+        std::printf("label range: %s %s\n", number(*distinct.begin()).c_str(), number(*distinct.rbegin()).c_str());
+        std::printf("labels: %zu besides the background 0\n", distinct.size() - distinct.count(0.f));
+        std::printf("undefined value: none\n");
+    } else {
+        auto* field = static_cast<VxRegScalarField3*>(data.get());
+        printGeometry(*field, field->getDims(), field->lattice().coords());
+        std::printf("type: %s\n", field->primType().name());
+        double lo = 0, hi = 0;
+        if (field->getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED))
+            std::printf("value range: %s %s\n", number(lo).c_str(), number(hi).c_str());
+        else
+            std::printf("value range: none (no defined value)\n");
+        if (field->hasUndefinedValue())
+            std::printf("undefined value: %s\n", number(field->getUndefinedValue()).c_str());
+        else
+            std::printf("undefined value: none\n");
+    }
+    for (const QString& note : info.notes) std::printf("note: %s\n", qPrintable(note));
     std::fflush(stdout);
     return 0;
 }
@@ -325,13 +521,14 @@ int main(int argc, char** argv)
             std::fputs(kUsage, stdout);
             return 0;
         }
-        if (command != "surface") throw UsageError{"unknown command '" + command + "' (try 'vxiso --help')"};
+        if (command != "surface" && command != "info")
+            throw UsageError{"unknown command '" + command + "' (try 'vxiso --help')"};
         for (int i = 1; i < argc; ++i)
             if (!std::strcmp(argv[i], "-h") || !std::strcmp(argv[i], "--help")) {
                 std::fputs(kUsage, stdout);
                 return 0;
             }
-        return runSurface(args);
+        return command == "surface" ? runSurface(args) : runInfo(args);
     } catch (const UsageError& e) {
         std::fprintf(stderr, "vxiso: error: %s\n", e.text.c_str());
         return 2;

@@ -1,10 +1,11 @@
 #include <io/VxSurfaceWriter.h>
 
+#include <io/VxChunkWriter.h>
+#include <io/VxInventorWriter.h>
+#include <io/VxTempFile.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoTriSurface.h>
 
-#include <Inventor/SoOutput.h>
-#include <Inventor/actions/SoWriteAction.h>
 #include <Inventor/nodes/SoCoordinate3.h>
 #include <Inventor/nodes/SoIndexedFaceSet.h>
 #include <Inventor/nodes/SoNormal.h>
@@ -12,32 +13,20 @@
 #include <Inventor/nodes/SoSeparator.h>
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QFileInfo>
 
-#include <atomic>
-#include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdio> // fopencookie
 #include <cstring>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace {
+
+using W = VxChunkWriter;
 
 QString tr(const char* text)
 {
     return QCoreApplication::translate("VxSurfaceWriter", text);
-}
-
-QString osError(const QString& path, int err)
-{
-    return tr("cannot write %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(err)));
 }
 
 void setError(QString* error, const QString& text)
@@ -45,21 +34,9 @@ void setError(QString* error, const QString& text)
     if (error) *error = text;
 }
 
-// Little-endian stores into a byte buffer; the file formats fix the byte order, the host does not.
-inline char* putU32(char* p, uint32_t v)
-{
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    v = __builtin_bswap32(v);
-#endif
-    std::memcpy(p, &v, 4);
-    return p + 4;
-}
-
 inline char* putF32(char* p, float f)
 {
-    uint32_t u;
-    std::memcpy(&u, &f, 4);
-    return putU32(p, u);
+    return W::little32(p, W::bits(f));
 }
 
 inline char* putU16(char* p, uint16_t v)
@@ -68,145 +45,6 @@ inline char* putU16(char* p, uint16_t v)
     p[1] = char(v >> 8);
     return p + 2;
 }
-
-// Collects output in large blocks so that a mesh of millions of triangles costs a few hundred
-// system calls; the first failure is kept and later output is dropped.
-class ChunkWriter
-{
-public:
-    static constexpr size_t CHUNK = size_t(1) << 20;
-
-    explicit ChunkWriter(int fd) : m_fd(fd), m_buf(CHUNK) {}
-
-    bool ok() const { return m_errno == 0; }
-    int error() const { return m_errno; }
-    void fail(int err)
-    {
-        if (!m_errno) m_errno = err ? err : EIO;
-    }
-
-    // At least n (at most a few hundred) writable bytes; advance() then says how many were used.
-    char* room(size_t n)
-    {
-        if (m_used + n > m_buf.size()) flush();
-        return m_buf.data() + m_used;
-    }
-    void advance(char* end) { m_used = size_t(end - m_buf.data()); }
-
-    void put(const char* text, size_t n)
-    {
-        while (n > 0) {
-            if (m_used == m_buf.size()) flush();
-            const size_t k = std::min(n, m_buf.size() - m_used);
-            std::memcpy(m_buf.data() + m_used, text, k);
-            m_used += k;
-            text += k;
-            n -= k;
-        }
-    }
-    void put(const QByteArray& text) { put(text.constData(), size_t(text.size())); }
-
-    bool flush()
-    {
-        const char* p = m_buf.data();
-        size_t left = m_errno ? 0 : m_used;
-        while (left > 0) {
-            const ssize_t w = ::write(m_fd, p, left);
-            if (w < 0 && errno == EINTR) continue;
-            if (w <= 0) {
-                m_errno = w < 0 ? errno : ENOSPC;
-                break;
-            }
-            p += w;
-            left -= size_t(w);
-        }
-        m_used = 0;
-        return ok();
-    }
-
-private:
-    int m_fd;
-    std::vector<char> m_buf;
-    size_t m_used = 0;
-    int m_errno = 0;
-};
-
-// A temporary sibling of the target that takes the target's place only when complete; anything
-// short of commit() removes it again and leaves the target as it was.
-class TempFile
-{
-public:
-    explicit TempFile(const QString& target) : m_target(target), m_targetName(QFile::encodeName(target)) {}
-    ~TempFile() { discard(); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    int fd() const { return m_fd; }
-
-    bool open(QString* error)
-    {
-        struct stat st;
-        mode_t keepMode = 0;
-        bool haveMode = false;
-        if (::stat(m_targetName.constData(), &st) == 0) {
-            if (S_ISDIR(st.st_mode)) return fail(error, EISDIR);
-            // Replacing a file keeps its permissions; a new file gets the usual ones (umask).
-            if (S_ISREG(st.st_mode)) {
-                keepMode = st.st_mode & 07777;
-                haveMode = true;
-            }
-        }
-        const int slash = m_targetName.lastIndexOf('/');
-        const QByteArray dir = m_targetName.left(slash + 1);
-        // Keep room for the suffix within the usual 255-byte name limit.
-        const QByteArray base = m_targetName.mid(slash + 1).left(200);
-        static std::atomic<unsigned> serial{0};
-        for (int attempt = 0; attempt < 100; ++attempt) {
-            m_tempName = dir + '.' + base + '.' + QByteArray::number(qint64(::getpid())) + '-' +
-                         QByteArray::number(serial++) + ".tmp";
-            m_fd = ::open(m_tempName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-            if (m_fd >= 0) break;
-            if (errno != EEXIST) return fail(error, errno);
-        }
-        if (m_fd < 0) return fail(error, EEXIST);
-        if (haveMode) ::fchmod(m_fd, keepMode);
-        return true;
-    }
-
-    // Makes the data durable before the rename, so that a crash cannot leave an empty file under
-    // the target's name in place of the old one.
-    bool commit(QString* error)
-    {
-        if (::fsync(m_fd) != 0) return fail(error, errno);
-        const int fd = m_fd;
-        m_fd = -1;
-        if (::close(fd) != 0) return fail(error, errno);
-        if (::rename(m_tempName.constData(), m_targetName.constData()) != 0) return fail(error, errno);
-        m_tempName.clear();
-        return true;
-    }
-
-    bool fail(QString* error, int err)
-    {
-        setError(error, osError(m_target, err));
-        discard();
-        return false;
-    }
-
-private:
-    void discard()
-    {
-        if (m_fd >= 0) ::close(m_fd);
-        m_fd = -1;
-        if (!m_tempName.isEmpty()) ::unlink(m_tempName.constData());
-        m_tempName.clear();
-    }
-
-    QString m_target;
-    QByteArray m_targetName;
-    QByteArray m_tempName;
-    int m_fd = -1;
-};
 
 struct SurfaceView
 {
@@ -247,28 +85,56 @@ bool viewSurface(const SoTriSurface& s, const QString& path, SurfaceView& v, QSt
     return true;
 }
 
-void writePly(const SurfaceView& v, ChunkWriter& w)
+// Writes "a b c" (floats, shortest exact text) with a separator in front of each but the first.
+char* putTriple(char* o, const float* p, const char* lead = "")
 {
-    w.put("ply\nformat binary_little_endian 1.0\ncomment written by vxiso\nelement vertex " +
-          QByteArray::number(v.numVertices) +
+    for (int k = 0; k < 3; ++k) {
+        if (k) *o++ = ' ';
+        else
+            for (const char* l = lead; *l; ++l) *o++ = *l;
+        o = W::text(o, p[k]);
+    }
+    return o;
+}
+
+const SbVec3f kZero(0.f, 0.f, 0.f);
+
+void writePly(const SurfaceView& v, W& w, bool ascii)
+{
+    w.put(QByteArray("ply\nformat ") + (ascii ? "ascii" : "binary_little_endian") +
+          " 1.0\ncomment written by vxiso\nelement vertex " + QByteArray::number(v.numVertices) +
           "\nproperty float x\nproperty float y\nproperty float z\n"
           "property float nx\nproperty float ny\nproperty float nz\nelement face " +
           QByteArray::number(v.numTriangles) + "\nproperty list uchar int vertex_indices\nend_header\n");
     // Normals stay in the layout even when missing, so that readers see one vertex type.
-    static const SbVec3f zero(0.f, 0.f, 0.f);
     for (int i = 0; i < v.numVertices && w.ok(); ++i) {
         const float* p = v.coords[i].getValue();
-        const float* n = (v.normals ? v.normals[i] : zero).getValue();
-        char* o = w.room(24);
-        for (int k = 0; k < 3; ++k) o = putF32(o, p[k]);
-        for (int k = 0; k < 3; ++k) o = putF32(o, n[k]);
+        const float* n = (v.normals ? v.normals[i] : kZero).getValue();
+        char* o = w.room(160);
+        if (ascii) {
+            o = putTriple(o, p);
+            o = putTriple(o, n, " ");
+            *o++ = '\n';
+        } else {
+            for (int k = 0; k < 3; ++k) o = putF32(o, p[k]);
+            for (int k = 0; k < 3; ++k) o = putF32(o, n[k]);
+        }
         w.advance(o);
     }
     for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
         const int32_t* idx = v.triangles[t].getValue();
-        char* o = w.room(13);
-        *o++ = 3;
-        for (int k = 0; k < 3; ++k) o = putU32(o, uint32_t(idx[k]));
+        char* o = w.room(48);
+        if (ascii) {
+            *o++ = '3';
+            for (int k = 0; k < 3; ++k) {
+                *o++ = ' ';
+                o = W::text(o, int64_t(idx[k]));
+            }
+            *o++ = '\n';
+        } else {
+            *o++ = 3;
+            for (int k = 0; k < 3; ++k) o = W::little32(o, uint32_t(idx[k]));
+        }
         w.advance(o);
     }
 }
@@ -284,15 +150,36 @@ SbVec3f faceNormal(const SbVec3f& a, const SbVec3f& b, const SbVec3f& c)
     return SbVec3f(float(n[0] / len), float(n[1] / len), float(n[2] / len));
 }
 
-void writeStl(const SurfaceView& v, ChunkWriter& w)
+void writeStl(const SurfaceView& v, W& w, bool ascii)
 {
+    if (ascii) {
+        w.put("solid vxiso\n", 12);
+        for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
+            const int32_t* idx = v.triangles[t].getValue();
+            const SbVec3f n = faceNormal(v.coords[idx[0]], v.coords[idx[1]], v.coords[idx[2]]);
+            char* o = w.room(400);
+            o = putTriple(o, n.getValue(), "facet normal ");
+            const char loop[] = "\n outer loop\n";
+            std::memcpy(o, loop, sizeof loop - 1);
+            o += sizeof loop - 1;
+            for (int k = 0; k < 3; ++k) {
+                o = putTriple(o, v.coords[idx[k]].getValue(), "  vertex ");
+                *o++ = '\n';
+            }
+            const char end[] = " endloop\nendfacet\n";
+            std::memcpy(o, end, sizeof end - 1);
+            w.advance(o + sizeof end - 1);
+        }
+        w.put("endsolid vxiso\n", 15);
+        return;
+    }
     // A binary header must not begin with "solid", or readers take the file for ASCII.
     char header[80] = {};
     const char text[] = "binary STL written by vxiso";
     std::memcpy(header, text, sizeof text - 1);
     w.put(header, sizeof header);
     char count[4];
-    putU32(count, uint32_t(v.numTriangles));
+    W::little32(count, uint32_t(v.numTriangles));
     w.put(count, sizeof count);
     for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
         const int32_t* idx = v.triangles[t].getValue();
@@ -308,67 +195,106 @@ void writeStl(const SurfaceView& v, ChunkWriter& w)
     }
 }
 
-void writeOff(const SurfaceView& v, ChunkWriter& w)
+void writeOff(const SurfaceView& v, W& w)
 {
     w.put("OFF\n" + QByteArray::number(v.numVertices) + ' ' + QByteArray::number(v.numTriangles) + " 0\n");
-    // Shortest text that reads back as the same float: exact, and smaller than a fixed %.9g.
     for (int i = 0; i < v.numVertices && w.ok(); ++i) {
-        const float* p = v.coords[i].getValue();
-        char* o = w.room(64);
-        char* end = o + 64;
-        for (int k = 0; k < 3; ++k) {
-            if (k) *o++ = ' ';
-            o = std::to_chars(o, end, p[k]).ptr;
-        }
+        char* o = putTriple(w.room(80), v.coords[i].getValue());
         *o++ = '\n';
         w.advance(o);
     }
     for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
         const int32_t* idx = v.triangles[t].getValue();
         char* o = w.room(48);
-        char* end = o + 48;
         *o++ = '3';
         for (int k = 0; k < 3; ++k) {
             *o++ = ' ';
-            o = std::to_chars(o, end, idx[k]).ptr;
+            o = W::text(o, int64_t(idx[k]));
         }
         *o++ = '\n';
         w.advance(o);
     }
 }
 
-// Coin prints floats with at most eight significant digits, which moves a few percent of them by
-// one unit in the last place; the shortest round-trip text keeps every coordinate exact.
-class ExactOutput : public SoOutput
+// Indices count from 1; with normals each corner names its vertex and its normal, "a//a".
+void writeObj(const SurfaceView& v, W& w)
 {
-public:
-    using SoOutput::write;
-    void write(const float f) override
-    {
-        if (isBinary()) return SoOutput::write(f);
-        char text[32];
-        *std::to_chars(text, text + sizeof text - 1, f).ptr = '\0';
-        SoOutput::write(static_cast<const char*>(text));
+    w.put("# written by vxiso\n", 19);
+    for (int i = 0; i < v.numVertices && w.ok(); ++i) {
+        char* o = putTriple(w.room(80), v.coords[i].getValue(), "v ");
+        *o++ = '\n';
+        w.advance(o);
     }
-};
-
-ssize_t writeToChunks(void* cookie, const char* data, size_t n)
-{
-    static_cast<ChunkWriter*>(cookie)->put(data, n);
-    return ssize_t(n);
+    for (int i = 0; v.normals && i < v.numVertices && w.ok(); ++i) {
+        char* o = putTriple(w.room(80), v.normals[i].getValue(), "vn ");
+        *o++ = '\n';
+        w.advance(o);
+    }
+    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
+        const int32_t* idx = v.triangles[t].getValue();
+        char* o = w.room(96);
+        *o++ = 'f';
+        for (int k = 0; k < 3; ++k) {
+            *o++ = ' ';
+            o = W::text(o, int64_t(idx[k]) + 1);
+            if (v.normals) {
+                *o++ = '/';
+                *o++ = '/';
+                o = W::text(o, int64_t(idx[k]) + 1);
+            }
+        }
+        *o++ = '\n';
+        w.advance(o);
+    }
 }
 
-// Coin writes through a FILE*; routing it into the chunk writer keeps the real error code of a
-// failed write instead of whatever errno holds after Coin's own work.
-void writeInventor(const SurfaceView& v, ChunkWriter& w)
+// Legacy VTK: binary values are big-endian; every binary block ends with a newline.
+void writeVtk(const SurfaceView& v, W& w, bool ascii)
 {
-    cookie_io_functions_t io = {nullptr, writeToChunks, nullptr, nullptr};
-    FILE* fp = ::fopencookie(&w, "w", io);
-    if (!fp) {
-        w.fail(errno);
-        return;
+    w.put(QByteArray("# vtk DataFile Version 3.0\nvxiso surface\n") + (ascii ? "ASCII" : "BINARY") +
+          "\nDATASET POLYDATA\nPOINTS " + QByteArray::number(v.numVertices) + " float\n");
+    auto putVectors = [&](const SbVec3f* vectors) {
+        for (int i = 0; i < v.numVertices && w.ok(); ++i) {
+            const float* p = vectors[i].getValue();
+            char* o = w.room(80);
+            if (ascii) {
+                o = putTriple(o, p);
+                *o++ = '\n';
+            } else {
+                for (int k = 0; k < 3; ++k) o = W::big32(o, W::bits(p[k]));
+            }
+            w.advance(o);
+        }
+        if (!ascii) w.put("\n", 1);
+    };
+    putVectors(v.coords);
+    w.put("POLYGONS " + QByteArray::number(v.numTriangles) + ' ' + QByteArray::number(4 * qint64(v.numTriangles)) +
+          '\n');
+    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
+        const int32_t* idx = v.triangles[t].getValue();
+        char* o = w.room(48);
+        if (ascii) {
+            *o++ = '3';
+            for (int k = 0; k < 3; ++k) {
+                *o++ = ' ';
+                o = W::text(o, int64_t(idx[k]));
+            }
+            *o++ = '\n';
+        } else {
+            o = W::big32(o, 3);
+            for (int k = 0; k < 3; ++k) o = W::big32(o, uint32_t(idx[k]));
+        }
+        w.advance(o);
     }
-    std::setvbuf(fp, nullptr, _IOFBF, size_t(1) << 16);
+    if (!ascii) w.put("\n", 1);
+    if (v.normals && v.numVertices) {
+        w.put("POINT_DATA " + QByteArray::number(v.numVertices) + "\nNORMALS Normals float\n");
+        putVectors(v.normals);
+    }
+}
+
+void writeInventor(const SurfaceView& v, W& w)
+{
     // Index list in face-set form: a, b, c, -1 per triangle.
     std::vector<int32_t> coordIndex(size_t(v.numTriangles) * 4);
     for (int t = 0; t < v.numTriangles; ++t) {
@@ -401,15 +327,8 @@ void writeInventor(const SurfaceView& v, ChunkWriter& w)
     if (!coordIndex.empty()) faces->coordIndex.setValuesPointer(int(coordIndex.size()), coordIndex.data());
     faces->coordIndex.setDefault(FALSE);
     root->addChild(faces);
-
-    {
-        ExactOutput out;
-        out.setFilePointer(fp);
-        SoWriteAction action(&out);
-        action.apply(root);
-    }
+    VxInventorWriter::write(root, w);
     root->unref();
-    std::fclose(fp);
 }
 
 } // namespace
@@ -421,47 +340,49 @@ VxSurfaceWriter::Format VxSurfaceWriter::formatForPath(const QString& path)
     if (ext == QLatin1String("stl")) return STL;
     if (ext == QLatin1String("off")) return OFF;
     if (ext == QLatin1String("iv")) return IV;
+    if (ext == QLatin1String("obj")) return OBJ;
+    if (ext == QLatin1String("vtk")) return VTK;
     return UNKNOWN;
 }
 
 QStringList VxSurfaceWriter::supportedExtensions()
 {
-    return {QStringLiteral(".ply"), QStringLiteral(".stl"), QStringLiteral(".off"), QStringLiteral(".iv")};
+    return {QStringLiteral(".ply"), QStringLiteral(".stl"), QStringLiteral(".off"),
+            QStringLiteral(".iv"),  QStringLiteral(".obj"), QStringLiteral(".vtk")};
 }
 
-bool VxSurfaceWriter::write(const SoTriSurface& surface, const QString& path, QString* error)
+QString VxSurfaceWriter::extensionHint()
+{
+    QStringList e = supportedExtensions();
+    const QString last = e.takeLast();
+    return tr("(use %1 or %2)").arg(e.join(", "), last);
+}
+
+bool VxSurfaceWriter::write(const SoTriSurface& surface, const QString& path, const VxSurfaceWriteOptions& options,
+                            QString* error)
 {
     const Format format = formatForPath(path);
     if (format == UNKNOWN) {
         const QString ext = QFileInfo(path).suffix();
-        setError(error, ext.isEmpty() ? tr("no output format for %1: the name has no extension "
-                                           "(use .ply, .stl, .off or .iv)")
-                                            .arg(path)
-                                      : tr("unsupported output format '.%1' for %2 (use .ply, .stl, .off "
-                                           "or .iv)")
-                                            .arg(ext, path));
+        setError(error, ext.isEmpty()
+                            ? tr("no output format for %1: the name has no extension %2").arg(path, extensionHint())
+                            : tr("unsupported output format '.%1' for %2 %3").arg(ext, path, extensionHint()));
         return false;
     }
     oivInit();
     SurfaceView view;
     if (!viewSurface(surface, path, view, error)) return false;
 
-    TempFile file(path);
+    VxTempFile file(path);
     if (!file.open(error)) return false;
-    ChunkWriter w(file.fd());
+    W w(file.fd());
     switch (format) {
-    case PLY:
-        writePly(view, w);
-        break;
-    case STL:
-        writeStl(view, w);
-        break;
-    case OFF:
-        writeOff(view, w);
-        break;
-    default:
-        writeInventor(view, w);
-        break;
+    case PLY: writePly(view, w, options.ascii); break;
+    case STL: writeStl(view, w, options.ascii); break;
+    case OFF: writeOff(view, w); break;
+    case OBJ: writeObj(view, w); break;
+    case VTK: writeVtk(view, w, options.ascii); break;
+    default: writeInventor(view, w); break;
     }
     if (!w.flush()) return file.fail(error, w.error());
     return file.commit(error);

@@ -1,7 +1,9 @@
+#include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxColormap.h>
 #include <vx/VxHostClasses.h>
 #include <vx/VxLineSet.h>
 #include <vx/VxOverlayModule.h>
+#include <vx/VxPointProbe.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTriBase.h>
 #include <vx/VxUniformLabelField3.h>
@@ -20,4 +22,6 @@ void vxInitHostClasses()
     VxUniformLabelField3::getClassTypeId();
     VxColormap::getClassTypeId();
     VxLineSet::getClassTypeId();
+    VxBlockStructuredScalarField3::getClassTypeId();
+    VxPointProbe::getClassTypeId();
 }

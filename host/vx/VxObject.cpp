@@ -1,3 +1,4 @@
+#include <vx/VxApplication.h>
 #include <vx/VxConnection.h>
 #include <vx/VxObject.h>
 #include <vx/VxPort.h>
@@ -64,6 +65,24 @@ int VxObject::parse(Tcl_Interp* interp, int argc, char** argv)
     }
     const char* word = argv[1];
     if (VxPort* port = findPort(QString::fromUtf8(word))) return port->parse(interp, argc - 1, argv + 1);
+    bool exportData = !strcmp(word, "exportData");
+    if ((exportData || !strcmp(word, "save")) && VxApplication::instance()->dataExporter()) {
+        // exportData FORMAT FILE; save FILE (the format follows from the extension).
+        if ((exportData && argc != 4) || (!exportData && argc != 3)) {
+            vxscript::setResult(interp, exportData ? QString("usage: %1 exportData FORMAT FILE").arg(getName())
+                                                   : QString("usage: %1 save FILE").arg(getName()));
+            return TCL_ERROR;
+        }
+        QString why;
+        QString path = QString::fromUtf8(argv[exportData ? 3 : 2]);
+        if (!VxApplication::instance()->dataExporter()(*this, exportData ? QString::fromUtf8(argv[2]) : QString(),
+                                                        path, &why)) {
+            vxscript::setResult(interp, QString("\"%1\": %2").arg(getName(), why));
+            return TCL_ERROR;
+        }
+        vxscript::setResult(interp, path);
+        return TCL_OK;
+    }
     if (!strcmp(word, "getLabel")) {
         vxscript::setResult(interp, getLabel());
         return TCL_OK;

@@ -1,3 +1,4 @@
+#include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxConnection.h>
 #include <vx/VxRangeProviderSpatialData.h>
 #include <vx/VxRegScalarField3.h>
@@ -19,6 +20,8 @@ bool VxRangeProviderSpatialData::getRange(double& min, double& max) const
 {
     min = max = 0;
     VxConnection* c = getConnection();
+    if (const auto* blocks = c ? vxconnection_cast<VxBlockStructuredScalarField3>(*c) : nullptr)
+        return blocks->getRange(min, max, VxRegScalarField3::RANGE_SKIP_UNDEFINED);
     const VxRegScalarField3* field = c ? vxconnection_cast<VxRegScalarField3>(*c) : nullptr;
     if (!field) return false;
     int mode =

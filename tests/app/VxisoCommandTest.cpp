@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -246,7 +247,7 @@ TEST_F(VxisoCommand, TerminalShowsAProgressBarOnStderr)
 
 TEST_F(VxisoCommand, EveryOutputFormatIsWritten)
 {
-    for (const char* ext : {"ply", "stl", "off", "iv"}) {
+    for (const char* ext : {"ply", "stl", "off", "iv", "obj", "vtk"}) {
         const std::string out = path(std::string("g.") + ext);
         const CommandResult r = vxiso("surface --field gyroid --size 24 -t 0 -o " + out);
         EXPECT_EQ(r.status, 0) << ext << ": " << r.err;
@@ -362,4 +363,148 @@ TEST_F(VxisoCommand, RealHeadScanGivesASurface)
         ASSERT_GE(xyz[3 * v + 2], -71.f);
         ASSERT_LE(xyz[3 * v + 2], 109.f);
     }
+}
+
+namespace {
+
+// Faces of a binary PLY whose edges are not shared by exactly two triangles: 0 for a closed surface.
+std::size_t openEdges(const std::string& file)
+{
+    const std::string data = slurp(file);
+    std::size_t nv = 0, nf = 0;
+    std::sscanf(data.c_str() + data.find("element vertex"), "element vertex %zu", &nv);
+    std::sscanf(data.c_str() + data.find("element face"), "element face %zu", &nf);
+    const char* f = data.data() + data.find("end_header\n") + 11 + 24 * nv;
+    std::map<std::pair<int32_t, int32_t>, int> uses;
+    for (std::size_t t = 0; t < nf; ++t) {
+        int32_t c[3];
+        std::memcpy(c, f + 13 * t + 1, 12);
+        for (int e = 0; e < 3; ++e) ++uses[std::minmax(c[e], c[(e + 1) % 3])];
+    }
+    std::size_t open = 0;
+    for (const auto& u : uses) open += u.second != 2;
+    return open;
+}
+
+} // namespace
+
+// The same values and placement give the same mesh, byte for byte, from every volume format.
+TEST_F(VxisoCommand, EveryVolumeFormatMatchesTheSameRawVolume)
+{
+    const std::string raw = writeSphereRaw(15, 14, 13);
+    const std::string values = slurp(raw);
+    std::string big = values;
+    for (std::size_t i = 0; i < big.size(); i += 4) std::reverse(big.begin() + long(i), big.begin() + long(i + 4));
+    std::ofstream(path("s.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: big\n"
+           "space dimension: 3\nspace directions: (0.5,0,0) (0,2,0) (0,0,1)\nspace origin: (10,-4,3)\n\n" << big;
+    std::ofstream(path("s.mha"), std::ios::binary)
+        << "NDims = 3\nDimSize = 15 14 13\nElementType = MET_FLOAT\nElementSpacing = 0.5 2 1\nOffset = 10 -4 3\n"
+           "ElementDataFile = LOCAL\n" << values;
+    std::ofstream(path("s.vtk"), std::ios::binary)
+        << "# vtk DataFile Version 3.0\nsphere\nBINARY\nDATASET STRUCTURED_POINTS\nDIMENSIONS 15 14 13\n"
+           "SPACING 0.5 2 1\nORIGIN 10 -4 3\nPOINT_DATA 2730\nSCALARS v float 1\nLOOKUP_TABLE default\n" << big;
+    const CommandResult byHand = vxiso("surface --raw " + raw +
+                                       " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " +
+                                       path("raw.ply"));
+    ASSERT_EQ(byHand.status, 0) << byHand.err;
+    for (const char* input : {"s.nrrd", "s.mha", "s.vtk"}) {
+        const CommandResult r = vxiso(std::string("surface ") + path(input) + " -t 0 -o " + path("n.ply"));
+        ASSERT_EQ(r.status, 0) << input << ": " << r.err;
+        EXPECT_TRUE(r.err.empty()) << r.err;
+        EXPECT_TRUE(slurp(path("n.ply")) == slurp(path("raw.ply"))) << input;
+    }
+    const CommandResult ascii = vxiso("surface " + path("s.mha") + " -t 0 --ascii -o " + path("a.ply"));
+    ASSERT_EQ(ascii.status, 0) << ascii.err;
+    EXPECT_EQ(slurp(path("a.ply")).find("ply\nformat ascii 1.0\n"), 0u);
+
+    const CommandResult unknown = vxiso("surface " + path("s.dcm") + " --dims 1 1 1 --type uint8 -t 0 -o " + path("x.ply"));
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.err.find("s.dcm: No such file or directory"), std::string::npos) << unknown.err;
+}
+
+TEST_F(VxisoCommand, InfoPrintsWhatTheFileHolds)
+{
+    std::ofstream(path("v.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: short\ndimension: 3\nsizes: 3 2 2\nencoding: ascii\nspacings: 0.5 2 1.25\n"
+           "axis mins: 10 -4 3\n\n-7 1 2 3 4 5 6 7 8 9 10 300\n";
+    const CommandResult r = vxiso("info " + path("v.nrrd") + " --undefined 300");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "file: " + path("v.nrrd") + "\nformat: NRRD\ndimensions: 3 x 2 x 2\ncoordinates: uniform\n"
+                     "spacing: 0.5 2 1.25\norigin: 10 -4 3\nbounding box: 10 11 -4 -2 3 4.25\ntransform: none\n"
+                     "type: int16\nvalue range: -7 10\nundefined value: 300\n");
+
+    const CommandResult labels = vxiso("info --labels " + path("v.nrrd"));
+    ASSERT_EQ(labels.status, 0) << labels.err;
+    EXPECT_NE(labels.out.find("type: int32 labels\nlabel range: -7 300\nlabels: 12 besides the background 0\n"),
+              std::string::npos) << labels.out;
+
+    const CommandResult wrong = vxiso("info " + path("v.nrrd") + " -t 3");
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.err, "vxiso: error: option -t belongs to 'vxiso surface', not 'vxiso info'\n");
+}
+
+// A label volume: two boxes of labels 1 and 2 in a 12^3 volume; --labels wraps the chosen one.
+TEST_F(VxisoCommand, LabelsWrapTheChosenLabel)
+{
+    std::string labels(12 * 12 * 12, '\0');
+    for (int k = 2; k < 10; ++k)
+        for (int j = 2; j < 10; ++j)
+            for (int i = 2; i < 10; ++i) labels[std::size_t((k * 12 + j) * 12 + i)] = char(i < 6 ? 1 : 2);
+    std::ofstream(path("l.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 12 12 12\nencoding: raw\n\n" << labels;
+    std::size_t nv = 0, nf = 0, all = 0;
+    std::vector<float> xyz;
+    ASSERT_EQ(vxiso("surface --labels " + path("l.nrrd") + " -o " + path("all.ply")).status, 0);
+    readPly(path("all.ply"), all, nf, xyz);
+    const CommandResult two = vxiso("surface --labels " + path("l.nrrd") + " --label 2 -o " + path("two.ply"));
+    ASSERT_EQ(two.status, 0) << two.err;
+    readPly(path("two.ply"), nv, nf, xyz);
+    EXPECT_GT(nv, 0u);
+    EXPECT_LT(nv, all);
+    EXPECT_EQ(openEdges(path("two.ply")), 0u);
+    // Label 2 fills x = 6..9: its wrap lies between the half-way planes around it.
+    for (std::size_t v = 0; v < nv; ++v) {
+        EXPECT_GE(xyz[3 * v], 5.5f);
+        EXPECT_LE(xyz[3 * v], 9.5f);
+    }
+
+    struct Case
+    {
+        std::string args, message;
+    } cases[] = {
+        {"--labels " + path("l.nrrd") + " --label 7", "no voxel has the label 7"},
+        {"--labels " + path("l.nrrd") + " -t 1", "with --labels the surface follows label borders"},
+        {path("l.nrrd") + " --label 1 -t 0", "--label N chooses a label of a label volume; add --labels"},
+    };
+    for (const Case& c : cases) {
+        const CommandResult r = vxiso("surface " + c.args + " -o " + path("x.ply"));
+        EXPECT_NE(r.status, 0) << c.args;
+        EXPECT_EQ(lines(r.err), 1) << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << r.err;
+    }
+}
+
+// A ball cut by the volume's border leaves a hole there, which --pad closes.
+TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
+{
+    std::vector<float> v;
+    for (int k = 0; k < 12; ++k)
+        for (int j = 0; j < 12; ++j)
+            for (int i = 0; i < 12; ++i) v.push_back(float(5.5 - std::sqrt(i * i + (j - 6) * (j - 6) + (k - 6) * (k - 6))));
+    std::ofstream(path("b.raw"), std::ios::binary).write(reinterpret_cast<const char*>(v.data()), std::streamsize(4 * v.size()));
+    const std::string in = "surface --raw " + path("b.raw") + " --dims 12 12 12 --type float32 --spacing 2 2 2 -t 0 ";
+    ASSERT_EQ(vxiso(in + "-o " + path("open.ply")).status, 0);
+    EXPECT_GT(openEdges(path("open.ply")), 0u);
+    const CommandResult padded = vxiso(in + "--pad -o " + path("closed.ply"));
+    ASSERT_EQ(padded.status, 0) << padded.err;
+    EXPECT_EQ(openEdges(path("closed.ply")), 0u);
+    // The lid sits half a voxel outside the volume's first plane x = 0.
+    std::size_t nv = 0, nf = 0;
+    std::vector<float> xyz;
+    readPly(path("closed.ply"), nv, nf, xyz);
+    float lowest = 1e9f;
+    for (std::size_t i = 0; i < nv; ++i) lowest = std::min(lowest, xyz[3 * i]);
+    EXPECT_LT(lowest, 0.f);
+    EXPECT_GE(lowest, -2.f);
 }

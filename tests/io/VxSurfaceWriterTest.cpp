@@ -274,15 +274,17 @@ TEST_F(SurfaceWriter, ChoosesFormatByExtensionIgnoringCase)
     EXPECT_EQ(VxSurfaceWriter::formatForPath("x.tar.Stl"), VxSurfaceWriter::STL);
     EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.off"), VxSurfaceWriter::OFF);
     EXPECT_EQ(VxSurfaceWriter::formatForPath("scene.Iv"), VxSurfaceWriter::IV);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.OBJ"), VxSurfaceWriter::OBJ);
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.vtk"), VxSurfaceWriter::VTK);
     EXPECT_EQ(VxSurfaceWriter::formatForPath("dir.ply/mesh"), VxSurfaceWriter::UNKNOWN);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.obj"), VxSurfaceWriter::UNKNOWN);
-    EXPECT_EQ(VxSurfaceWriter::supportedExtensions(), QStringList({".ply", ".stl", ".off", ".iv"}));
+    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.3ds"), VxSurfaceWriter::UNKNOWN);
+    EXPECT_EQ(VxSurfaceWriter::supportedExtensions(), QStringList({".ply", ".stl", ".off", ".iv", ".obj", ".vtk"}));
 
     const Mesh m = makeSphere(1);
-    EXPECT_EQ(writeFails(m, path("mesh.obj")),
-              "unsupported output format '.obj' for " + path("mesh.obj") + " (use .ply, .stl, .off or .iv)");
+    EXPECT_EQ(writeFails(m, path("mesh.3ds")), "unsupported output format '.3ds' for " + path("mesh.3ds") +
+                                                   " (use .ply, .stl, .off, .iv, .obj or .vtk)");
     EXPECT_EQ(writeFails(m, path("mesh")), "no output format for " + path("mesh") +
-                                               ": the name has no extension (use .ply, .stl, .off or .iv)");
+                                               ": the name has no extension (use .ply, .stl, .off, .iv, .obj or .vtk)");
     EXPECT_TRUE(entries(dir.path()).isEmpty());
 }
 
@@ -339,23 +341,38 @@ TEST_F(SurfaceWriter, EveryFormatReadsBackExactlyInOrder)
     EXPECT_EQ(badNormals, 0);
 }
 
+// VTK reads every format it knows, binary and text, as the same vertices, normals and triangles.
 TEST_F(SurfaceWriter, IndependentReaderSeesTheSameMesh)
 {
     const Mesh m = makeSphere(3);
-    write(m, path("s.ply"));
-    write(m, path("s.stl"));
-    const std::string plyText = readWithVtk(path("s.ply"));
-    if (plyText.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
-    const Mesh ply = parseVtkOutput(plyText);
-    EXPECT_EQ(ply.numVertices(), m.numVertices());
-    EXPECT_EQ(ply.numTriangles(), m.numTriangles());
-    EXPECT_TRUE(ply.xyz == m.xyz && ply.normals == m.normals && ply.tri == m.tri);
-
-    // The STL reader merges shared corners, so only the triangles' corner positions are comparable.
-    const Mesh stl = parseVtkOutput(readWithVtk(path("s.stl")));
-    EXPECT_EQ(stl.numTriangles(), m.numTriangles());
-    EXPECT_EQ(stl.numVertices(), m.numVertices());
-    EXPECT_TRUE(corners(stl) == corners(m));
+    struct Case
+    {
+        const char* name;
+        bool ascii, hasNormals, mergesCorners;
+    } cases[] = {{"s.ply", false, true, false}, {"a.ply", true, true, false}, {"s.obj", false, true, false},
+                 {"s.vtk", false, true, false}, {"a.vtk", true, true, false}, {"s.stl", false, false, true},
+                 {"a.stl", true, false, true}};
+    for (const Case& c : cases) {
+        Surface s(m);
+        VxSurfaceWriteOptions options;
+        options.ascii = c.ascii;
+        QString error;
+        ASSERT_TRUE(VxSurfaceWriter::write(*s.node, path(c.name), options, &error)) << error.toStdString();
+    }
+    if (readWithVtk(path("s.ply")).empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    for (const Case& c : cases) {
+        const Mesh got = parseVtkOutput(readWithVtk(path(c.name)));
+        EXPECT_EQ(got.numVertices(), m.numVertices()) << c.name;
+        EXPECT_EQ(got.numTriangles(), m.numTriangles()) << c.name;
+        // STL readers merge shared corners, so only the triangles' corner positions compare.
+        if (c.mergesCorners) {
+            EXPECT_TRUE(corners(got) == corners(m)) << c.name;
+            continue;
+        }
+        EXPECT_TRUE(got.xyz == m.xyz) << c.name;
+        EXPECT_TRUE(got.tri == m.tri) << c.name;
+        if (c.hasNormals) EXPECT_TRUE(got.normals == m.normals) << c.name;
+    }
 }
 
 TEST_F(SurfaceWriter, SurfacesWithoutNormalsOrTrianglesStayValid)

@@ -1,0 +1,16 @@
+#pragma once
+#include <QString>
+
+class VxUniformScalarField3;
+
+// Reads a MetaImage volume: one file (.mha) or a header (.mhd) naming its data file (ElementDataFile
+// LOCAL or a file name); raw or zlib-compressed (CompressedData) binary or text values; either byte
+// order (BinaryDataByteOrderMSB); the eight MET_ element types. Offset and ElementSpacing place the
+// volume; a TransformMatrix other than the identity becomes the field's transform about the first
+// node.
+class VxMetaImageReader
+{
+public:
+    // A new field (reference count 0), or null with a message naming the file and the problem.
+    static VxUniformScalarField3* read(const QString& path, QString* error);
+};

@@ -1,0 +1,61 @@
+// libFuzzer target of the volume readers: the first byte picks the format (the file name's
+// extension) and whether to load labels, the rest is the file. Any input must give a field or one
+// line of error naming the file at fault (the header or the data file it names); the sanitizers
+// catch every bad access on the way.
+#include <io/VxVolumeReader.h>
+
+#include <kx/KxHandle.h>
+#include <vx/VxRegScalarField3.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <unistd.h>
+
+namespace {
+
+const char* const kExtensions[] = {".nrrd", ".nhdr", ".mha", ".mhd", ".vtk", ".nii", ".hdr"};
+
+// One scratch folder per process, on a memory file system when there is one. Never freed: the
+// exit handler that removes the folder runs after static objects are gone.
+const std::string& scratchDir()
+{
+    static const std::string* dir = [] {
+        const char* base = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+        auto* t = new std::string(std::string(base) + "/vxfuzz-XXXXXX");
+        if (!::mkdtemp(&(*t)[0])) std::abort();
+        std::atexit([] { std::system(("rm -rf " + scratchDir()).c_str()); });
+        return t;
+    }();
+    return *dir;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size < 1) return 0;
+    const std::string path = scratchDir() + "/in" + kExtensions[data[0] % 7];
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) std::abort();
+    std::fwrite(data + 1, 1, size - 1, f);
+    std::fclose(f);
+
+    VxReadOptions options;
+    options.labels = (data[0] & 0x80) != 0;
+    QString error;
+    KxHandle<VxSpatialData> result = VxVolumeReader::read(QString::fromStdString(path), options, &error);
+    if (!result && (error.isEmpty() || error.contains('\n') || !error.startsWith(QString::fromStdString(scratchDir() + "/")))) {
+        std::fprintf(stderr, "not one line naming the file: '%s'\n", qPrintable(error));
+        std::abort();
+    }
+    if (auto* field = kx_type_cast<VxRegScalarField3>(result.get())) {
+        double lo, hi;
+        field->getRange(lo, hi); // touches every value
+        if (field->getDims().count() <= 0) std::abort();
+    }
+    std::remove(path.c_str());
+    return 0;
+}

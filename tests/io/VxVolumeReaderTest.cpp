@@ -1,0 +1,667 @@
+// NRRD, MetaImage and VTK volumes written here in every layout the readers take and read back
+// value for value; files that VTK writes, and our files as VTK reads them; damaged files rejected
+// with one clear line; label volumes; the real scans of Debian's mricron-data.
+#include <io/VxVolumeReader.h>
+
+#include <kx/KxHandle.h>
+#include <vx/VxRectilinearCoord3.h>
+#include <vx/VxRegScalarField3.h>
+#include <vx/VxUniformLabelField3.h>
+
+#include <Inventor/SbMatrix.h>
+#include <Inventor/SbVec3f.h>
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <zlib.h>
+
+namespace {
+
+struct TypeCase
+{
+    KxPrimType type;
+    const char *nrrd, *nrrdAlias, *meta, *vtk;
+};
+const TypeCase kTypes[] = {
+    {KxPrimType::UINT8, "uchar", "unsigned char", "MET_UCHAR", "unsigned_char"},
+    {KxPrimType::INT8, "signed char", "int8_t", "MET_CHAR", "char"},
+    {KxPrimType::UINT16, "ushort", "unsigned short int", "MET_USHORT", "unsigned_short"},
+    {KxPrimType::INT16, "short", "int16", "MET_SHORT", "short"},
+    {KxPrimType::UINT32, "uint", "uint32_t", "MET_UINT", "unsigned_int"},
+    {KxPrimType::INT32, "int", "signed int", "MET_INT", "int"},
+    {KxPrimType::FLOAT, "float", "float", "MET_FLOAT", "float"},
+    {KxPrimType::DOUBLE, "double", "double", "MET_DOUBLE", "double"},
+};
+
+const KxDim3l kDims(5, 4, 3);
+// Spacing 0.5 2 1.25 from the origin 10 -4 3.
+const std::vector<float> kBox = {10, 12, -4, 2, 3, 5.5f};
+
+// 60 values of a type over its whole range (finite for floats): native bytes and exact text.
+struct Values
+{
+    KxPrimType type;
+    std::string bytes, text;
+};
+
+Values makeValues(KxPrimType type, unsigned seed)
+{
+    std::mt19937_64 rng(seed);
+    Values v{type, {}, {}};
+    kxDispatchPrimType(type, nullptr, [&](auto* tag) {
+        using T = std::remove_pointer_t<decltype(tag)>;
+        for (int i = 0; i < 60; ++i) {
+            T x;
+            if constexpr (std::is_floating_point<T>::value)
+                x = T((double(rng() % 2001) - 1000.0) * std::pow(10.0, double(rng() % 40) - 20.0));
+            else
+                x = i == 0 ? std::numeric_limits<T>::lowest() : i == 1 ? std::numeric_limits<T>::max() : T(rng());
+            v.bytes.append(reinterpret_cast<const char*>(&x), sizeof x);
+            char text[64];
+            const auto end = std::is_floating_point<T>::value ? std::to_chars(text, text + 64, x).ptr
+                                                              : std::to_chars(text, text + 64, int64_t(x)).ptr;
+            v.text.append(text, end).append(i % 7 == 6 ? "\n" : " ");
+        }
+    });
+    return v;
+}
+
+std::string inOrder(const Values& v, bool bigEndian)
+{
+    std::string b = v.bytes;
+    const std::size_t w = v.type.size();
+    if (bigEndian)
+        for (std::size_t i = 0; i + w <= b.size(); i += w) std::reverse(b.begin() + long(i), b.begin() + long(i + w));
+    return b;
+}
+
+// A gzip (windowBits 31) or zlib (15) stream of the bytes.
+std::string deflated(const std::string& bytes, int windowBits)
+{
+    z_stream z = {};
+    deflateInit2(&z, 6, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
+    std::string out(deflateBound(&z, uLong(bytes.size())) + 64, '\0');
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+    z.avail_in = uInt(bytes.size());
+    z.next_out = reinterpret_cast<Bytef*>(&out[0]);
+    z.avail_out = uInt(out.size());
+    deflate(&z, Z_FINISH);
+    out.resize(z.total_out);
+    deflateEnd(&z);
+    return out;
+}
+
+template <class T>
+std::string bytesOf(std::initializer_list<T> values)
+{
+    std::string s;
+    for (T x : values) s.append(reinterpret_cast<const char*>(&x), sizeof x);
+    return s;
+}
+
+void spit(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+enum class Enc
+{
+    Raw,
+    Gzip,
+    Text
+};
+
+std::string encoded(const Values& v, Enc e, bool bigEndian, int windowBits)
+{
+    return e == Enc::Text ? v.text : e == Enc::Gzip ? deflated(inOrder(v, bigEndian), windowBits) : inOrder(v, bigEndian);
+}
+
+struct Read
+{
+    KxHandle<VxSpatialData> data;
+    QString error;
+    VxVolumeInfo info;
+    VxRegScalarField3* field() const { return kx_type_cast<VxRegScalarField3>(data.get()); }
+};
+
+Read readVolume(const std::string& path, bool labels = false)
+{
+    Read r;
+    VxReadOptions o;
+    o.labels = labels;
+    r.data = VxVolumeReader::read(QString::fromStdString(path), o, &r.error, &r.info);
+    return r;
+}
+
+void expectBox(const KxBox3f& b, const std::vector<float>& want, const std::string& what)
+{
+    const float got[6] = {b.xmin, b.xmax, b.ymin, b.ymax, b.zmin, b.zmax};
+    for (int i = 0; i < 6; ++i) EXPECT_NEAR(got[i], want[std::size_t(i)], 1e-5f) << what << " box[" << i << "]";
+}
+
+// The field holds exactly the values, on 5x4x3 nodes.
+void expectValues(const Read& r, const Values& v, const std::string& what)
+{
+    ASSERT_TRUE(r.field()) << what << ": " << r.error.toStdString();
+    EXPECT_EQ(r.field()->getDims(), kDims) << what;
+    EXPECT_EQ(r.field()->primType(), v.type) << what;
+    ASSERT_EQ(r.field()->lattice().byteSize(), v.bytes.size()) << what;
+    EXPECT_EQ(std::memcmp(r.field()->lattice().dataPtr(), v.bytes.data(), v.bytes.size()), 0) << what;
+}
+
+class VolumeReader : public ::testing::Test
+{
+protected:
+    std::string path(const std::string& name) const { return m_dir.path().toStdString() + "/" + name; }
+    QTemporaryDir m_dir;
+};
+
+// NRRD header for the test volume; geometry by space directions or by spacings and axis mins.
+std::string nrrdHeader(const char* type, Enc e, bool big, bool directions, const std::string& dataFile = "")
+{
+    std::string h = "NRRD0004\n# written by the reader tests\ntype: " + std::string(type) +
+                    "\ndimension: 3\nsizes: 5 4 3\nencoding: " +
+                    (e == Enc::Raw ? "raw" : e == Enc::Gzip ? "gzip" : "ascii") + "\n";
+    if (e != Enc::Text) h += std::string("endian: ") + (big ? "big" : "little") + "\n";
+    h += directions ? "space: right-anterior-superior\nspace directions: (0.5,0,0) (0, 2, 0) (0,0,1.25)\n"
+                      "space origin: (10,-4,3)\n"
+                    : "spacings: 0.5 2 1.25\naxis mins: 10 -4 3\n";
+    h += "content:=key/value pairs are free text: sizes: 1 1 1\n";
+    if (!dataFile.empty()) h += "data file: " + dataFile + "\n";
+    return h;
+}
+
+} // namespace
+
+// 8 types x raw, gzip (both byte orders) and text x attached and detached.
+TEST_F(VolumeReader, NrrdEveryLayoutAndTypeReadsBackExactly)
+{
+    int n = 0;
+    for (const TypeCase& t : kTypes)
+        for (Enc e : {Enc::Raw, Enc::Gzip, Enc::Text})
+            for (bool big : {false, true})
+                for (bool detached : {false, true}) {
+                    if (e == Enc::Text && big) continue;
+                    const Values v = makeValues(t.type, unsigned(++n));
+                    const std::string name = "v" + std::to_string(n), data = encoded(v, e, big, 31);
+                    const char* type = n % 2 ? t.nrrd : t.nrrdAlias;
+                    std::string file;
+                    if (detached) {
+                        file = path(name + ".nhdr");
+                        spit(path(name + ".raw"), data);
+                        spit(file, nrrdHeader(type, e, big, n % 3 != 0, name + ".raw"));
+                    } else {
+                        file = path(name + ".nrrd");
+                        spit(file, nrrdHeader(type, e, big, n % 3 != 0) + "\n" + data);
+                    }
+                    const std::string what = file + " " + type;
+                    const Read r = readVolume(file);
+                    expectValues(r, v, what);
+                    if (!r.field()) continue;
+                    expectBox(r.field()->getBoundingBox(), kBox, what);
+                    EXPECT_FALSE(r.field()->getTransform(true)) << what;
+                    EXPECT_EQ(r.info.format, "NRRD");
+                }
+}
+
+// 8 types x raw and zlib-compressed x both byte orders x .mha and .mhd, and text values.
+TEST_F(VolumeReader, MetaImageEveryLayoutAndTypeReadsBackExactly)
+{
+    int n = 0;
+    for (const TypeCase& t : kTypes)
+        for (Enc e : {Enc::Raw, Enc::Gzip, Enc::Text})
+            for (bool msb : {false, true})
+                for (bool local : {true, false}) {
+                    if (e == Enc::Text && (msb || !local)) continue;
+                    const Values v = makeValues(t.type, unsigned(++n));
+                    const std::string name = "m" + std::to_string(n), data = encoded(v, e, msb, 15);
+                    std::string h = std::string("ObjectType = Image\nNDims = 3\nBinaryData = ") +
+                                    (e == Enc::Text ? "False" : "True") + "\nBinaryDataByteOrderMSB = " +
+                                    (msb ? "True" : "False") + "\nCompressedData = " + (e == Enc::Gzip ? "True" : "False") +
+                                    "\nTransformMatrix = 1 0 0 0 1 0 0 0 1\nOffset = 10 -4 3\n"
+                                    "ElementSpacing = 0.5 2 1.25\nDimSize = 5 4 3\nElementType = " + t.meta + "\n";
+                    if (e == Enc::Gzip) h += "CompressedDataSize = " + std::to_string(data.size()) + "\n";
+                    std::string file;
+                    if (local) {
+                        file = path(name + ".mha");
+                        spit(file, h + "ElementDataFile = LOCAL\n" + data);
+                    } else {
+                        file = path(name + ".mhd");
+                        spit(path(name + ".raw"), data);
+                        spit(file, h + "ElementDataFile = " + name + ".raw\n");
+                    }
+                    const Read r = readVolume(file);
+                    expectValues(r, v, file);
+                    if (!r.field()) continue;
+                    expectBox(r.field()->getBoundingBox(), kBox, file);
+                    EXPECT_FALSE(r.field()->getTransform(true)) << file;
+                }
+}
+
+namespace {
+
+const float kXs[5] = {10, 10.5f, 11.25f, 12.5f, 14}, kYs[4] = {-4, -2, 1, 5}, kZs[3] = {3, 3.125f, 4.5f};
+
+// A node position of the test's structured grid: sheared, so that it is not rectilinear.
+KxVec3f gridPoint(int i, int j, int k)
+{
+    return {10 + 0.5f * float(i) + 0.1f * float(j), -4 + 2 * float(j) + 0.01f * float(i * k), 3 + 1.25f * float(k)};
+}
+
+// Big-endian binary or text numbers, as VTK legacy files hold them.
+std::string vtkNumbers(const std::vector<float>& v, bool binary)
+{
+    std::string out;
+    for (float f : v) {
+        if (binary) {
+            char b[4];
+            std::memcpy(b, &f, 4);
+            std::reverse(b, b + 4);
+            out.append(b, 4);
+        } else {
+            char t[32];
+            out.append(t, std::to_chars(t, t + 32, f).ptr).append(" ");
+        }
+    }
+    return out + "\n";
+}
+
+std::string vtkFile(int kind, const TypeCase& t, const Values& v, bool binary)
+{
+    std::string f = std::string("# vtk DataFile Version 3.0\ntest volume\n") + (binary ? "BINARY" : "ASCII") + "\n";
+    if (kind == 0) {
+        f += "DATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nORIGIN 10 -4 3\nSPACING 0.5 2 1.25\n";
+    } else if (kind == 1) {
+        f += "DATASET RECTILINEAR_GRID\nDIMENSIONS 5 4 3\n";
+        f += "X_COORDINATES 5 float\n" + vtkNumbers(std::vector<float>(kXs, kXs + 5), binary);
+        f += "Y_COORDINATES 4 float\n" + vtkNumbers(std::vector<float>(kYs, kYs + 4), binary);
+        f += "Z_COORDINATES 3 float\n" + vtkNumbers(std::vector<float>(kZs, kZs + 3), binary);
+    } else {
+        std::vector<float> p;
+        for (int k = 0; k < 3; ++k)
+            for (int j = 0; j < 4; ++j)
+                for (int i = 0; i < 5; ++i) {
+                    const KxVec3f q = gridPoint(i, j, k);
+                    p.insert(p.end(), {q.x, q.y, q.z});
+                }
+        f += "DATASET STRUCTURED_GRID\nDIMENSIONS 5 4 3\nPOINTS 60 float\n" + vtkNumbers(p, binary);
+    }
+    // Other attributes before the scalars are skipped.
+    f += "POINT_DATA 60\nVECTORS flow float\n" + vtkNumbers(std::vector<float>(180, 1.5f), binary);
+    f += "SCALARS values " + std::string(t.vtk) + " 1\nLOOKUP_TABLE default\n" + (binary ? inOrder(v, true) : v.text) + "\n";
+    return f;
+}
+
+void expectNodes(const VxRegScalarField3& f, int kind, const std::string& what)
+{
+    const VxCoord3* c = f.lattice().coords();
+    ASSERT_EQ(c->coordType(), kind == 0 ? VX_COORD_UNIFORM : kind == 1 ? VX_COORD_RECTILINEAR : VX_COORD_CURVILINEAR) << what;
+    for (int k = 0; k < 3; ++k)
+        for (int j = 0; j < 4; ++j)
+            for (int i = 0; i < 5; ++i) {
+                const KxVec3f want = kind == 0   ? KxVec3f(10 + 0.5f * float(i), -4 + 2 * float(j), 3 + 1.25f * float(k))
+                                     : kind == 1 ? KxVec3f(kXs[i], kYs[j], kZs[k])
+                                                 : gridPoint(i, j, k);
+                const KxVec3f got = c->pos(i, j, k);
+                EXPECT_NEAR(got.x, want.x, 1e-5f) << what;
+                EXPECT_NEAR(got.y, want.y, 1e-5f) << what;
+                EXPECT_NEAR(got.z, want.z, 1e-5f) << what;
+            }
+}
+
+} // namespace
+
+// 8 types x ASCII and BINARY x structured points, rectilinear and structured grids.
+TEST_F(VolumeReader, VtkEveryDatasetAndTypeReadsBackExactly)
+{
+    int n = 0;
+    for (const TypeCase& t : kTypes)
+        for (bool binary : {false, true})
+            for (int kind = 0; kind < 3; ++kind) {
+                const Values v = makeValues(t.type, unsigned(++n));
+                const std::string file = path("t" + std::to_string(n) + ".vtk");
+                spit(file, vtkFile(kind, t, v, binary));
+                const Read r = readVolume(file);
+                expectValues(r, v, file);
+                if (r.field()) expectNodes(*r.field(), kind, file);
+            }
+}
+
+// The index-to-world map of the header equals the box placement followed by the transform.
+TEST_F(VolumeReader, OrientationBecomesTheTransform)
+{
+    // Axis i runs along +y with spacing 0.5, j along -x with 2, k along z with 1.25; first node at
+    // (10, -4, 3).
+    auto world = [](int i, int j, int k) {
+        return SbVec3f(10.f - 2.f * float(j), -4.f + 0.5f * float(i), 3.f + 1.25f * float(k));
+    };
+    const Values v = makeValues(KxPrimType::INT16, 5);
+    spit(path("o.nrrd"), "NRRD0005\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\n"
+                         "space dimension: 3\nspace directions: (0,0.5,0) (-2,0,0) (0,0,1.25)\n"
+                         "space origin: (10,-4,3)\n\n" + v.bytes);
+    spit(path("o.mha"), "NDims = 3\nDimSize = 5 4 3\nElementType = MET_SHORT\nOffset = 10 -4 3\n"
+                        "ElementSpacing = 0.5 2 1.25\nTransformMatrix = 0 1 0 -1 0 0 0 0 1\n"
+                        "ElementDataFile = LOCAL\n" + v.bytes);
+    for (const char* name : {"o.nrrd", "o.mha"}) {
+        const Read r = readVolume(path(name));
+        expectValues(r, v, name);
+        if (!r.field()) continue;
+        SbMatrix m;
+        ASSERT_TRUE(r.field()->getTransform(m)) << name;
+        const KxBox3f box = r.field()->getBoundingBox();
+        EXPECT_EQ(box.getMin(), KxVec3f(10, -4, 3)) << name;
+        for (int k = 0; k < 3; ++k)
+            for (int j = 0; j < 4; ++j)
+                for (int i = 0; i < 5; ++i) {
+                    const KxVec3f local = r.field()->lattice().coords()->pos(i, j, k);
+                    SbVec3f w;
+                    m.multVecMatrix(SbVec3f(local.x, local.y, local.z), w);
+                    for (int a = 0; a < 3; ++a) EXPECT_NEAR(w[a], world(i, j, k)[a], 1e-4) << name;
+                }
+    }
+    // A negative VTK spacing runs the axis backwards: a mirror in the transform.
+    const TypeCase& t = kTypes[3];
+    std::string f = vtkFile(0, t, v, false);
+    f.replace(f.find("SPACING 0.5"), 11, "SPACING -0.5");
+    spit(path("m.vtk"), f);
+    const Read r = readVolume(path("m.vtk"));
+    ASSERT_TRUE(r.field()) << r.error.toStdString();
+    SbMatrix m;
+    ASSERT_TRUE(r.field()->getTransform(m));
+    SbVec3f w;
+    const KxVec3f last = r.field()->lattice().coords()->pos(4, 0, 0);
+    m.multVecMatrix(SbVec3f(last.x, last.y, last.z), w);
+    EXPECT_NEAR(w[0], 8.f, 1e-5);
+}
+
+TEST(VolumeReaderNames, PicksTheReaderByExtension)
+{
+    struct
+    {
+        const char* name;
+        VxVolumeReader::Format format;
+    } cases[] = {{"a.nii.gz", VxVolumeReader::NIFTI}, {"b.IMG", VxVolumeReader::NIFTI},
+                 {"c.nrrd", VxVolumeReader::NRRD},    {"d/e.NHDR", VxVolumeReader::NRRD},
+                 {"f.mha", VxVolumeReader::METAIMAGE}, {"g.mhd", VxVolumeReader::METAIMAGE},
+                 {"h.vtk", VxVolumeReader::VTK},      {"i.raw", VxVolumeReader::UNKNOWN},
+                 {".vtk", VxVolumeReader::UNKNOWN},   {"x.vtk/y", VxVolumeReader::UNKNOWN}};
+    for (const auto& c : cases) EXPECT_EQ(VxVolumeReader::formatForPath(c.name), c.format) << c.name;
+    QString error;
+    EXPECT_EQ(VxVolumeReader::read("scan.dcm", VxReadOptions(), &error), nullptr);
+    EXPECT_EQ(error.toStdString(), "scan.dcm: unknown volume format; supported are .nii, .nii.gz, .hdr, .img, "
+                                   ".nrrd, .nhdr, .mha, .mhd, .vtk");
+}
+
+// Integer volumes load as labels in the smallest label type that holds them; others are refused.
+TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
+{
+    auto nrrd = [&](const std::string& name, const char* type, const std::string& bytes) {
+        spit(path(name), std::string("NRRD0004\ntype: ") + type +
+                             "\ndimension: 3\nsizes: 3 2 1\nencoding: raw\nendian: little\nspacings: 2 3 4\n\n" + bytes);
+        return path(name);
+    };
+    struct Case
+    {
+        std::string file;
+        KxPrimType labelType;
+        std::vector<float> labels;
+    } cases[] = {
+        {nrrd("u8.nrrd", "uchar", bytesOf<unsigned char>({0, 1, 2, 255, 7, 0})), KxPrimType::UINT8, {0, 1, 2, 255, 7, 0}},
+        {nrrd("s8.nrrd", "signed char", bytesOf<signed char>({0, 1, 2, 127, 7, 0})), KxPrimType::UINT8, {0, 1, 2, 127, 7, 0}},
+        {nrrd("s8n.nrrd", "signed char", bytesOf<signed char>({0, -1, 2, 3, 7, 0})), KxPrimType::INT32, {0, -1, 2, 3, 7, 0}},
+        {nrrd("s16.nrrd", "short", bytesOf<short>({0, 1, 2, 32767, 7, 0})), KxPrimType::UINT16, {0, 1, 2, 32767, 7, 0}},
+        {nrrd("u32.nrrd", "uint", bytesOf<unsigned>({0, 1, 2, 70000, 7, 0})), KxPrimType::INT32, {0, 1, 2, 70000, 7, 0}},
+    };
+    for (const Case& c : cases) {
+        const Read r = readVolume(c.file, true);
+        auto* labels = kx_type_cast<VxUniformLabelField3>(r.data.get());
+        ASSERT_TRUE(labels) << c.file << ": " << r.error.toStdString();
+        EXPECT_EQ(labels->lattice().primType(), c.labelType) << c.file;
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << c.file;
+        expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, c.file);
+    }
+    const std::string f32 = nrrd("f.nrrd", "float", bytesOf<float>({0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(readVolume(f32, true).error.toStdString(),
+              f32 + ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, int16, uint32 or "
+                    "int32)");
+    const std::string big = nrrd("big.nrrd", "uint", bytesOf<unsigned>({0, 1, 3000000000u, 3, 4, 5}));
+    EXPECT_EQ(readVolume(big, true).error.toStdString(), big + ": holds the label 3000000000, beyond the largest label 2147483647");
+    spit(path("rect.vtk"), vtkFile(1, kTypes[0], makeValues(KxPrimType::UINT8, 1), false));
+    EXPECT_NE(readVolume(path("rect.vtk"), true).error.indexOf("labels need uniform coordinates"), -1);
+}
+
+// Each damaged file gives one line: the file's name, then what is wrong with it.
+TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
+{
+    const Values v = makeValues(KxPrimType::INT16, 9);
+    const std::string gz = deflated(v.bytes, 31), z = deflated(v.bytes, 15);
+    const std::string meta = "NDims = 3\nDimSize = 5 4 3\nElementType = MET_SHORT\n";
+    const std::string sp = "# vtk DataFile Version 3.0\nx\nBINARY\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\n"
+                           "SPACING 1 1 1\nORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n";
+    auto nrrdWith = [&](const std::string& lines) {
+        return "NRRD0004\ntype: short\ndimension: 3\nendian: little\n" + lines + "\n";
+    };
+    struct Case
+    {
+        std::string name, content, message;
+    } cases[] = {
+        // truncated data
+        {"cut.nrrd", nrrdWith("sizes: 5 4 3\nencoding: raw\n") + v.bytes.substr(0, 100),
+         "file holds 177 bytes, but the 5x4x3 int16 values at offset 77 need 197; the file is truncated or its header is wrong"},
+        {"cut.mha", meta + "ElementDataFile = LOCAL\n" + v.bytes.substr(0, 99), "the 5x4x3 int16 values at offset 74 need 194"},
+        {"cut.vtk", sp + v.bytes.substr(0, 50), "the 5x4x3 int16 values at offset 157 need 277"},
+        {"cuttext.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nSPACING 1 1 1\n"
+                        "ORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n" + v.text.substr(0, 150),
+         "values end after"},
+        // a header that lies about the size of its data
+        {"lie.nrrd", nrrdWith("sizes: 50 40 30\nencoding: raw\n") + v.bytes, "but the 50x40x30 int16 values at offset 80 need 120080"},
+        {"lie.mha", "NDims = 3\nDimSize = 5 4 300\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes, "5x4x300 int16 values"},
+        {"lie.vtk", sp.substr(0, sp.find("POINT_DATA")) + "POINT_DATA 61\nSCALARS v short\nLOOKUP_TABLE default\n" + v.bytes,
+         "POINT_DATA gives 61 values, but DIMENSIONS 5 4 3 make 60 nodes"},
+        {"bomb.nrrd", nrrdWith("sizes: 5000 4000 3000\nencoding: gzip\n") + gz,
+         "a compressed stream of " + std::to_string(gz.size()) + " bytes cannot hold the 5000x4000x3000 int16 values"},
+        {"more.nrrd", nrrdWith("sizes: 5 4 2\nencoding: gzip\n") + gz, "compressed stream holds more than the 80 bytes"},
+        // zero or negative dimensions
+        {"zero.nrrd", nrrdWith("sizes: 5 0 3\nencoding: raw\n") + v.bytes, "sizes must be positive, not 5 0 3"},
+        {"neg.nrrd", nrrdWith("sizes: 5 -4 3\nencoding: raw\n") + v.bytes, "sizes must be positive, not 5 -4 3"},
+        {"zero.mha", "NDims = 3\nDimSize = 0 4 3\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
+         "dimensions must be positive, not 0 4 3"},
+        {"neg.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 -3\n",
+         "dimensions must be positive, not 5 4 -3"},
+        // unknown types
+        {"type.nrrd", "NRRD0004\ntype: quaternion\n", "unsupported value type 'quaternion'; supported are int8, uint8"},
+        {"type.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_LONG_LONG\nElementDataFile = LOCAL\n",
+         "unsupported ElementType 'MET_LONG_LONG'"},
+        {"type.vtk", sp.substr(0, sp.find("SCALARS")) + "SCALARS v vtktypeint64\nLOOKUP_TABLE default\n",
+         "unsupported value type 'vtktypeint64' of the scalars"},
+        {"mystery.vtk", sp.substr(0, sp.find("SCALARS")) + "SCALARS v quaternion\nLOOKUP_TABLE default\n", "unknown value type 'quaternion'"},
+        // compressed streams that end early
+        {"early.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + gz.substr(0, gz.size() / 2), "compressed stream ends after"},
+        {"early.mha", meta + "CompressedData = True\nElementDataFile = LOCAL\n" + z.substr(0, z.size() - 6), "compressed stream ends"},
+        {"garbage.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + std::string(100, 'x'), "compressed data is corrupt"},
+        // not the format at all, or not a volume
+        {"png.nrrd", "\x89PNG\r\n\x1a\n", "not a NRRD file"},
+        {"text.mha", "hello\n", "not a MetaImage file"},
+        {"poly.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET POLYDATA\n", "holds a polydata dataset"},
+        {"2d.nrrd", nrrdWith("dimension: 2\nsizes: 5 4\nencoding: raw\n"), "holds a 2-dimensional array; only 3-D volumes are supported"},
+        {"nodata.nhdr", "NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\ndata file: gone.raw\n",
+         "gone.raw: No such file or directory"},
+        {"noend.nrrd", "NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\n", "the header gives no endian for its int16 values"},
+    };
+    for (const Case& c : cases) {
+        spit(path(c.name), c.content);
+        const Read r = readVolume(path(c.name));
+        EXPECT_FALSE(r.data) << c.name;
+        const std::string e = r.error.toStdString();
+        EXPECT_EQ(e.rfind(m_dir.path().toStdString() + "/", 0), 0u) << e;
+        EXPECT_NE(e.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << e;
+        EXPECT_EQ(e.find('\n'), std::string::npos) << e;
+    }
+    // The problem is reported against the file that has it.
+    EXPECT_EQ(readVolume(path("zero.nrrd")).error.toStdString(), path("zero.nrrd") + ": sizes must be positive, not 5 0 3");
+}
+
+// Random damage to the header of each format: a field or one line of error, never a crash or hang.
+TEST_F(VolumeReader, DamagedHeadersGiveAFieldOrAnError)
+{
+    const Values v = makeValues(KxPrimType::FLOAT, 4);
+    const std::string files[][2] = {
+        {"d.nrrd", nrrdHeader("float", Enc::Gzip, true, true) + "\n" + deflated(inOrder(v, true), 31)},
+        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 3\nTransformMatrix = 0 1 0 1 0 0 "
+                  "0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" + deflated(v.bytes, 15)},
+        {"d.vtk", vtkFile(2, kTypes[6], v, true)},
+        {"t.vtk", vtkFile(1, kTypes[6], v, false)},
+    };
+    std::mt19937 rng(2024);
+    for (const auto& f : files) {
+        const std::size_t header = std::min<std::size_t>(f[1].size(), 260);
+        for (int trial = 0; trial < 250; ++trial) {
+            std::string damaged = f[1];
+            for (int k = 0; k < 1 + trial % 3; ++k) damaged[rng() % header] = "0 -9\n:=()x"[rng() % 10];
+            spit(path(f[0]), damaged);
+            const Read r = readVolume(path(f[0]));
+            if (!r.data) {
+                EXPECT_FALSE(r.error.isEmpty());
+                EXPECT_EQ(r.error.indexOf('\n'), -1) << r.error.toStdString();
+            } else {
+                EXPECT_GT(r.field()->getDims().count(), 0);
+            }
+        }
+    }
+}
+
+namespace {
+
+// Runs tests/io/vtk_volume.py; empty when python3 with VTK is not there.
+std::string runVtk(const std::string& args)
+{
+    if (std::system("/usr/bin/python3 -c 'import vtkmodules.vtkIOImage' >/dev/null 2>&1") != 0) return {};
+    const std::string cmd = "/usr/bin/python3 " VXISO_SOURCE_DIR "/tests/io/vtk_volume.py " + args + " 2>&1";
+    FILE* p = popen(cmd.c_str(), "r");
+    std::string out;
+    char buf[65536];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    EXPECT_EQ(pclose(p), 0) << out.substr(0, 3000);
+    return out;
+}
+
+// What the script prints for one dataset.
+struct VtkFacts
+{
+    int dims[3] = {};
+    std::vector<double> points, values;
+};
+
+std::vector<VtkFacts> parseFacts(const std::string& text)
+{
+    std::vector<VtkFacts> all;
+    std::istringstream in(text);
+    std::string word;
+    while (in >> word) {
+        if (word != "dims") continue;
+        VtkFacts f;
+        in >> f.dims[0] >> f.dims[1] >> f.dims[2];
+        std::size_t n = 0;
+        while (in >> word && word != "points") {
+        }
+        in >> n;
+        f.points.resize(3 * n);
+        for (double& x : f.points) in >> x;
+        while (in >> word && word != "values") { // the type's name may have blanks
+        }
+        in >> n;
+        f.values.resize(n);
+        for (double& x : f.values) in >> x;
+        all.push_back(f);
+    }
+    return all;
+}
+
+void expectSame(const VxRegScalarField3& field, const VtkFacts& f, const std::string& what)
+{
+    ASSERT_EQ(field.getDims(), KxDim3l(f.dims[0], f.dims[1], f.dims[2])) << what;
+    ASSERT_EQ(f.values.size(), std::size_t(field.getDims().count())) << what;
+    const KxDim3l& d = field.getDims();
+    int bad = 0;
+    for (int64_t n = 0; n < d.count(); ++n) {
+        const int i = int(n % d.nx), j = int(n / d.nx % d.ny), k = int(n / (d.nx * d.ny));
+        const KxVec3f p = field.lattice().coords()->pos(i, j, k);
+        bad += field.lattice().valueAt(n) != f.values[std::size_t(n)];
+        for (int a = 0; a < 3; ++a) bad += std::fabs(p[a] - f.points[std::size_t(3 * n + a)]) > 1e-5;
+    }
+    EXPECT_EQ(bad, 0) << what;
+}
+
+} // namespace
+
+// Files that VTK's own writers make load with VTK's values and node positions.
+TEST_F(VolumeReader, FilesWrittenByVtkLoad)
+{
+    const char* kinds[] = {"mhd", "mha", "sp", "spb", "rg", "rgb", "sg", "sgb"};
+    std::string args = "write";
+    std::vector<std::string> files;
+    int n = 0;
+    for (const char* kind : kinds)
+        for (const TypeCase& t : kTypes) {
+            const std::string ext = kind[0] == 'm' ? kind : "vtk";
+            files.push_back(path("w" + std::to_string(++n) + "." + ext));
+            args += std::string(" ") + kind + " " + t.vtk + " " + files.back();
+        }
+    const std::string out = runVtk(args);
+    if (out.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    const std::vector<VtkFacts> facts = parseFacts(out);
+    ASSERT_EQ(facts.size(), files.size()) << out.substr(0, 2000);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const Read r = readVolume(files[i]);
+        ASSERT_TRUE(r.field()) << r.error.toStdString();
+        EXPECT_EQ(r.field()->primType(), kTypes[i % 8].type) << files[i];
+        expectSame(*r.field(), facts[i], files[i]);
+    }
+}
+
+// VTK's NRRD reader sees in our test files what our reader sees. It takes the first axis for
+// components, ignores axis mins, misreads space directions, reads text encoding as zeros and leaves
+// gzip-compressed big-endian values unswapped, so these files carry a leading axis of size one,
+// only spacings, and raw or little-endian gzip values.
+TEST_F(VolumeReader, NrrdFilesReadTheSameByVtk)
+{
+    std::vector<std::string> files;
+    int n = 0;
+    for (const TypeCase& t : kTypes)
+        for (Enc e : {Enc::Raw, Enc::Gzip})
+            for (bool big : {false, true}) {
+                if (e == Enc::Gzip && big) continue;
+                const Values v = makeValues(t.type, unsigned(++n));
+                const std::string h = std::string("NRRD0004\ntype: ") + t.nrrd + "\ndimension: 4\nsizes: 1 5 4 3\n" +
+                                      "kinds: scalar domain domain domain\nspacings: nan 0.5 2 1.25\nencoding: " +
+                                      (e == Enc::Raw ? "raw" : e == Enc::Gzip ? "gzip" : "ascii") +
+                                      "\nendian: " + (big ? "big" : "little") + "\n\n";
+                files.push_back(path("r" + std::to_string(n) + ".nrrd"));
+                spit(files.back(), h + encoded(v, e, big, 31));
+            }
+    std::string args = "read";
+    for (const std::string& f : files) args += " " + f;
+    const std::string out = runVtk(args);
+    if (out.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    const std::vector<VtkFacts> facts = parseFacts(out);
+    ASSERT_EQ(facts.size(), files.size()) << out.substr(0, 2000);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const Read r = readVolume(files[i]);
+        ASSERT_TRUE(r.field()) << r.error.toStdString();
+        expectSame(*r.field(), facts[i], files[i]);
+    }
+}

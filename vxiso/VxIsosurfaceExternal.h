@@ -1,0 +1,194 @@
+#pragma once
+#include <vxiso/extractor/VxIsosurfaceTables.h>
+
+#include <kx/KxDArray.h>
+#include <kx/KxPrimType.h>
+#include <kx/KxVec3.h>
+
+#include <cstdint>
+
+namespace vxiso {
+namespace tables {
+
+// The case table in unsigned bytes, as the older extractor reads it.
+struct UnsignedByteCaseTable
+{
+    unsigned char rows[256][ROW_LENGTH];
+    constexpr const unsigned char* operator[](int c) const { return rows[c]; }
+};
+
+constexpr UnsignedByteCaseTable makeUnsignedByteCaseTable()
+{
+    UnsignedByteCaseTable t{};
+    for (int c = 0; c < 256; ++c)
+        for (int w = 0; w < ROW_LENGTH; ++w) t.rows[c][w] = static_cast<unsigned char>(g_marchingCases[c][w]);
+    return t;
+}
+
+} // namespace tables
+} // namespace vxiso
+
+class KxProgressInterface;
+class SoTriSurface;
+class VxCoord3;
+class VxObject;
+class VxRegScalarField3;
+
+// The older marching-cubes extractor, still used for block-structured and procedural fields. One
+// plain class, one hand-written case-index and intersection function per value type, its own byte
+// tables, and output written straight into an SoTriSurface. Method 1 ("compactify") merges the
+// vertices whose nearest grid node is the same into their mean and drops the triangles that
+// collapse.
+//
+// Everything runs on the calling thread. A KxException (from a callback or the progress sink)
+// leaves method 0 to the caller; method 1 reports it itself. When memory runs out the surface keeps
+// what it had.
+class VxIsosurfaceExternal
+{
+public:
+    // Interpolation parameter on the edge between two nodes, given their linear indices
+    // ((z * ny + y) * nx + x, first node the lower end of the edge): 0 puts the vertex on the first
+    // node, 1 on the second. Values outside [0, 1] are clamped, NaN counts as 0.5.
+    using IntersectionCallback = float (*)(int, int, VxObject*);
+    // Value of node (x, y, z) of a procedural field; the first argument is the user pointer.
+    using ProceduralFunction = float (*)(void*, int, int, int);
+
+    enum Mode
+    {
+        UNIF_BYTE = 0,
+        UNIF_SHORT = 1,
+        UNIF_INT = 2,
+        UNIF_FLOAT = 3,
+        UNIF_DOUBLE = 4,
+        CURVILINEAR = 5,
+        UNIF_USHORT = 6,
+        PROCEDURAL = 7
+    };
+
+    // dims: node counts nx, ny, nz. method: 0 plain, 1 compactify, anything else computes nothing.
+    // param is kept with the method and not read. coords places the nodes in the curvilinear mode
+    // (null: the field's own coordinates). progress may be null.
+    VxIsosurfaceExternal(const unsigned long* dims, float threshold, int method, float param,
+                         SoTriSurface* surface, VxCoord3* coords, KxProgressInterface* progress);
+
+    void setIntersectionCallback(IntersectionCallback callback, VxObject* object);
+
+    // Values of the given type at origin + (x, y, z) * voxelSize, x fastest. Types without a mode
+    // of their own fall to the curvilinear mode, which reads the field of an earlier
+    // computeCurvilinear (and computes nothing without one).
+    void computeUniform(void* data, const KxPrimType& type, const KxVec3f& origin, const KxVec3f& voxelSize);
+    void computeProcedural(const KxVec3f& origin, const KxVec3f& voxelSize, ProceduralFunction function,
+                           void* userData);
+    // Any field, values through evalReg, node positions from the coordinates. Its dimensions must
+    // be the constructor's.
+    void computeCurvilinear(VxRegScalarField3* field);
+
+    int getMode() const { return m_mode; }
+    int getMethod() const { return m_method; }
+    float getParameter() const { return m_param; }
+
+    // The case rows of vxiso::tables::g_marchingCases in bytes: nodes above, cut edges, triangles.
+    static constexpr vxiso::tables::UnsignedByteCaseTable LUT = vxiso::tables::makeUnsignedByteCaseTable();
+
+    // Cell-relative grid offsets (dx0, dy0, dz0, dx1, dy1, dz1) of the first and second end node of
+    // edges 1..12; row 0 is unused.
+    static constexpr signed char edge_ends[13][6] = {
+        {0, 0, 0, 0, 0, 0}, {0, 0, 0, 1, 0, 0}, {1, 0, 0, 1, 1, 0}, {0, 1, 0, 1, 1, 0}, {0, 0, 0, 0, 1, 0},
+        {0, 0, 1, 1, 0, 1}, {1, 0, 1, 1, 1, 1}, {0, 1, 1, 1, 1, 1}, {0, 0, 1, 0, 1, 1}, {0, 0, 0, 0, 0, 1},
+        {1, 0, 0, 1, 0, 1}, {0, 1, 0, 0, 1, 1}, {1, 1, 0, 1, 1, 1}};
+
+private:
+    using IndexFunction = int (VxIsosurfaceExternal::*)(int, int, int);
+    using IntersectionFunction = KxVec3f (VxIsosurfaceExternal::*)(int, int, int, int, KxVec3f&,
+                                                                   unsigned long&);
+
+    void computeSurfaceInternal();
+    // False when nothing usable was produced (memory ran out, nothing to compute).
+    bool computeSurfaceMC();
+    void computeSurfaceCC();
+
+    int computeIndexUnifByte(int z, int y, int x);
+    int computeIndexUnifShort(int z, int y, int x);
+    int computeIndexUnifUShort(int z, int y, int x);
+    int computeIndexUnifInt(int z, int y, int x);
+    int computeIndexUnifFloat(int z, int y, int x);
+    int computeIndexUnifDbl(int z, int y, int x);
+    int computeIndexCurv(int z, int y, int x);
+    int computeIndexUnifFloatProcedural(int z, int y, int x);
+
+    KxVec3f computeIntersectionUnifByte(int z, int y, int x, int edge, KxVec3f& normal,
+                                        unsigned long& nearestNode);
+    KxVec3f computeIntersectionUnifShort(int z, int y, int x, int edge, KxVec3f& normal,
+                                         unsigned long& nearestNode);
+    KxVec3f computeIntersectionUnifUShort(int z, int y, int x, int edge, KxVec3f& normal,
+                                          unsigned long& nearestNode);
+    KxVec3f computeIntersectionUnifInt(int z, int y, int x, int edge, KxVec3f& normal,
+                                       unsigned long& nearestNode);
+    KxVec3f computeIntersectionUnifFloat(int z, int y, int x, int edge, KxVec3f& normal,
+                                         unsigned long& nearestNode);
+    KxVec3f computeIntersectionUnifDbl(int z, int y, int x, int edge, KxVec3f& normal,
+                                       unsigned long& nearestNode);
+    KxVec3f computeIntersectionCurv(int z, int y, int x, int edge, KxVec3f& normal,
+                                    unsigned long& nearestNode);
+    KxVec3f computeIntersectionUnifFloatProcedural(int z, int y, int x, int edge, KxVec3f& normal,
+                                                   unsigned long& nearestNode);
+    KxVec3f computeIntersectionUser(int z, int y, int x, int edge, KxVec3f& normal,
+                                    unsigned long& nearestNode);
+
+    // Shared bodies of the per-type functions.
+    template <class Above> int caseIndex(int z, int y, int x, Above above);
+    template <class T> int uniformIndex(int z, int y, int x, T threshold);
+    template <class T>
+    KxVec3f uniformIntersection(int z, int y, int x, int edge, KxVec3f& normal, unsigned long& nearestNode);
+    template <class Value>
+    KxVec3f gridIntersection(int z, int y, int x, int edge, Value value, bool withNormal, KxVec3f& normal,
+                             unsigned long& nearestNode);
+    template <IndexFunction Index> void march(IntersectionFunction intersection);
+    int addIntersection(int z, int y, int x, int edge, IntersectionFunction intersection);
+
+    bool inputsMatchDims();
+    void setThresholdForType(KxPrimType type);
+    KxVec3f nodePosition(int x, int y, int z) const;
+    unsigned long nodeIndex(int x, int y, int z) const
+    {
+        return (unsigned long)((uint64_t(z) * m_ny + uint64_t(y)) * m_nx + uint64_t(x));
+    }
+    void freeWork();
+
+    int m_mode = -1;
+    void* m_data = nullptr;
+    float m_sx = 1.f, m_sy = 1.f, m_sz = 1.f;
+    float m_ox = 0.f, m_oy = 0.f, m_oz = 0.f;
+    VxCoord3* m_coords;
+    VxRegScalarField3* m_field = nullptr;
+    ProceduralFunction m_procedural = nullptr;
+    void* m_proceduralData = nullptr;
+    uint64_t m_nx, m_ny, m_nz;
+    float m_threshold;
+    // The threshold in the element type of an integer field (truncated toward zero), and whether
+    // it lies below every value of that type, so that every node is above it.
+    int64_t m_intThreshold = 0;
+    bool m_belowType = false;
+    IntersectionCallback m_callback = nullptr;
+    VxObject* m_callbackObject = nullptr;
+    SoTriSurface* m_surface;
+    KxProgressInterface* m_progress;
+    int m_method;
+    float m_param;
+    int m_caseBits = 0;
+
+    // Compactify: the vertex that each grid node's intersections merge into, the vertex each
+    // intersection went to, and how many intersections each vertex sums.
+    KxDArray<int> m_nodeVertex;
+    KxDArray<int> m_remap;
+    KxDArray<int> m_mergeCount;
+
+    // The surface being built; handed to the surface node when complete.
+    KxDArray<float> m_coordsOut;
+    KxDArray<float> m_normalsOut;
+    KxDArray<int32_t> m_trianglesOut;
+    bool m_produced = false;
+    // Vertex ids of the edges along x and y of the node layers below and above the current cells,
+    // and of the edges along z between them, one per node of a layer.
+    KxDArray<int> m_lowX, m_lowY, m_highX, m_highY, m_upZ;
+};

@@ -1,0 +1,29 @@
+#pragma once
+#include <vxiso/VxIsosurface.h>
+
+#include <vx/VxPortRadioBox.h>
+
+// The isosurface restricted to a label mask: only cubes whose nodes carry a positive label give
+// triangles. "relaxed" first grows the mask's label 1 by one voxel (written back into the mask),
+// so triangles of cubes on the region's border survive.
+class VxMaskedLabelIsosurface : public VxIsosurface
+{
+    KX_PACKAGE_HEADER(VxMaskedLabelIsosurface)
+
+public:
+    VxMaskedLabelIsosurface();
+    ~VxMaskedLabelIsosurface() override;
+
+    VxConnection portMask;
+    VxPortRadioBox portMaskRestrictionType;
+
+    void update() override;
+    // Accepts a colour map unless it is the object that the mask's label field is linked to.
+    static int sourceCheckColorMap(void* userData, VxObject* candidate);
+
+protected:
+    void extractIsoSurfaceFromRegField3(const VxRegScalarField3* field, VxIsosurfaceExtractor& extractor) override;
+};
+
+void kxInitClass_VxMaskedLabelIsosurface();
+void kxExitClass_VxMaskedLabelIsosurface();
