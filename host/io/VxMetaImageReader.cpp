@@ -6,7 +6,6 @@
 #include <io/VxVolumePlacement.h>
 #include <vx/VxRegScalarField3.h>
 
-#include <QDir>
 #include <QFileInfo>
 
 #include <map>
@@ -135,7 +134,7 @@ VxUniformScalarField3* readMeta(const QString& path)
         if (dataName.compare(0, 4, "LIST") == 0 || dataName.find('%') != std::string::npos || words(dataName).size() > 1)
             file.fail(QString("values split over several files (ElementDataFile '%1') are not supported").arg(quote(dataName)));
         const QString name = QString::fromStdString(dataName);
-        detached = std::make_unique<VxInputFile>(name.startsWith('/') ? name : QFileInfo(path).dir().filePath(name),
+        detached = std::make_unique<VxInputFile>(name.startsWith('/') ? name : QFileInfo(path).path() + '/' + name,
                                                  "a data file");
         data = detached.get();
     }

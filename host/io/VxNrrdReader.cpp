@@ -7,7 +7,6 @@
 #include <kx/KxMemory.h>
 #include <vx/VxRegScalarField3.h>
 
-#include <QDir>
 #include <QFileInfo>
 
 #include <cmath>
@@ -241,8 +240,9 @@ QString dataPath(VxInputFile& f, const std::string& name)
     if (name == "LIST" || words(name).size() > 1 || name.find('%') != std::string::npos)
         f.fail(QString("data split over several files (data file '%1') is not supported").arg(quote(name)));
     const QString n = QString::fromStdString(name);
+    // Plain joining: QDir would take a name starting with ':' for a Qt resource.
     if (n.startsWith('/')) return n;
-    return QFileInfo(f.path()).dir().filePath(n);
+    return QFileInfo(f.path()).path() + '/' + n;
 }
 
 void* readValues(VxInputFile& data, const Header& h, const KxDim3l& dims)

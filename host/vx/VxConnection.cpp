@@ -1,5 +1,6 @@
 #include <vx/VxApplication.h>
 #include <vx/VxConnection.h>
+#include <vx/VxModule.h>
 #include <vx/VxObject.h>
 #include <vx/VxObjectPool.h>
 
@@ -95,6 +96,9 @@ int VxConnection::parse(Tcl_Interp* interp, int argc, char** argv)
         if (!source) return error(interp, QString("cannot connect: there is no object \"%1\"").arg(argv[2]));
         QString why;
         if (!connect(source, &why)) return error(interp, "cannot connect: " + why);
+        // The module adapts its ports to the new input at once (ranges above all), so that the
+        // script's next commands set values against the data's range, not the defaults.
+        if (auto* module = kx_type_cast<VxModule>(getOwner())) module->update();
         return TCL_OK;
     }
     if (argc >= 2 && !strcmp(argv[1], "disconnect")) {

@@ -173,6 +173,7 @@ struct VxInterpreterCommands
         QString result;
         int code = vi->evalFile(QString::fromUtf8(argv[1]), &result);
         --vi->m_loading;
+        vi->processPendingModules();
         vxscript::setResult(interp, result);
         return code;
     }
@@ -307,7 +308,8 @@ int VxInterpreter::evalFile(const QString& path, QString* result)
     if (network) --m_loading;
     m_compatibilityVersion = savedVersion;
     if (Tcl_InterpDeleted(m_interp)) return code;
-    if (!Tcl_InterpActive(m_interp)) processPendingModules();
+    // A loaded network is complete when its modules have computed, also when a script loads it.
+    if (network || !Tcl_InterpActive(m_interp)) processPendingModules();
     if (result) *result = QString::fromUtf8(Tcl_GetStringResult(m_interp));
     return code;
 }

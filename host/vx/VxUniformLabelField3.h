@@ -14,6 +14,15 @@ public:
     const VxLabelLattice3& lattice() const { return m_lattice; }
     const KxDim3l& getDims() const { return m_lattice.getDims(); }
     KxBox3f getBoundingBox() const override { return m_box; }
+
+    // Keeps one region: voxels labelled `label` become 1, all others 0 (an atlas turned into the
+    // mask of one of its regions). Returns the number of voxels kept.
+    int64_t keepLabel(double label);
+    // Voxels holding the label.
+    int64_t countLabel(double label) const;
+    // Script words: "keepLabel L", "countLabel L".
+    int parse(Tcl_Interp* interp, int argc, char** argv) override;
+    QStringList commands() const override;
     void setBoundingBox(const KxBox3f& box) { m_box = box; }
 
 private:

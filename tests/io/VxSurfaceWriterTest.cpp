@@ -371,7 +371,9 @@ TEST_F(SurfaceWriter, IndependentReaderSeesTheSameMesh)
         }
         EXPECT_TRUE(got.xyz == m.xyz) << c.name;
         EXPECT_TRUE(got.tri == m.tri) << c.name;
-        if (c.hasNormals) EXPECT_TRUE(got.normals == m.normals) << c.name;
+        if (c.hasNormals) {
+            EXPECT_TRUE(got.normals == m.normals) << c.name;
+        }
     }
 }
 

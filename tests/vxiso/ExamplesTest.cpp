@@ -1,0 +1,83 @@
+// The example networks run through vxhost on the real MRI template and atlas; a saved network
+// loaded by another run gives the same surface byte for byte.
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+
+namespace {
+
+struct HostRun
+{
+    int exitCode = -1;
+    QString out, err;
+};
+
+HostRun vxhost(const QStringList& args)
+{
+    QProcess p;
+    p.start(VXHOST_PROGRAM, args);
+    EXPECT_TRUE(p.waitForFinished(120000));
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
+            QString::fromUtf8(p.readAllStandardError())};
+}
+
+QByteArray contents(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+int plyFaces(const QString& path)
+{
+    QByteArray head = contents(path).left(400);
+    int at = head.indexOf("element face ");
+    return at < 0 ? -1 : head.mid(at + 13, head.indexOf('\n', at) - at - 13).toInt();
+}
+
+class Examples : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!QFileInfo::exists("/usr/share/mricron/templates/ch2.nii.gz") ||
+            !QFileInfo::exists("/usr/share/mricron/templates/aal.nii.gz"))
+            GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data)";
+    }
+    QTemporaryDir dir;
+};
+
+TEST_F(Examples, HeadSurfaceAndItsSavedNetworkGiveTheSameMesh)
+{
+    const QString mesh = dir.filePath("head.ply"), again = dir.filePath("again.ply"), net = dir.filePath("head.tcl");
+    HostRun r = vxhost({VXISO_SOURCE_DIR "/examples/head-surface.tcl", mesh});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.startsWith("Isosurface contains ")) << r.out.toStdString();
+    const int faces = plyFaces(mesh);
+    EXPECT_GT(faces, 100000);
+    EXPECT_TRUE(r.out.contains(QString("Isosurface contains %1 triangles (").arg(faces))) << r.out.toStdString();
+
+    r = vxhost({"-e", QString("source %1; saveNetwork %2").arg(VXISO_SOURCE_DIR "/examples/head-surface.tcl", net)});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_TRUE(contents(net).contains("\"head\" doIt hit\n"));
+    r = vxhost({"-e", QString("loadNetwork %1; head exportData ply %2").arg(net, again)});
+    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(contents(again), contents(mesh)) << "the reloaded network computes the same surface";
+}
+
+TEST_F(Examples, RelaxedMaskKeepsMoreOfTheRegionThanStrict)
+{
+    const QString script = VXISO_SOURCE_DIR "/examples/hippocampus-surface.tcl";
+    HostRun strict = vxhost({script, dir.filePath("strict.ply"), "strict"});
+    HostRun relaxed = vxhost({script, dir.filePath("relaxed.ply"), "relaxed"});
+    ASSERT_EQ(strict.exitCode, 0) << strict.err.toStdString();
+    ASSERT_EQ(relaxed.exitCode, 0) << relaxed.err.toStdString();
+    EXPECT_TRUE(strict.out.startsWith("region voxels: 7469\n")) << strict.out.toStdString();
+    const int s = plyFaces(dir.filePath("strict.ply")), r = plyFaces(dir.filePath("relaxed.ply"));
+    EXPECT_GT(s, 0);
+    EXPECT_GT(r, s);
+}
+
+} // namespace
