@@ -15,9 +15,10 @@ struct HostRun
     QString out, err;
 };
 
-HostRun vxhost(const QStringList& args)
+HostRun vxhost(const QStringList& args, const QString& workDir)
 {
     QProcess p;
+    p.setWorkingDirectory(workDir);
     p.start(VXHOST_PROGRAM, args);
     EXPECT_TRUE(p.waitForFinished(120000));
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
@@ -52,17 +53,17 @@ protected:
 TEST_F(Examples, HeadSurfaceAndItsSavedNetworkGiveTheSameMesh)
 {
     const QString mesh = dir.filePath("head.ply"), again = dir.filePath("again.ply"), net = dir.filePath("head.tcl");
-    HostRun r = vxhost({VXISO_SOURCE_DIR "/examples/head-surface.tcl", mesh});
+    HostRun r = vxhost({VXISO_SOURCE_DIR "/examples/head-surface.tcl", mesh}, dir.path());
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.startsWith("Isosurface contains ")) << r.out.toStdString();
     const int faces = plyFaces(mesh);
     EXPECT_GT(faces, 100000);
     EXPECT_TRUE(r.out.contains(QString("Isosurface contains %1 triangles (").arg(faces))) << r.out.toStdString();
 
-    r = vxhost({"-e", QString("source %1; saveNetwork %2").arg(VXISO_SOURCE_DIR "/examples/head-surface.tcl", net)});
+    r = vxhost({"-e", QString("source %1; saveNetwork %2").arg(VXISO_SOURCE_DIR "/examples/head-surface.tcl", net)}, dir.path());
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_TRUE(contents(net).contains("\"head\" doIt hit\n"));
-    r = vxhost({"-e", QString("loadNetwork %1; head exportData ply %2").arg(net, again)});
+    r = vxhost({"-e", QString("loadNetwork %1; head exportData ply %2").arg(net, again)}, dir.path());
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_EQ(contents(again), contents(mesh)) << "the reloaded network computes the same surface";
 }
@@ -70,8 +71,8 @@ TEST_F(Examples, HeadSurfaceAndItsSavedNetworkGiveTheSameMesh)
 TEST_F(Examples, RelaxedMaskKeepsMoreOfTheRegionThanStrict)
 {
     const QString script = VXISO_SOURCE_DIR "/examples/hippocampus-surface.tcl";
-    HostRun strict = vxhost({script, dir.filePath("strict.ply"), "strict"});
-    HostRun relaxed = vxhost({script, dir.filePath("relaxed.ply"), "relaxed"});
+    HostRun strict = vxhost({script, dir.filePath("strict.ply"), "strict"}, dir.path());
+    HostRun relaxed = vxhost({script, dir.filePath("relaxed.ply"), "relaxed"}, dir.path());
     ASSERT_EQ(strict.exitCode, 0) << strict.err.toStdString();
     ASSERT_EQ(relaxed.exitCode, 0) << relaxed.err.toStdString();
     EXPECT_TRUE(strict.out.startsWith("region voxels: 7469\n")) << strict.out.toStdString();
