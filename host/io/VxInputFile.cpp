@@ -106,17 +106,18 @@ bool VxInputFile::readToken(std::string& token, std::size_t maxLength)
     return !token.empty();
 }
 
-void VxInputFile::skipLine()
+bool VxInputFile::skipLine()
 {
     while (fill()) {
         const char* begin = m_buffer.data() + m_pos;
         const char* stop = static_cast<const char*>(std::memchr(begin, '\n', m_end - m_pos));
         if (stop) {
             m_pos += std::size_t(stop - begin) + 1;
-            return;
+            return true;
         }
         m_pos = m_end;
     }
+    return false;
 }
 
 uint64_t VxInputFile::read(void* to, uint64_t n)

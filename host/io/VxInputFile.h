@@ -35,8 +35,8 @@ public:
     bool readLine(std::string& line, std::size_t maxLength = 1 << 16);
     // The next run of non-blank characters; false at the end of the file.
     bool readToken(std::string& token, std::size_t maxLength = 4096);
-    // Skips the rest of the current line, its end included.
-    void skipLine();
+    // Skips the rest of the current line, its end included; false when the file ends first.
+    bool skipLine();
     // Up to n bytes; fewer only at the end of the file.
     uint64_t read(void* to, uint64_t n);
 

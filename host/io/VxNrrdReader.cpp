@@ -247,11 +247,8 @@ QString dataPath(VxInputFile& f, const std::string& name)
 
 void* readValues(VxInputFile& data, const Header& h, const KxDim3l& dims)
 {
-    for (int64_t i = 0; i < h.lineSkip; ++i) {
-        std::string skipped;
-        if (!data.readLine(skipped, std::size_t(1) << 30))
-            data.fail(QString("ends within the %1 lines the header says to skip").arg(h.lineSkip));
-    }
+    for (int64_t i = 0; i < h.lineSkip; ++i)
+        if (!data.skipLine()) data.fail(QString("ends within the %1 lines the header says to skip").arg(h.lineSkip));
     if (h.byteSkip == -1) {
         if (h.encoding != VxEncoding::Raw) data.fail("byte skip -1 is only meaningful for raw encoding");
         const uint64_t bytes = VxValueReader::byteCount(data, uint64_t(dims.count()), h.type);

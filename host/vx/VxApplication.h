@@ -12,7 +12,7 @@ class VxMessage;
 class VxObject;
 class VxObjectPool;
 class VxSettingsMgr;
-class VxPreferences;
+struct VxPreferences;
 
 // The host's services, reached through instance(): console, progress, interpreter, preferences and
 // the project's objects. One per process, made on first use, on the main thread.
