@@ -207,14 +207,7 @@ void VxIsosurface::computeRegScalarField3()
     extractor.numberOfCores = portNumberOfCores.getValue();
     extractIsoSurfaceFromRegField3(field, extractor);
 
-    result->drawStyle = m_surface->drawStyle.getValue();
-    result->twoSidedLighting = m_surface->twoSidedLighting.getValue();
-    result->colors = m_surface->colors;
-    result->materialBinding = m_surface->materialBinding.getValue();
-    SoSeparator* sep = getSeparator();
-    int at = sep->findChild(m_surface.get());
-    if (at >= 0) sep->replaceChild(at, result.get());
-    m_surface = result;
+    replaceTriSurface(result.get());
 
     report((unsigned long)m_surface->getNumTriangles(), extractor.getDegenerateCount());
     progress->stopWorking();
@@ -252,14 +245,7 @@ void VxIsosurface::computeBlockScalarField3()
     // Normals only when every block gave them, so they stay one per vertex.
     if (normals.size() == coords.size()) result->normals.setValues(0, int(normals.size()), normals.data());
     result->triangles.setValues(0, int(triangles.size()), triangles.data());
-    result->drawStyle = m_surface->drawStyle.getValue();
-    result->twoSidedLighting = m_surface->twoSidedLighting.getValue();
-    result->colors = m_surface->colors;
-    result->materialBinding = m_surface->materialBinding.getValue();
-    SoSeparator* sep = getSeparator();
-    int at = sep->findChild(m_surface.get());
-    if (at >= 0) sep->replaceChild(at, result.get());
-    m_surface = result;
+    replaceTriSurface(result.get());
 }
 
 void VxIsosurface::compute()

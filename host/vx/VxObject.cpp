@@ -65,24 +65,10 @@ int VxObject::parse(Tcl_Interp* interp, int argc, char** argv)
     }
     const char* word = argv[1];
     if (VxPort* port = findPort(QString::fromUtf8(word))) return port->parse(interp, argc - 1, argv + 1);
-    bool exportData = !strcmp(word, "exportData");
-    if ((exportData || !strcmp(word, "save")) && VxApplication::instance()->dataExporter()) {
-        // exportData FORMAT FILE; save FILE (the format follows from the extension).
-        if ((exportData && argc != 4) || (!exportData && argc != 3)) {
-            vxscript::setResult(interp, exportData ? QString("usage: %1 exportData FORMAT FILE").arg(getName())
-                                                   : QString("usage: %1 save FILE").arg(getName()));
-            return TCL_ERROR;
-        }
-        QString why;
-        QString path = QString::fromUtf8(argv[exportData ? 3 : 2]);
-        if (!VxApplication::instance()->dataExporter()(*this, exportData ? QString::fromUtf8(argv[2]) : QString(),
-                                                        path, &why)) {
-            vxscript::setResult(interp, QString("\"%1\": %2").arg(getName(), why));
-            return TCL_ERROR;
-        }
-        vxscript::setResult(interp, path);
-        return TCL_OK;
-    }
+    if ((!strcmp(word, "exportData") || !strcmp(word, "save")) && VxApplication::instance()->dataExporter())
+        return parseExport(interp, argc, argv, [this](const QString& format, const QString& path, QString* why) {
+            return VxApplication::instance()->dataExporter()(*this, format, path, why);
+        });
     if (!strcmp(word, "getLabel")) {
         vxscript::setResult(interp, getLabel());
         return TCL_OK;
@@ -129,4 +115,23 @@ void VxObject::savePorts(FILE* fp)
             fprintf(fp, "\"%s\" %s %s\n", name.constData(), p->getName().toUtf8().constData(),
                     cmd.toUtf8().constData());
     }
+}
+
+int VxObject::parseExport(Tcl_Interp* interp, int argc, char** argv, const Writer& write)
+{
+    // "exportData FORMAT FILE", or "save FILE" with the format taken from the extension.
+    const bool exportData = !strcmp(argv[1], "exportData");
+    if (argc != (exportData ? 4 : 3)) {
+        vxscript::setResult(interp, exportData ? QString("usage: %1 exportData FORMAT FILE").arg(getName())
+                                               : QString("usage: %1 save FILE").arg(getName()));
+        return TCL_ERROR;
+    }
+    const QString path = QString::fromUtf8(argv[exportData ? 3 : 2]);
+    QString why;
+    if (!write(exportData ? QString::fromUtf8(argv[2]) : QString(), path, &why)) {
+        vxscript::setResult(interp, QString("\"%1\": %2").arg(getName(), why));
+        return TCL_ERROR;
+    }
+    vxscript::setResult(interp, path);
+    return TCL_OK;
 }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
 
 class VxPort;
 class VxConnection;
@@ -63,6 +64,10 @@ public:
     virtual QStringList commands() const;
 
 protected:
+    using Writer = std::function<bool(const QString& format, const QString& path, QString* why)>;
+    // The "exportData" and "save" words (argv[1]) with their arguments, written by write.
+    int parseExport(Tcl_Interp* interp, int argc, char** argv, const Writer& write);
+
     VxObject() = default;
     ~VxObject() override;
 

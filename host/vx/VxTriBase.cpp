@@ -3,6 +3,8 @@
 #include <vx/VxPortDrawStyle.h>
 #include <vx/VxTriBase.h>
 
+#include <Inventor/nodes/SoSeparator.h>
+
 #include <cmath>
 #include <cstring>
 
@@ -30,6 +32,19 @@ void VxTriBase::compute()
     handlePseudoColor(0);
     // Shown by default; a module hides it when it has nothing to show.
     showGeom(m_surface.get());
+}
+
+void VxTriBase::replaceTriSurface(SoTriSurface* surface)
+{
+    KxHandle<SoTriSurface> keep(surface);
+    surface->drawStyle = m_surface->drawStyle.getValue();
+    surface->twoSidedLighting = m_surface->twoSidedLighting.getValue();
+    surface->colors = m_surface->colors;
+    surface->materialBinding = m_surface->materialBinding.getValue();
+    SoSeparator* sep = getSeparator();
+    const int at = sep->findChild(m_surface.get());
+    if (at >= 0) sep->replaceChild(at, surface);
+    m_surface = keep;
 }
 
 void VxTriBase::handleDrawStyle()
@@ -62,28 +77,15 @@ int VxTriBase::parse(Tcl_Interp* interp, int argc, char** argv)
             vxscript::setResult(interp, QString::number(n));
             return TCL_OK;
         }
-        bool exportData = !strcmp(word, "exportData");
-        if (exportData || !strcmp(word, "save")) {
-            // exportData FORMAT FILE; save FILE (the format follows from the extension).
-            if ((exportData && argc != 4) || (!exportData && argc != 3)) {
-                vxscript::setResult(interp, exportData ? QString("usage: %1 exportData FORMAT FILE").arg(getName())
-                                                       : QString("usage: %1 save FILE").arg(getName()));
-                return TCL_ERROR;
-            }
+        if (!strcmp(word, "exportData") || !strcmp(word, "save")) {
             const auto& writer = VxApplication::instance()->surfaceExporter();
             if (!writer) {
                 vxscript::setResult(interp, QString("\"%1\": this host has no surface writers").arg(getName()));
                 return TCL_ERROR;
             }
-            QString format = exportData ? QString::fromUtf8(argv[2]) : QString();
-            QString path = QString::fromUtf8(argv[exportData ? 3 : 2]);
-            QString why;
-            if (!writer(*m_surface, format, path, &why)) {
-                vxscript::setResult(interp, QString("\"%1\": %2").arg(getName(), why));
-                return TCL_ERROR;
-            }
-            vxscript::setResult(interp, path);
-            return TCL_OK;
+            return parseExport(interp, argc, argv, [&](const QString& format, const QString& path, QString* why) {
+                return writer(*m_surface, format, path, why);
+            });
         }
     }
     return VxViewBase::parse(interp, argc, argv);

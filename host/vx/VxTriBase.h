@@ -19,6 +19,9 @@ public:
     QStringList commands() const override;
 
     SoTriSurface* getTriSurface() const { return m_surface.get(); }
+    // Puts a newly made surface in the old one's place, in the scene too, with its draw style and
+    // colours: work done into a fresh node replaces the output only when it succeeded.
+    void replaceTriSurface(SoTriSurface* surface);
     SoNode* getGeometry() const override { return m_surface.get(); }
     void handleDrawStyle() override;
     // Colours the surface with the colour map's default colour and alpha.
