@@ -99,6 +99,16 @@ int VxPort::usage(Tcl_Interp* interp, const char* verb, const char* arguments) c
     return error(interp, QString("usage: %1 %2 %3").arg(m_name, verb, arguments).trimmed());
 }
 
+int VxPort::parseSetLabel(Tcl_Interp* interp, int argc, char** argv, int count,
+                          const std::function<void(int, const QString&)>& set) const
+{
+    if (argc != 4) return usage(interp, argv[1], "INDEX TEXT");
+    int index = 0;
+    if (!vxscript::toIndex(interp, *this, argv[2], count, index)) return TCL_ERROR;
+    set(index, QString::fromUtf8(argv[3]));
+    return TCL_OK;
+}
+
 namespace vxscript {
 
 void setResult(Tcl_Interp* interp, const QString& text)

@@ -4,6 +4,8 @@
 
 #include <tcl.h>
 
+#include <functional>
+
 class VxObject;
 
 // A port: one named, script-addressable piece of a module's state (a slider, a toggle list, a
@@ -84,6 +86,9 @@ protected:
     int error(Tcl_Interp* interp, const QString& text) const;
     // Sets a usage error for the verb and returns TCL_ERROR.
     int usage(Tcl_Interp* interp, const char* verb, const char* arguments) const;
+    // "setLabel INDEX TEXT" of ports with count labelled items: checks the words, then set(index, text).
+    int parseSetLabel(Tcl_Interp* interp, int argc, char** argv, int count,
+                      const std::function<void(int, const QString&)>& set) const;
 
 private:
     friend class VxObject;

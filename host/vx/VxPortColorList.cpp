@@ -91,12 +91,8 @@ int VxPortColorList::parse(Tcl_Interp* interp, int argc, char** argv)
         setResult(interp, is("getLabel") ? m_items[index].label : colorText(m_items[index].color));
         return TCL_OK;
     }
-    if (is("setLabel")) {
-        if (argc != 4) return usage(interp, verb, "INDEX TEXT");
-        if (!vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
-        setLabel(index, QString::fromUtf8(argv[3]));
-        return TCL_OK;
-    }
+    if (is("setLabel"))
+        return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
     if (is("getNum")) {
         if (argc != 2) return usage(interp, verb, "");
         setResult(interp, QString::number(n));

@@ -80,12 +80,8 @@ int VxPortRadioBox::parse(Tcl_Interp* interp, int argc, char** argv)
         setResult(interp, QString::number(getNum()));
         return TCL_OK;
     }
-    if (is("setLabel")) {
-        if (argc != 4) return usage(interp, verb, "INDEX TEXT");
-        if (!vxscript::toIndex(interp, *this, argv[2], getNum(), index)) return TCL_ERROR;
-        setLabel(index, QString::fromUtf8(argv[3]));
-        return TCL_OK;
-    }
+    if (is("setLabel"))
+        return parseSetLabel(interp, argc, argv, getNum(), [this](int i, const QString& text) { setLabel(i, text); });
     if (is("getLabel") && argc == 3) {
         if (!vxscript::toIndex(interp, *this, argv[2], getNum(), index)) return TCL_ERROR;
         setResult(interp, m_labels[index]);
