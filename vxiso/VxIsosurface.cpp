@@ -21,6 +21,7 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <new>
@@ -169,6 +170,7 @@ void VxIsosurface::resample()
                                         long(n[0]), long(n[1]), long(n[2]), f[0], f[1], f[2], progress);
     progress->stopWorking();
     m_resampled = done ? static_cast<VxRegScalarField3*>(low.get()) : nullptr;
+    std::copy(f, f + 3, m_resampleFactors);
 }
 
 void VxIsosurface::extractIsoSurfaceFromRegField3(const VxRegScalarField3* field, VxIsosurfaceExtractor& extractor)
@@ -208,6 +210,7 @@ void VxIsosurface::computeRegScalarField3()
     extractIsoSurfaceFromRegField3(field, extractor);
 
     replaceTriSurface(result.get());
+    m_lastRun = Figures{extractor.getSplitAxis(), extractor.getSlabCount(), extractor.getElapsedTime(), field->getDims()};
 
     report((unsigned long)m_surface->getNumTriangles(), extractor.getDegenerateCount());
     progress->stopWorking();
@@ -216,6 +219,7 @@ void VxIsosurface::computeRegScalarField3()
 void VxIsosurface::computeBlockScalarField3()
 {
     auto* blocks = vxconnection_cast<VxBlockStructuredScalarField3>(portData);
+    const auto start = std::chrono::steady_clock::now();
     KxHandle<SoTriSurface> result(new SoTriSurface);
     std::vector<SbVec3f> coords, normals;
     std::vector<SbVec3i32> triangles;
@@ -246,6 +250,8 @@ void VxIsosurface::computeBlockScalarField3()
     if (normals.size() == coords.size()) result->normals.setValues(0, int(normals.size()), normals.data());
     result->triangles.setValues(0, int(triangles.size()), triangles.data());
     replaceTriSurface(result.get());
+    m_lastRun = Figures{-1, std::size_t(n), std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
+                        KxDim3l()};
 }
 
 void VxIsosurface::compute()

@@ -1,4 +1,5 @@
 #pragma once
+#include <vx/VxExtractionReport.h>
 #include <vx/VxPortDeprecatedSubstitute.h>
 #include <vx/VxPortDoIt.h>
 #include <vx/VxPortFloatSlider.h>
@@ -15,7 +16,7 @@ class VxIsosurfaceExtractor;
 // The isosurface of a scalar field on a regular lattice (or of a multi-block field) where it
 // equals "Threshold", extracted when "Apply" is hit. While the threshold is dragged on a large
 // uniform field it may extract from a down-sampled copy; "Down Sample" does so always.
-class VxIsosurface : public VxTriBase
+class VxIsosurface : public VxTriBase, public VxExtractionReport
 {
     KX_PACKAGE_HEADER(VxIsosurface)
 
@@ -54,6 +55,9 @@ public:
     bool isComputed() const { return computed; }
     float getCompactCubesParameter() const { return m_paramCC; }
     const VxRegScalarField3* getResampledField() const { return m_resampled.get(); }
+    // The averaging factor of the down-sampled copy along an axis (0, 1, 2).
+    int getResampleFactor(int axis) const { return m_resampleFactors[axis]; }
+    Figures lastExtraction() const override { return m_lastRun; }
 
 protected:
     // Runs the extractor; the default node filter skips cubes touching undefined values.
@@ -71,6 +75,8 @@ private:
     bool m_firstData = true;
     float m_paramCC = 0.5f;
     KxHandle<VxRegScalarField3> m_resampled;
+    int m_resampleFactors[3] = {1, 1, 1};
+    Figures m_lastRun;
     IntersectionCallback m_intersectionCallback = nullptr;
     VxObject* m_intersectionObject = nullptr;
 };

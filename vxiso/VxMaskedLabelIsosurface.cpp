@@ -6,6 +6,7 @@
 #include <vx/VxUniformLabelField3.h>
 
 #include <kx/KxBitfield.h>
+#include <kx/KxException.h>
 #include <kx/KxMorphology.h>
 
 KX_PACKAGE_SOURCE(VxMaskedLabelIsosurface, VxIsosurface)
@@ -75,5 +76,36 @@ void VxMaskedLabelIsosurface::extractIsoSurfaceFromRegField3(const VxRegScalarFi
         // The mask's readers see the grown region.
         maskField->touchDownstream();
     }
+    std::unique_ptr<VxLabelLattice3> reduced;
+    if (mask && !(mask->getDims() == field->getDims())) {
+        reduced = maskOfResampledField(*mask, *field);
+        mask = reduced.get();
+    }
     extractor.compute(vxiso::filter::LabelIsoSurfaceFilter(*field, mask));
+}
+
+std::unique_ptr<VxLabelLattice3> VxMaskedLabelIsosurface::maskOfResampledField(const VxLabelLattice3& mask,
+                                                                                const VxRegScalarField3& field) const
+{
+    const KxDim3l& m = mask.getDims();
+    const KxDim3l& d = field.getDims();
+    const int f[3] = {getResampleFactor(0), getResampleFactor(1), getResampleFactor(2)};
+    // A mask of other dimensions than the field's would be read out of bounds: refuse it.
+    if (&field != getResampledField() || d.nx * f[0] > m.nx || d.ny * f[1] > m.ny || d.nz * f[2] > m.nz)
+        throw KxException(QString("the mask has %1 x %2 x %3 nodes but the field has %4 x %5 x %6; they must match")
+                              .arg(m.nx).arg(m.ny).arg(m.nz).arg(d.nx).arg(d.ny).arg(d.nz));
+    // A node of the averaged copy lies inside when any node it averages does.
+    auto low = std::make_unique<VxLabelLattice3>(d, KxPrimType::UINT8);
+    auto* out = static_cast<unsigned char*>(low->getLabels(0));
+    for (int64_t k = 0; k < d.nz; ++k)
+        for (int64_t j = 0; j < d.ny; ++j)
+            for (int64_t i = 0; i < d.nx; ++i) {
+                bool inside = false;
+                for (int64_t c = k * f[2]; c < (k + 1) * f[2] && !inside; ++c)
+                    for (int64_t b = j * f[1]; b < (j + 1) * f[1] && !inside; ++b)
+                        for (int64_t a = i * f[0]; a < (i + 1) * f[0] && !inside; ++a)
+                            inside = mask.labelAt((c * m.ny + b) * m.nx + a) > 0.f;
+                out[(k * d.ny + j) * d.nx + i] = inside;
+            }
+    return low;
 }

@@ -1,7 +1,10 @@
 #pragma once
 #include <vxiso/VxIsosurface.h>
 
+#include <vx/VxLabelLattice3.h>
 #include <vx/VxPortRadioBox.h>
+
+#include <memory>
 
 // The isosurface restricted to a label mask: only cubes whose nodes carry a positive label give
 // triangles. "relaxed" first grows the mask's label 1 by one voxel (written back into the mask),
@@ -23,6 +26,12 @@ public:
 
 protected:
     void extractIsoSurfaceFromRegField3(const VxRegScalarField3* field, VxIsosurfaceExtractor& extractor) override;
+
+private:
+    // The mask on the nodes of the down-sampled copy that the module extracts from while the
+    // threshold is dragged or "Down Sample" is on; throws when the mask does not fit the field.
+    std::unique_ptr<VxLabelLattice3> maskOfResampledField(const VxLabelLattice3& mask,
+                                                          const VxRegScalarField3& field) const;
 };
 
 void kxInitClass_VxMaskedLabelIsosurface();

@@ -1,19 +1,30 @@
 // vxiso: the one-line command for the everyday job, e.g.
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
 //   vxiso info brain.nii.gz
+#include "VxHostFormats.h"
+
 #include <io/VxBuiltinField.h>
 #include <io/VxRawReader.h>
 #include <io/VxSurfaceWriter.h>
 #include <io/VxVolumeReader.h>
 #include <kx/KxException.h>
 #include <kx/KxHandle.h>
-#include <oiv/OivInit.h>
-#include <oiv/SoTriSurface.h>
+#include <vx/VxApplication.h>
+#include <vx/VxExtractionReport.h>
+#include <vx/VxInterpreter.h>
+#include <vx/VxMessage.h>
+#include <vx/VxObjectPool.h>
+#include <vx/VxPackageManager.h>
+#include <vx/VxPortFloatSlider.h>
+#include <vx/VxPortIntTextN.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxTerminalProgress.h>
 #include <vx/VxUniformLabelField3.h>
-#include <vxiso/VxIsosurfaceExtractor.h>
 
+#include <QCoreApplication>
+#include <QFileInfo>
 #include <tbb/global_control.h>
+#include <tcl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,13 +33,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <limits>
+#include <memory>
 #include <new>
-#include <type_traits>
 #include <set>
 #include <string>
-#include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <sys/stat.h>
@@ -42,7 +52,8 @@ const char* kUsage =
     "       vxiso info INPUT [--labels]\n"
     "\n"
     "surface extracts the isosurface where the field equals VALUE and writes it as a mesh; the\n"
-    "output's extension picks the format: .ply, .stl, .off, .iv, .obj or .vtk.\n"
+    "output's extension picks the format: .ply, .stl, .off, .iv, .obj or .vtk. It runs the\n"
+    "isosurface module of the vxiso package, as a vxhost script would (see the README).\n"
     "info prints the dimensions, type, spacing, origin, value range and undefined value of INPUT.\n"
     "\n"
     "INPUT is one of:\n"
@@ -61,15 +72,24 @@ const char* kUsage =
     "                     surface then wraps the voxels of label N (--label N) or of every label\n"
     "\n"
     "options of surface:\n"
+    "  --mask LABELS  keep only the surface inside the regions of the label volume LABELS (same\n"
+    "                 dimensions as INPUT): every non-zero label, or only N with --mask-label N\n"
+    "  --relaxed      with --mask, grow the region by one voxel first, so that triangles crossing\n"
+    "                 its border are kept too (default: strict, only triangles inside it)\n"
+    "  --downsample FX FY FZ  extract from a copy averaged over FX x FY x FZ voxels (uniform\n"
+    "                 volumes; each factor at most half its axis)\n"
     "  --ascii        write PLY, STL and VTK as text instead of binary\n"
     "  --pad          surround the volume with one layer of nodes below VALUE, so that a surface\n"
     "                 reaching the volume's border is closed there (uniform volumes)\n"
-    "  --compactify   snap vertices near grid nodes onto one vertex per node (fewer triangles)\n"
-    "  --snap S       snapping distance for --compactify, a fraction of an edge (default 0.5)\n"
+    "  --compactify   snap vertices within half an edge of a grid node onto one vertex per node\n"
+    "                 (fewer triangles)\n"
     "  --cores N      1 runs sequentially; more run in parallel on at most N threads\n"
     "                 (default: all cores)\n"
     "  --verbose      also print the split axis, the number of slabs and the engine time\n"
-    "  -h, --help     this text\n";
+    "  -h, --help     this text\n"
+    "\n"
+    "The package libvxiso.so is loaded from this program's folder or from the folders of\n"
+    "VXHOST_PACKAGE_PATH (colon-separated).\n";
 
 struct UsageError
 {
@@ -78,15 +98,17 @@ struct UsageError
 
 struct Options
 {
-    std::string rawFile, volumeFile, fieldName, output;
+    std::string rawFile, volumeFile, fieldName, output, maskFile;
     VxRawDescription raw;
     bool haveDims = false, haveType = false, haveThreshold = false, compactify = false, verbose = false;
     bool labels = false, haveLabel = false, ascii = false, pad = false;
-    long long label = 0;
+    bool relaxed = false, haveMaskLabel = false;
+    long long label = 0, maskLabel = 0;
+    int downsample[3] = {0, 0, 0}; // 0: not asked for
     long long cores = 0; // 0: all cores
     bool describesRaw = false; // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
     int size = 0;
-    double threshold = 0, snap = 0.5;
+    double threshold = 0;
 };
 
 class Args
@@ -134,8 +156,9 @@ Options parseOptions(Args& args, bool surface)
     while (!args.done()) {
         const std::string a = args.next();
         const bool surfaceOnly = a == "-t" || a == "--threshold" || a == "-o" || a == "--output" ||
-                                 a == "--compactify" || a == "--snap" || a == "--cores" || a == "--verbose" ||
-                                 a == "--ascii" || a == "--label" || a == "--pad";
+                                 a == "--compactify" || a == "--cores" || a == "--verbose" || a == "--ascii" ||
+                                 a == "--label" || a == "--pad" || a == "--mask" || a == "--mask-label" ||
+                                 a == "--relaxed" || a == "--downsample";
         if (surfaceOnly && !surface) throw UsageError{"option " + a + " belongs to 'vxiso surface', not 'vxiso info'"};
         if (a == "-t" || a == "--threshold") {
             o.threshold = args.number(a);
@@ -154,7 +177,22 @@ Options parseOptions(Args& args, bool surface)
         } else if (a == "--compactify") {
             o.compactify = true;
         } else if (a == "--snap") {
-            o.snap = std::max(0.0, args.number(a)); // below 0 behaves like 0
+            throw UsageError{"--snap is gone: vxiso surface runs the isosurface module, which snaps vertices "
+                             "within half an edge (--compactify)"};
+        } else if (a == "--mask") {
+            o.maskFile = args.value(a);
+        } else if (a == "--mask-label") {
+            o.maskLabel = args.integer(a);
+            o.haveMaskLabel = true;
+        } else if (a == "--relaxed") {
+            o.relaxed = true;
+        } else if (a == "--downsample") {
+            for (int& f : o.downsample) {
+                const long long v = args.integer(a);
+                if (v < 1 || v > std::numeric_limits<int>::max())
+                    throw UsageError{"--downsample takes three factors of 1 or more, not " + std::to_string(v)};
+                f = int(v);
+            }
         } else if (a == "--cores") {
             o.cores = args.integer(a);
             if (o.cores < 1) throw UsageError{"--cores must be 1 or more"};
@@ -226,6 +264,11 @@ Options parseOptions(Args& args, bool surface)
     if (o.labels && o.haveThreshold)
         throw UsageError{"with --labels the surface follows label borders: choose a label with --label N, not -t"};
     if (!o.labels && !o.haveThreshold) throw UsageError{"no threshold: give -t VALUE"};
+    if (o.maskFile.empty() && (o.relaxed || o.haveMaskLabel))
+        throw UsageError{std::string(o.relaxed ? "--relaxed" : "--mask-label") + " belongs to --mask LABELS"};
+    if (!o.maskFile.empty() && o.labels)
+        throw UsageError{"--mask restricts the surface of a scalar volume; a label volume's region is chosen "
+                         "with --label N"};
     if (o.output.empty()) throw UsageError{"no output: give -o FILE"};
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
         throw UsageError{"cannot write '" + o.output + "': unknown format " +
@@ -245,42 +288,6 @@ void checkWritable(const std::string& path)
         throw KxException(QString("cannot write %1: %2").arg(QString::fromStdString(path), std::strerror(errno)));
     if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
         throw KxException(QString("cannot write %1: it is a directory").arg(QString::fromStdString(path)));
-}
-
-// A progress bar on stderr, for terminals.
-class TerminalProgress : public KxProgressInterface
-{
-public:
-    void startWorking(const QString& text) override
-    {
-        m_text = text.toStdString();
-        draw(0.f);
-    }
-    void setProgressValue(float value) override { draw(value); }
-    void stopWorking() override { std::fputs("\r\033[K", stderr); }
-
-private:
-    void draw(float value)
-    {
-        const int width = 30, filled = int(value * float(width) + 0.5f);
-        std::fprintf(stderr, "\r%s [%s%s] %3d%%", m_text.c_str(), std::string(std::size_t(filled), '#').c_str(),
-                     std::string(std::size_t(width - filled), ' ').c_str(), int(value * 100.f + 0.5f));
-        std::fflush(stderr);
-    }
-    std::string m_text;
-};
-
-// The lines the isosurface module prints.
-void printTriangleCount(unsigned long kept, unsigned long long removed, bool compactify)
-{
-    if (!compactify) {
-        std::printf("Isosurface contains %lu triangles\n", kept);
-    } else if (kept + removed == 0) {
-        std::printf("Isosurface contains 0 triangles\n");
-    } else {
-        const float less = 100.f * float(removed) / float(kept + removed);
-        std::printf("Isosurface contains %lu triangles (%2.2f%% less)\n", kept, double(less));
-    }
 }
 
 // Tells what the file asks for that the written mesh does not do.
@@ -318,25 +325,72 @@ KxHandle<VxSpatialData> readData(const Options& o, VxVolumeInfo& info)
     return data;
 }
 
-// A mask of the chosen label (every non-zero label without --label) as 0 and 1 on the label
-// volume's nodes: its surface at 0.5 wraps exactly those voxels.
-KxHandle<VxRegScalarField3> labelMask(const Options& o, const VxUniformLabelField3& labels)
+// Writes 1 where the label volume holds the chosen label (any non-zero label when none is chosen)
+// and 0 elsewhere, into a lattice with `pad` layers of 0 around. Returns the voxels chosen.
+int64_t chooseLabels(const VxLabelLattice3& labels, const long long* chosen, int64_t pad, unsigned char* out)
 {
     const KxDim3l& d = labels.getDims();
-    auto* mask = new VxUniformScalarField3(d, KxPrimType::UINT8);
-    KxHandle<VxRegScalarField3> keep(mask);
-    auto* out = static_cast<unsigned char*>(mask->lattice().dataPtr());
-    const VxLabelLattice3& lattice = labels.lattice();
+    const int64_t nx = d.nx + 2 * pad, ny = d.ny + 2 * pad;
     int64_t inside = 0;
-    for (int64_t i = 0; i < d.count(); ++i) {
-        const float label = lattice.labelAt(i);
-        out[i] = o.haveLabel ? label == float(o.label) : label != 0.f;
-        inside += out[i];
-    }
-    if (inside == 0)
-        throw KxException(o.haveLabel ? QString("%1: no voxel has the label %2").arg(QString::fromStdString(o.volumeFile)).arg(o.label)
-                                      : QString("%1: every voxel has the label 0 (background)").arg(QString::fromStdString(o.volumeFile)));
-    mask->setBoundingBox(labels.getBoundingBox());
+    for (int64_t k = 0; k < d.nz; ++k)
+        for (int64_t j = 0; j < d.ny; ++j)
+            for (int64_t i = 0; i < d.nx; ++i) {
+                const float label = labels.labelAt((k * d.ny + j) * d.nx + i);
+                const bool in = chosen ? label == float(*chosen) : label != 0.f;
+                out[((k + pad) * ny + j + pad) * nx + i + pad] = in;
+                inside += in;
+            }
+    return inside;
+}
+
+KxBox3f grownBox(const KxBox3f& b, const KxDim3l& d, int64_t layers)
+{
+    const KxVec3f v = b.getVoxelSize(d) * float(layers);
+    return KxBox3f(b.xmin - v.x, b.xmax + v.x, b.ymin - v.y, b.ymax + v.y, b.zmin - v.z, b.zmax + v.z);
+}
+
+QString noVoxelChosen(const std::string& file, const long long* chosen)
+{
+    return chosen ? QString("%1: no voxel has the label %2").arg(QString::fromStdString(file)).arg(*chosen)
+                  : QString("%1: every voxel has the label 0 (background)").arg(QString::fromStdString(file));
+}
+
+// With --labels: the chosen voxels as 0 and 1 on the label volume's nodes; the surface at 0.5 wraps
+// exactly those voxels.
+KxHandle<VxRegScalarField3> labelVolume(const Options& o, const VxUniformLabelField3& labels)
+{
+    auto* field = new VxUniformScalarField3(labels.getDims(), KxPrimType::UINT8);
+    KxHandle<VxRegScalarField3> keep(field);
+    auto* out = static_cast<unsigned char*>(field->lattice().dataPtr());
+    if (chooseLabels(labels.lattice(), o.haveLabel ? &o.label : nullptr, 0, out) == 0)
+        throw KxException(noVoxelChosen(o.volumeFile, o.haveLabel ? &o.label : nullptr));
+    field->setBoundingBox(labels.getBoundingBox());
+    return keep;
+}
+
+// With --mask: the chosen regions of LABELS as a mask of 0 and 1 for the masked module, on the
+// nodes of the volume it restricts (padded like it).
+KxHandle<VxUniformLabelField3> regionMask(const Options& o, const VxRegScalarField3& volume)
+{
+    QString error;
+    VxReadOptions options;
+    options.labels = true;
+    KxHandle<VxSpatialData> data = VxVolumeReader::read(QString::fromStdString(o.maskFile), options, &error);
+    if (!data) throw KxException(error);
+    const auto& labels = static_cast<const VxUniformLabelField3&>(*data);
+    const KxDim3l& d = labels.getDims();
+    const KxDim3l& v = volume.getDims();
+    if (!(d == v))
+        throw KxException(QString("%1: the mask has %2 x %3 x %4 voxels but the volume has %5 x %6 x %7; they must match")
+                              .arg(QString::fromStdString(o.maskFile))
+                              .arg(d.nx).arg(d.ny).arg(d.nz).arg(v.nx).arg(v.ny).arg(v.nz));
+    const int64_t pad = o.pad ? 1 : 0;
+    auto* mask = new VxUniformLabelField3(KxDim3l(d.nx + 2 * pad, d.ny + 2 * pad, d.nz + 2 * pad));
+    KxHandle<VxUniformLabelField3> keep(mask);
+    const long long* chosen = o.haveMaskLabel ? &o.maskLabel : nullptr;
+    if (chooseLabels(labels.lattice(), chosen, pad, static_cast<unsigned char*>(mask->lattice().getLabels(0))) == 0)
+        throw KxException(noVoxelChosen(o.maskFile, chosen));
+    mask->setBoundingBox(grownBox(volume.getBoundingBox(), v, pad));
     return keep;
 }
 
@@ -363,13 +417,106 @@ KxHandle<VxRegScalarField3> padded(const VxRegScalarField3& field, double iso)
                 std::copy(in + (k * d.ny + j) * d.nx, in + (k * d.ny + j + 1) * d.nx,
                           o + ((k + 1) * p.ny + j + 1) * p.nx + 1);
     });
-    const KxBox3f b = field.getBoundingBox();
-    const KxVec3f v = b.getVoxelSize(d);
-    out->setBoundingBox(KxBox3f(b.xmin - v.x, b.xmax + v.x, b.ymin - v.y, b.ymax + v.y, b.zmin - v.z, b.zmax + v.z));
+    out->setBoundingBox(grownBox(field.getBoundingBox(), d, 1));
     SbMatrix m;
     if (field.getTransform(m)) out->setTransform(m);
     if (field.hasUndefinedValue()) out->setUndefinedValue(field.getUndefinedValue());
     return keep;
+}
+
+// The host as vxhost sets it up, with the one package this command needs: the command drives the
+// isosurface module through the host's commands, exactly as a network script does.
+class Host
+{
+public:
+    Host()
+    {
+        VxApplication* app = VxApplication::instance();
+        app->setProgress(std::make_unique<VxTerminalProgress>());
+        vxhostInstallFormats(app);
+        QStringList looked;
+        for (const QString& dir : VxPackageManager::defaultDirectories()) {
+            const QString library = dir + "/libvxiso.so";
+            looked << dir;
+            if (!QFileInfo::exists(library)) continue;
+            QString why;
+            if (!m_packages.load(library, &why)) throw KxException(why);
+            return;
+        }
+        throw KxException("the package libvxiso.so is not in " + looked.join(" or ") +
+                          "; add its folder to VXHOST_PACKAGE_PATH");
+    }
+    // Objects go before the package whose code they run.
+    ~Host()
+    {
+        VxApplication::destroy();
+        m_packages.unloadAll();
+    }
+
+    // The object under the name, as `load` would give it.
+    void add(VxObject* object, const QString& name)
+    {
+        object->setLabel(name);
+        VxApplication::instance()->objectPool()->addObject(object, false);
+    }
+    VxObject* find(const QString& name) const { return VxApplication::instance()->objectPool()->findObject(name); }
+
+    // One command of the host's language; the words are quoted as Tcl needs.
+    QString run(const QStringList& words)
+    {
+        std::vector<QByteArray> utf8;
+        for (const QString& w : words) utf8.push_back(w.toUtf8());
+        std::vector<const char*> argv;
+        for (const QByteArray& w : utf8) argv.push_back(w.constData());
+        char* merged = Tcl_Merge(int(argv.size()), argv.data());
+        const QString command = QString::fromUtf8(merged);
+        Tcl_Free(merged);
+        QString result;
+        if (VxApplication::instance()->interpreter()->eval(command, &result) != TCL_OK)
+            throw KxException(QString("%1: %2").arg(command, result));
+        return result;
+    }
+
+private:
+    VxPackageManager m_packages;
+};
+
+QString text(double v)
+{
+    return QString::number(v, 'g', 17);
+}
+
+// The slider keeps its value inside the data's range; a threshold outside it is honoured (it gives
+// no surface) by widening the range, as a script would with "setMinMax".
+void setThreshold(Host& host, double threshold)
+{
+    auto* slider = dynamic_cast<VxPortFloatSlider*>(host.find("isosurface")->findPort("threshold"));
+    if (!slider) throw KxException("the isosurface module has no threshold slider");
+    const float t = float(threshold);
+    if (t < slider->getMinValue() || t > slider->getMaxValue())
+        host.run({"isosurface", "threshold", "setMinMax", text(std::min(t, slider->getMinValue())),
+                  text(std::max(t, slider->getMaxValue()))});
+    host.run({"isosurface", "threshold", "setValue", text(threshold)});
+}
+
+// The module lowers factors above half an axis; say so rather than extract coarser than asked.
+void noteClampedFactors(Host& host, const Options& o)
+{
+    auto* factors = dynamic_cast<VxPortIntTextN*>(host.find("isosurface")->findPort("resolution"));
+    if (!factors) return;
+    for (int i = 0; i < 3; ++i)
+        if (factors->getValue(i) != o.downsample[i])
+            std::fprintf(stderr, "vxiso: note: --downsample %d on %c is more than half the axis; the module used %d\n",
+                         o.downsample[i], "xyz"[i], factors->getValue(i));
+}
+
+void warnOutsideRange(const VxRegScalarField3& field, double threshold)
+{
+    double lo = 0, hi = 0;
+    if (!field.getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) return;
+    if (float(threshold) < float(lo) || float(threshold) > float(hi))
+        std::fprintf(stderr, "vxiso: warning: -t %s lies outside the values %s to %s; the surface is empty\n",
+                     qPrintable(text(threshold)), qPrintable(text(lo)), qPrintable(text(hi)));
 }
 
 int runSurface(Args& args)
@@ -381,43 +528,62 @@ int runSurface(Args& args)
     if (!o.volumeFile.empty()) warnAboutFile(o, info, *data);
     KxHandle<VxRegScalarField3> field;
     if (o.labels) {
-        field = labelMask(o, *static_cast<VxUniformLabelField3*>(data.get()));
+        field = labelVolume(o, *static_cast<VxUniformLabelField3*>(data.get()));
         o.threshold = 0.5;
     } else {
         field = static_cast<VxRegScalarField3*>(data.get());
+        warnOutsideRange(*field, o.threshold);
     }
+    KxHandle<VxUniformLabelField3> mask;
+    if (!o.maskFile.empty()) mask = regionMask(o, *field);
     if (o.pad) field = padded(*field, o.threshold);
+    if (o.downsample[0] && field->coordType() != VX_COORD_UNIFORM)
+        throw UsageError{"--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
 
-    oivInit();
-    const unsigned machineCores = std::max(1u, std::thread::hardware_concurrency());
-    const long long cores = o.cores ? o.cores : machineCores;
     // The engine lets the scheduler pick its threads; the command line caps them.
     std::unique_ptr<tbb::global_control> cap;
-    if (cores > 1)
-        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(cores));
+    if (o.cores > 1)
+        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(o.cores));
 
-    KxHandle<SoTriSurface> surface = new SoTriSurface;
-    TerminalProgress progress;
-    VxIsosurfaceExtractor extractor(field, surface, ::isatty(STDERR_FILENO) ? &progress : nullptr);
-    extractor.isoValue = float(o.threshold);
-    extractor.compact = o.compactify ? 1 : 0;
-    extractor.threshold = float(o.snap);
-    extractor.numberOfCores = cores;
-    extractor.compute();
-
-    printTriangleCount((unsigned long)surface->getNumTriangles(), extractor.getDegenerateCount(), o.compactify);
-    std::printf("Elapsed time: %.3f s\n", extractor.getElapsedTime());
-    if (o.verbose) {
-        const int axis = extractor.getSplitAxis();
-        std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
-        std::printf("slabs: %zu\n", extractor.getSlabCount());
-        std::printf("engine time: %.3f ms\n", extractor.getElapsedTime() * 1000.0);
+    Host host;
+    host.add(field.get(), "volume");
+    host.run({"create", mask ? "VxMaskedLabelIsosurface" : "VxIsosurface", "isosurface"});
+    host.run({"isosurface", "data", "connect", "volume"});
+    if (mask) {
+        host.add(mask.get(), "mask");
+        host.run({"isosurface", "mask", "connect", "mask"});
+        host.run({"isosurface", "maskRestrictionType", "setIndex", o.relaxed ? "1" : "0"});
     }
-    QString error;
-    VxSurfaceWriteOptions writing;
-    writing.ascii = o.ascii;
-    if (!VxSurfaceWriter::write(*surface, QString::fromStdString(o.output), writing, &error))
-        throw KxException(error);
+    host.run({"isosurface", "options", "setValue", "0", o.compactify ? "1" : "0"});
+    setThreshold(host, o.threshold);
+    if (o.cores) host.run({"isosurface", "numberOfCores", "setValue", QString::number(o.cores)});
+    if (o.downsample[0]) {
+        host.run({"isosurface", "downSampleOnOff", "setValue", "1"});
+        for (int i = 0; i < 3; ++i)
+            host.run({"isosurface", "resolution", "setValue", QString::number(i), QString::number(o.downsample[i])});
+    }
+    const int errors = VxApplication::instance()->message()->errors().size();
+    host.run({"isosurface", "doIt", "hit"});
+    host.run({"isosurface", "fire"});
+    if (VxApplication::instance()->progress()->wasInterrupted())
+        throw KxException(QString("interrupted; %1 was not written").arg(QString::fromStdString(o.output)));
+    if (VxApplication::instance()->message()->errors().size() > errors)
+        throw KxException(QString("the isosurface module failed (above); %1 was not written").arg(QString::fromStdString(o.output)));
+    if (o.downsample[0]) noteClampedFactors(host, o);
+
+    const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
+    const VxExtractionReport::Figures run = report ? report->lastExtraction() : VxExtractionReport::Figures();
+    std::printf("Elapsed time: %.3f s\n", run.seconds);
+    if (o.verbose) {
+        std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx, (long long)run.nodes.ny,
+                    (long long)run.nodes.nz);
+        const int axis = run.splitAxis;
+        std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
+        std::printf("slabs: %zu\n", run.slabs);
+        std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
+    }
+    const QString output = QString::fromStdString(o.output);
+    host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""), output});
     std::fflush(stdout);
     return 0;
 }
@@ -513,6 +679,7 @@ int runInfo(Args& args)
 
 int main(int argc, char** argv)
 {
+    QCoreApplication qapp(argc, argv);
     Args args(argc - 1, argv + 1);
     try {
         if (args.done()) throw UsageError{"no command (try 'vxiso surface --help')"};

@@ -138,7 +138,7 @@ TEST_F(VxisoCommand, CompactifyPrintsThePercentageRemoved)
     EXPECT_EQ(none.out.substr(0, none.out.find('\n') + 1), "Isosurface contains 0 triangles\n");
 }
 
-TEST_F(VxisoCommand, RawVolumeHonoursSpacingOriginAndSnapFloor)
+TEST_F(VxisoCommand, RawVolumeHonoursSpacingAndOrigin)
 {
     const std::string raw = writeSphereRaw(15, 14, 13);
     const CommandResult r = vxiso("surface --raw " + raw +
@@ -161,12 +161,6 @@ TEST_F(VxisoCommand, RawVolumeHonoursSpacingOriginAndSnapFloor)
         EXPECT_NEAR(hi[c], origin[c] + (centre[c] + 5.3) * spacing[c], 0.3 * spacing[c]);
     }
 
-    // A negative snapping distance behaves like 0.
-    ASSERT_EQ(0, vxiso("surface --raw " + raw + " --dims 15 14 13 --type float32 -t 0 --compactify --snap -0.3 -o " +
-                       path("neg.ply")).status);
-    ASSERT_EQ(0, vxiso("surface --raw " + raw + " --dims 15 14 13 --type float32 -t 0 --compactify --snap 0 -o " +
-                       path("zero.ply")).status);
-    EXPECT_EQ(slurp(path("neg.ply")), slurp(path("zero.ply")));
 }
 
 TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
@@ -185,6 +179,8 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
         {"--field cube --size 8 -t 0", "unknown built-in field 'cube'"},
         {"--field sphere -t 0", "--field needs --size N"},
         {"--raw " + raw + " --dims 15 14 13 --type float32", "no threshold"},
+        {"--field sphere --size 8 -t 0 --compactify --snap 0.3", "--snap is gone"},
+        {"--field sphere --size 8 -t 0 --downsample 2 0 2", "--downsample takes three factors of 1 or more, not 0"},
     };
     for (const Case& c : cases) {
         const CommandResult r = vxiso("surface " + c.args + " -o " + out);
@@ -507,4 +503,184 @@ TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
     for (std::size_t i = 0; i < nv; ++i) lowest = std::min(lowest, xyz[3 * i]);
     EXPECT_LT(lowest, 0.f);
     EXPECT_GE(lowest, -2.f);
+}
+
+namespace {
+
+// Runs vxhost on a script in the test's folder.
+CommandResult vxhostScript(const std::string& dir, const std::string& script, const std::string& args = "")
+{
+    std::ofstream(dir + "/net.tcl") << script;
+    const std::string out = dir + "/host-out.txt", err = dir + "/host-err.txt";
+    const std::string cmd = "cd " + dir + " && " + std::string(VXISO_BINARY_DIR) + "/bin/vxhost net.tcl " + args +
+                            " >" + out + " 2>" + err;
+    CommandResult r;
+    const int raw = std::system(cmd.c_str());
+    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    r.out = slurp(out);
+    r.err = slurp(err);
+    return r;
+}
+
+} // namespace
+
+// The command runs the isosurface modules as a network script does: the same settings give the
+// same file, byte for byte, and the same report.
+TEST_F(VxisoCommand, CommandAndScriptWriteTheSameSurface)
+{
+    const std::string values = slurp(writeSphereRaw(15, 14, 13));
+    std::ofstream(path("s.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: little\nspacings: 0.5 2 1\n\n"
+        << values;
+    // The mask: label 3 on the nodes with x < 7, the rest background.
+    std::string labels(15 * 14 * 13, '\0');
+    for (std::size_t n = 0; n < labels.size(); ++n) labels[n] = char(n % 15 < 7 ? 3 : 0);
+    std::ofstream(path("m.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nspacings: 0.5 2 1\n\n" << labels;
+
+    struct Case
+    {
+        std::string options, module, ports;
+    } cases[] = {
+        {"-t 0", "VxIsosurface", "iso options setValue 0 0\niso threshold setValue 0\n"},
+        {"-t 0.5 --compactify --cores 1", "VxIsosurface",
+         "iso numberOfCores setValue 1\niso threshold setValue 0.5\n"},
+        {"-t -1 --downsample 2 2 1", "VxIsosurface",
+         "iso options setValue 0 0\niso threshold setValue -1\niso downSampleOnOff setValue 1\n"
+         "iso resolution setValue 1 2\niso resolution setValue 2 1\n"},
+        {"-t 0 --mask m.nrrd", "VxMaskedLabelIsosurface",
+         "load -labels m.nrrd m\nm keepLabel 3\niso mask connect m\niso options setValue 0 0\niso threshold setValue 0\n"},
+        {"-t 0 --mask m.nrrd --mask-label 3 --relaxed --compactify", "VxMaskedLabelIsosurface",
+         "load -labels m.nrrd m\nm keepLabel 3\niso mask connect m\niso maskRestrictionType setIndex 1\n"
+         "iso threshold setValue 0\n"},
+    };
+    for (const Case& c : cases) {
+        std::string options = c.options;
+        const std::size_t mask = options.find("m.nrrd");
+        if (mask != std::string::npos) options.replace(mask, 6, path("m.nrrd"));
+        const CommandResult command = vxiso("surface " + path("s.nrrd") + " " + options + " -o " + path("c.ply"));
+        ASSERT_EQ(command.status, 0) << c.options << ": " << command.err;
+        const CommandResult script = vxhostScript(
+            m_dir, "load s.nrrd vol\ncreate " + c.module + " iso\niso data connect vol\n" + c.ports +
+                       "iso doIt hit\niso fire\niso exportData ply s.ply\n");
+        ASSERT_EQ(script.status, 0) << c.options << ": " << script.err;
+        EXPECT_EQ(command.out.substr(0, command.out.find('\n')), script.out.substr(0, script.out.find('\n'))) << c.options;
+        EXPECT_GT(slurp(path("c.ply")).size(), 200u) << c.options;
+        EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.options;
+    }
+}
+
+// Strict keeps the triangles whose nodes all lie in the region; relaxed grows the region by a
+// voxel first. On the nodes x < 7 (0.5 apart) the surface ends at x = 3 or at 3.5.
+TEST_F(VxisoCommand, MaskRestrictsTheSurfaceToTheRegion)
+{
+    const std::string values = slurp(writeSphereRaw(15, 14, 13));
+    std::ofstream(path("s.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: little\nspacings: 0.5 2 1\n\n"
+        << values;
+    std::string labels(15 * 14 * 13, '\0');
+    for (std::size_t n = 0; n < labels.size(); ++n) labels[n] = char(n % 15 < 7 ? 1 + n % 2 : 0);
+    std::ofstream(path("m.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\n\n" << labels;
+
+    float reach[2];
+    std::size_t kept[2];
+    const char* modes[2] = {"", " --relaxed"};
+    for (int m = 0; m < 2; ++m) {
+        const CommandResult r = vxiso("surface " + path("s.nrrd") + " -t 0 --mask " + path("m.nrrd") + modes[m] +
+                                      " -o " + path("m.ply"));
+        ASSERT_EQ(r.status, 0) << r.err;
+        std::size_t nv = 0;
+        std::vector<float> xyz;
+        readPly(path("m.ply"), nv, kept[m], xyz);
+        reach[m] = -1e9f;
+        for (std::size_t v = 0; v < nv; ++v) reach[m] = std::max(reach[m], xyz[3 * v]);
+    }
+    EXPECT_LE(reach[0], 3.f);
+    EXPECT_GT(reach[1], 3.f);
+    EXPECT_LE(reach[1], 3.5f);
+    EXPECT_GT(kept[1], kept[0]);
+
+    // Label 1 alone: every other node along x, so no edge along x has both ends in it.
+    ASSERT_EQ(vxiso("surface " + path("s.nrrd") + " -t 0 --mask " + path("m.nrrd") + " --mask-label 1 -o " +
+                    path("one.ply")).status, 0);
+    std::size_t nv = 0, nf = 0;
+    std::vector<float> xyz;
+    readPly(path("one.ply"), nv, nf, xyz);
+    EXPECT_LT(nf, kept[0]);
+
+    std::ofstream(path("small.nrrd"), std::ios::binary)
+        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 12\nencoding: raw\n\n" << labels.substr(0, 15 * 14 * 12);
+    struct Case
+    {
+        std::string args, message;
+    } cases[] = {
+        {"--mask " + path("small.nrrd"), "the mask has 15 x 14 x 12 voxels but the volume has 15 x 14 x 13"},
+        {"--mask " + path("m.nrrd") + " --mask-label 9", "m.nrrd: no voxel has the label 9"},
+        {"--relaxed", "--relaxed belongs to --mask LABELS"},
+        {"--mask " + path("nothing.nrrd"), "nothing.nrrd"},
+    };
+    for (const Case& c : cases) {
+        const CommandResult r = vxiso("surface " + path("s.nrrd") + " -t 0 " + c.args + " -o " + path("x.ply"));
+        EXPECT_NE(r.status, 0) << c.args;
+        EXPECT_EQ(lines(r.err), 1) << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << r.err;
+        EXPECT_FALSE(exists(path("x.ply"))) << c.args;
+    }
+}
+
+TEST_F(VxisoCommand, DownsampleAveragesAndSaysWhatItClamped)
+{
+    const CommandResult full = vxiso("surface --field sphere --size 40 -t 0 --verbose -o " + path("f.ply"));
+    const CommandResult low = vxiso("surface --field sphere --size 40 -t 0 --downsample 2 4 30 --verbose -o " +
+                                    path("l.ply"));
+    ASSERT_EQ(low.status, 0) << low.err;
+    EXPECT_NE(full.out.find("\nextracted from: 40 x 40 x 40 nodes\n"), std::string::npos) << full.out;
+    EXPECT_NE(low.out.find("\nextracted from: 20 x 10 x 2 nodes\n"), std::string::npos) << low.out;
+    EXPECT_EQ(low.err, "vxiso: note: --downsample 30 on z is more than half the axis; the module used 20\n");
+
+    std::ofstream(path("r.vtk"))
+        << "# vtk DataFile Version 3.0\nr\nASCII\nDATASET RECTILINEAR_GRID\nDIMENSIONS 2 2 2\n"
+           "X_COORDINATES 2 float\n0 1\nY_COORDINATES 2 float\n0 3\nZ_COORDINATES 2 float\n0 1\n"
+           "POINT_DATA 8\nSCALARS v float 1\nLOOKUP_TABLE default\n0 1 0 1 0 1 0 1\n";
+    const CommandResult rect = vxiso("surface " + path("r.vtk") + " -t 0.5 --downsample 2 2 2 -o " + path("x.ply"));
+    EXPECT_EQ(rect.status, 2);
+    EXPECT_NE(rect.err.find("--downsample needs a volume on uniform coordinates"), std::string::npos) << rect.err;
+}
+
+// The command needs the package; without it, one line says where it looked.
+TEST_F(VxisoCommand, MissingPackageIsNamed)
+{
+    ASSERT_EQ(std::system(("cp " + std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + path("vxiso")).c_str()), 0);
+    const std::string cmd = "env -u VXHOST_PACKAGE_PATH " + path("vxiso") + " surface --field sphere --size 8 -t 0 -o " +
+                            path("x.ply") + " 2>" + path("err.txt");
+    EXPECT_NE(std::system(cmd.c_str()), 0);
+    EXPECT_EQ(slurp(path("err.txt")), "vxiso: error: the package libvxiso.so is not in " + m_dir +
+                                          "; add its folder to VXHOST_PACKAGE_PATH\n");
+    EXPECT_FALSE(exists(path("x.ply")));
+}
+
+// The examples and the command agree on real anatomy: the skin of the head, and the left
+// hippocampus cut out by the atlas, strict and relaxed.
+TEST_F(VxisoCommand, ExamplesAndCommandAgreeOnTheHeadScan)
+{
+    const std::string templates = "/usr/share/mricron/templates/";
+    if (!exists(templates + "aal.nii.gz")) GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data)";
+    const std::string examples = std::string(VXISO_SOURCE_DIR) + "/examples/";
+    struct Case
+    {
+        std::string example, args, options;
+    } cases[] = {
+        {"head-surface.tcl", "s.ply", "-t 3"},
+        {"hippocampus-surface.tcl", "s.ply strict", "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37"},
+        {"hippocampus-surface.tcl", "s.ply relaxed", "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37 --relaxed"},
+    };
+    for (const Case& c : cases) {
+        const CommandResult script = vxhostScript(m_dir, slurp(examples + c.example), c.args);
+        ASSERT_EQ(script.status, 0) << c.example << ": " << script.err;
+        const CommandResult command = vxiso("surface " + templates + "ch2.nii.gz --compactify " + c.options + " -o " +
+                                            path("c.ply"));
+        ASSERT_EQ(command.status, 0) << command.err;
+        EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.options;
+    }
 }

@@ -219,6 +219,37 @@ TEST_F(Module, MaskedStrictKeepsNothingOfOneVoxelRelaxedGrowsTheMask)
     EXPECT_EQ(labelled(*object<VxUniformLabelField3>("mask")), 125u) << "each relaxed run grows it again";
 }
 
+// Down-sampled, the module reads the mask on the copy's nodes: a node is inside when any node it
+// averages is. A mask of other dimensions is refused, not read out of bounds.
+TEST_F(Module, MaskFollowsTheDownSampledCopyAndOtherDimensionsAreRefused)
+{
+    add(makeField<float>(16, 16, 16, sphere(7.5, 7.5, 7.5, 5.3)), "ball");
+    auto* half = new VxUniformLabelField3(KxDim3l(16, 16, 16));
+    auto* labels = static_cast<unsigned char*>(half->lattice().getLabels(0));
+    for (int i = 0; i < 16 * 16 * 16; ++i) labels[i] = i % 16 < 7; // x 0..6: the low nodes x 0..3
+    add(half, "half");
+    run("create VxMaskedLabelIsosurface m; m data connect ball; m mask connect half; m threshold setValue 0");
+    run("m options setValue 0 0; m downSampleOnOff setValue 1; m doIt hit");
+    auto* m = object<VxMaskedLabelIsosurface>("m");
+    const VxRegScalarField3* low = m->getResampledField();
+    ASSERT_NE(low, nullptr);
+    ASSERT_EQ(low->getDims(), KxDim3l(8, 8, 8));
+    const float lastInside = low->getBoundingBox().xmin + 3 * low->getBoundingBox().getVoxelSize(low->getDims()).x;
+    const SoTriSurface& surface = *m->getTriSurface();
+    ASSERT_GT(surface.getNumTriangles(), 0);
+    float reach = -1e9f;
+    for (int v = 0; v < surface.coords.getNum(); ++v) reach = std::max(reach, surface.coords[v][0]);
+    EXPECT_FLOAT_EQ(reach, lastInside);
+
+    add(new VxUniformLabelField3(KxDim3l(15, 15, 15)), "small");
+    run("m downSampleOnOff setValue 0; m mask connect small; m doIt hit");
+    ASSERT_EQ(VxApplication::instance()->message()->errors().size(), 1);
+    EXPECT_EQ(VxApplication::instance()->message()->errors()[0],
+              "Exception:\nthe mask has 15 x 15 x 15 nodes but the field has 16 x 16 x 16; they must match\n"
+              "Try to disable the compactify\noption and run again.");
+    EXPECT_GT(surface.getNumTriangles(), 0) << "the previous surface stays";
+}
+
 TEST_F(Module, MaskedWithoutMaskEqualsThePlainModule)
 {
     add(makeField<float>(20, 20, 20, torus(9.5, 9.5, 9.5, 5, 2)), "t");
