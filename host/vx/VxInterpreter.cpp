@@ -160,6 +160,9 @@ struct VxInterpreterCommands
     static int saveNetwork(ClientData, Tcl_Interp* interp, int argc, const char** argv)
     {
         if (argc != 2) return fail(interp, "usage: saveNetwork FILE");
+        // Modules catch up first, as they would before a user could press save: a module whose
+        // ports changed since it ran must not be saved as computed.
+        app()->interpreter()->processPendingModules();
         QString why;
         if (!VxNetwork::save(QString::fromUtf8(argv[1]), &why)) return fail(interp, why);
         return TCL_OK;
