@@ -21,6 +21,10 @@ echo "== head surface of the ch2 T1 scan (181 x 217 x 181, 1 mm)"
 # between), so -t 3 follows the skin. The scan ends at the neck; --pad closes the surface there.
 "$vxiso" surface "$ch2" -t 3 --pad -o "$out/head.ply"
 
+echo "== the left hippocampus: the same scan inside region 37 of the AAL atlas, relaxed mask"
+"$vxiso" surface "$ch2" -t 80 --compactify --mask /usr/share/mricron/templates/aal.nii.gz --mask-label 37 \
+  --relaxed -o "$out/hippocampus.ply"
+
 echo "== gyroid, 128^3 float field, standard cubes"
 "$vxiso" surface --field gyroid --size 128 -t 0 -o "$out/gyroid.ply"
 echo "== torus, 96^3, compactified"
