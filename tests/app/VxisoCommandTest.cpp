@@ -49,16 +49,23 @@ protected:
 
     std::string path(const std::string& name) const { return m_dir + "/" + name; }
 
-    CommandResult vxiso(const std::string& args) const
+    // Runs a shell command with its output caught in the test's folder.
+    CommandResult shell(const std::string& command, const std::string& outputs = "std") const
     {
-        const std::string out = path("stdout.txt"), err = path("stderr.txt");
-        const std::string cmd = std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + args + " >" + out + " 2>" + err;
+        const std::string out = path(outputs + "out.txt"), err = path(outputs + "err.txt");
         CommandResult r;
-        const int raw = std::system(cmd.c_str());
+        const int raw = std::system((command + " >" + out + " 2>" + err).c_str());
         r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
         r.out = slurp(out);
         r.err = slurp(err);
         return r;
+    }
+    CommandResult vxiso(const std::string& args) const { return shell(std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + args); }
+    // Runs vxhost on a script in the test's folder.
+    CommandResult vxhostScript(const std::string& script, const std::string& args = "") const
+    {
+        std::ofstream(path("net.tcl")) << script;
+        return shell("cd " + m_dir + " && " + VXISO_BINARY_DIR + "/bin/vxhost net.tcl " + args, "host-");
     }
 
     // Writes a float32 sphere volume: value = radius - distance, so inside is above 0.
@@ -74,6 +81,22 @@ protected:
         std::fwrite(v.data(), sizeof(float), v.size(), f);
         std::fclose(f);
         return p;
+    }
+
+    // The sphere as s.nrrd (0.5 2 1 apart) and a label volume m.nrrd on the same nodes: label(n) on
+    // the nodes with x < 7, background elsewhere. Returns the labels.
+    template <class Label>
+    std::string writeSphereAndMask(Label label) const
+    {
+        std::ofstream(path("s.nrrd"), std::ios::binary)
+            << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: little\n"
+               "spacings: 0.5 2 1\n\n"
+            << slurp(writeSphereRaw(15, 14, 13));
+        std::string labels(15 * 14 * 13, '\0');
+        for (std::size_t n = 0; n < labels.size(); ++n) labels[n] = char(n % 15 < 7 ? label(n) : 0);
+        std::ofstream(path("m.nrrd"), std::ios::binary)
+            << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nspacings: 0.5 2 1\n\n" << labels;
+        return labels;
     }
 
     // Vertex and face counts and the vertices of a binary PLY.
@@ -505,38 +528,13 @@ TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
     EXPECT_GE(lowest, -2.f);
 }
 
-namespace {
-
-// Runs vxhost on a script in the test's folder.
-CommandResult vxhostScript(const std::string& dir, const std::string& script, const std::string& args = "")
-{
-    std::ofstream(dir + "/net.tcl") << script;
-    const std::string out = dir + "/host-out.txt", err = dir + "/host-err.txt";
-    const std::string cmd = "cd " + dir + " && " + std::string(VXISO_BINARY_DIR) + "/bin/vxhost net.tcl " + args +
-                            " >" + out + " 2>" + err;
-    CommandResult r;
-    const int raw = std::system(cmd.c_str());
-    r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    r.out = slurp(out);
-    r.err = slurp(err);
-    return r;
-}
-
-} // namespace
 
 // The command runs the isosurface modules as a network script does: the same settings give the
 // same file, byte for byte, and the same report.
 TEST_F(VxisoCommand, CommandAndScriptWriteTheSameSurface)
 {
-    const std::string values = slurp(writeSphereRaw(15, 14, 13));
-    std::ofstream(path("s.nrrd"), std::ios::binary)
-        << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: little\nspacings: 0.5 2 1\n\n"
-        << values;
     // The mask: label 3 on the nodes with x < 7, the rest background.
-    std::string labels(15 * 14 * 13, '\0');
-    for (std::size_t n = 0; n < labels.size(); ++n) labels[n] = char(n % 15 < 7 ? 3 : 0);
-    std::ofstream(path("m.nrrd"), std::ios::binary)
-        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nspacings: 0.5 2 1\n\n" << labels;
+    writeSphereAndMask([](std::size_t) { return 3; });
 
     struct Case
     {
@@ -561,7 +559,7 @@ TEST_F(VxisoCommand, CommandAndScriptWriteTheSameSurface)
         const CommandResult command = vxiso("surface " + path("s.nrrd") + " " + options + " -o " + path("c.ply"));
         ASSERT_EQ(command.status, 0) << c.options << ": " << command.err;
         const CommandResult script = vxhostScript(
-            m_dir, "load s.nrrd vol\ncreate " + c.module + " iso\niso data connect vol\n" + c.ports +
+            "load s.nrrd vol\ncreate " + c.module + " iso\niso data connect vol\n" + c.ports +
                        "iso doIt hit\niso fire\niso exportData ply s.ply\n");
         ASSERT_EQ(script.status, 0) << c.options << ": " << script.err;
         EXPECT_EQ(command.out.substr(0, command.out.find('\n')), script.out.substr(0, script.out.find('\n'))) << c.options;
@@ -574,14 +572,7 @@ TEST_F(VxisoCommand, CommandAndScriptWriteTheSameSurface)
 // voxel first. On the nodes x < 7 (0.5 apart) the surface ends at x = 3 or at 3.5.
 TEST_F(VxisoCommand, MaskRestrictsTheSurfaceToTheRegion)
 {
-    const std::string values = slurp(writeSphereRaw(15, 14, 13));
-    std::ofstream(path("s.nrrd"), std::ios::binary)
-        << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: little\nspacings: 0.5 2 1\n\n"
-        << values;
-    std::string labels(15 * 14 * 13, '\0');
-    for (std::size_t n = 0; n < labels.size(); ++n) labels[n] = char(n % 15 < 7 ? 1 + n % 2 : 0);
-    std::ofstream(path("m.nrrd"), std::ios::binary)
-        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\n\n" << labels;
+    const std::string labels = writeSphereAndMask([](std::size_t n) { return int(1 + n % 2); });
 
     float reach[2];
     std::size_t kept[2];
@@ -676,7 +667,7 @@ TEST_F(VxisoCommand, ExamplesAndCommandAgreeOnTheHeadScan)
         {"hippocampus-surface.tcl", "s.ply relaxed", "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37 --relaxed"},
     };
     for (const Case& c : cases) {
-        const CommandResult script = vxhostScript(m_dir, slurp(examples + c.example), c.args);
+        const CommandResult script = vxhostScript(slurp(examples + c.example), c.args);
         ASSERT_EQ(script.status, 0) << c.example << ": " << script.err;
         const CommandResult command = vxiso("surface " + templates + "ch2.nii.gz --compactify " + c.options + " -o " +
                                             path("c.ply"));
