@@ -3,6 +3,7 @@
 //   vxiso info brain.nii.gz
 #include "VxHostFormats.h"
 
+#include <io/VxBlockReader.h>
 #include <io/VxBuiltinField.h>
 #include <io/VxRawReader.h>
 #include <io/VxSurfaceWriter.h>
@@ -10,6 +11,7 @@
 #include <kx/KxException.h>
 #include <kx/KxHandle.h>
 #include <vx/VxApplication.h>
+#include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxExtractionReport.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
@@ -62,6 +64,7 @@ const char* kUsage =
     "      .nrrd, .nhdr                NRRD (raw, gzip or ascii encoding)\n"
     "      .mha, .mhd                  MetaImage\n"
     "      .vtk                        VTK legacy structured points, rectilinear or structured grid\n"
+    "      .vxblocks                   a multi-block field: one volume file per block\n"
     "  --raw FILE --dims NX NY NZ --type TYPE   a headerless volume (x fastest, native byte order);\n"
     "      TYPE is uint8, int8, uint16, int16, uint32, int32, float32 or float64\n"
     "      [--spacing SX SY SZ] [--origin X Y Z]   node spacing and first node (default 1 1 1, 0 0 0)\n"
@@ -103,6 +106,7 @@ struct Options
     bool haveDims = false, haveType = false, haveThreshold = false, compactify = false, verbose = false;
     bool labels = false, haveLabel = false, ascii = false, pad = false;
     bool relaxed = false, haveMaskLabel = false;
+    bool blocks = false; // volumeFile is a multi-block description
     long long label = 0, maskLabel = 0;
     int downsample[3] = {0, 0, 0}; // 0: not asked for
     long long cores = 0; // 0: all cores
@@ -240,7 +244,8 @@ Options parseOptions(Args& args, bool surface)
     if (positional.size() > 1) throw UsageError{"more than one input: '" + positional[1] + "'"};
     if (positional.size() == 1) {
         if (!o.rawFile.empty()) throw UsageError{"give the input either as INPUT or with --raw, not both"};
-        if (VxVolumeReader::formatForPath(QString::fromStdString(positional[0])) != VxVolumeReader::UNKNOWN)
+        o.blocks = VxBlockReader::isBlockPath(QString::fromStdString(positional[0]));
+        if (o.blocks || VxVolumeReader::formatForPath(QString::fromStdString(positional[0])) != VxVolumeReader::UNKNOWN)
             o.volumeFile = positional[0];
         else
             o.rawFile = positional[0];
@@ -260,6 +265,11 @@ Options parseOptions(Args& args, bool surface)
     if (!o.fieldName.empty() && o.size == 0) throw UsageError{"--field needs --size N"};
     if (o.labels && !o.fieldName.empty()) throw UsageError{"built-in fields hold no labels; --labels needs a file"};
     if (o.haveLabel && !o.labels) throw UsageError{"--label N chooses a label of a label volume; add --labels"};
+    if (o.blocks) {
+        const char* option = o.labels ? "--labels" : !o.maskFile.empty() ? "--mask" : o.pad ? "--pad"
+                             : o.downsample[0] ? "--downsample" : o.raw.hasUndefined ? "--undefined" : nullptr;
+        if (option) throw UsageError{std::string(option) + " does not apply to a multi-block field"};
+    }
     if (!surface) return o;
     if (o.labels && o.haveThreshold)
         throw UsageError{"with --labels the surface follows label borders: choose a label with --label N, not -t"};
@@ -312,6 +322,9 @@ KxHandle<VxSpatialData> readData(const Options& o, VxVolumeInfo& info)
     if (!o.fieldName.empty()) {
         data = VxBuiltinField::create(QString::fromStdString(o.fieldName), o.size, &error);
         info.format = "built-in field";
+    } else if (o.blocks) {
+        data = VxBlockReader::read(QString::fromStdString(o.volumeFile), &error);
+        info.format = "multi-block description";
     } else {
         VxReadOptions options;
         options.labels = o.labels;
@@ -510,13 +523,17 @@ void noteClampedFactors(Host& host, const Options& o)
                          o.downsample[i], "xyz"[i], factors->getValue(i));
 }
 
-void warnOutsideRange(const VxRegScalarField3& field, double threshold)
+void warnOutsideRange(const VxSpatialData& data, double threshold)
 {
     double lo = 0, hi = 0;
-    if (!field.getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) return;
+    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data)) {
+        if (!blocks->getRange(lo, hi)) return;
+    } else if (!static_cast<const VxRegScalarField3&>(data).getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) {
+        return;
+    }
     if (float(threshold) < float(lo) || float(threshold) > float(hi))
-        std::fprintf(stderr, "vxiso: warning: -t %s lies outside the values %s to %s; the surface is empty\n",
-                     qPrintable(text(threshold)), qPrintable(text(lo)), qPrintable(text(hi)));
+        std::fprintf(stderr, "vxiso: warning: -t %.10g lies outside the values %.10g to %.10g; the surface is empty\n",
+                     threshold, lo, hi);
 }
 
 int runSurface(Args& args)
@@ -525,20 +542,24 @@ int runSurface(Args& args)
     checkWritable(o.output);
     VxVolumeInfo info;
     KxHandle<VxSpatialData> data = readData(o, info);
-    if (!o.volumeFile.empty()) warnAboutFile(o, info, *data);
-    KxHandle<VxRegScalarField3> field;
-    if (o.labels) {
-        field = labelVolume(o, *static_cast<VxUniformLabelField3*>(data.get()));
-        o.threshold = 0.5;
-    } else {
-        field = static_cast<VxRegScalarField3*>(data.get());
-        warnOutsideRange(*field, o.threshold);
-    }
+    if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
+    KxHandle<VxSpatialData> input = data; // what the module reads
     KxHandle<VxUniformLabelField3> mask;
-    if (!o.maskFile.empty()) mask = regionMask(o, *field);
-    if (o.pad) field = padded(*field, o.threshold);
-    if (o.downsample[0] && field->coordType() != VX_COORD_UNIFORM)
-        throw UsageError{"--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
+    if (!o.blocks) {
+        KxHandle<VxRegScalarField3> field;
+        if (o.labels) {
+            field = labelVolume(o, *static_cast<VxUniformLabelField3*>(data.get()));
+            o.threshold = 0.5;
+        } else {
+            field = static_cast<VxRegScalarField3*>(data.get());
+        }
+        if (!o.maskFile.empty()) mask = regionMask(o, *field);
+        if (o.pad) field = padded(*field, o.threshold);
+        if (o.downsample[0] && field->coordType() != VX_COORD_UNIFORM)
+            throw UsageError{"--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
+        input = field.get();
+    }
+    if (!o.labels) warnOutsideRange(*data, o.threshold);
 
     // The engine lets the scheduler pick its threads; the command line caps them.
     std::unique_ptr<tbb::global_control> cap;
@@ -546,7 +567,7 @@ int runSurface(Args& args)
         cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(o.cores));
 
     Host host;
-    host.add(field.get(), "volume");
+    host.add(input.get(), "volume");
     host.run({"create", mask ? "VxMaskedLabelIsosurface" : "VxIsosurface", "isosurface"});
     host.run({"isosurface", "data", "connect", "volume"});
     if (mask) {
@@ -575,11 +596,14 @@ int runSurface(Args& args)
     const VxExtractionReport::Figures run = report ? report->lastExtraction() : VxExtractionReport::Figures();
     std::printf("Elapsed time: %.3f s\n", run.seconds);
     if (o.verbose) {
-        std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx, (long long)run.nodes.ny,
-                    (long long)run.nodes.nz);
+        if (o.blocks)
+            std::printf("extracted from: %zu blocks, one after the other\n", run.slabs);
+        else
+            std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx, (long long)run.nodes.ny,
+                        (long long)run.nodes.nz);
         const int axis = run.splitAxis;
         std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
-        std::printf("slabs: %zu\n", run.slabs);
+        if (!o.blocks) std::printf("slabs: %zu\n", run.slabs);
         std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
     }
     const QString output = QString::fromStdString(o.output);
@@ -621,13 +645,18 @@ void printTransform(const VxSpatialData& data)
         std::printf("  %s %s %s\n", number(m[r][0]).c_str(), number(m[r][1]).c_str(), number(m[r][2]).c_str());
 }
 
+const char* coordinateKind(const VxCoord3* coords)
+{
+    return !coords || coords->coordType() == VX_COORD_UNIFORM ? "uniform"
+           : coords->coordType() == VX_COORD_RECTILINEAR      ? "rectilinear"
+                                                              : "curvilinear";
+}
+
 void printGeometry(const VxSpatialData& data, const KxDim3l& d, const VxCoord3* coords)
 {
     std::printf("dimensions: %lld x %lld x %lld\n", (long long)d.nx, (long long)d.ny, (long long)d.nz);
     const KxBox3f box = data.getBoundingBox();
-    const char* kind = !coords || coords->coordType() == VX_COORD_UNIFORM ? "uniform"
-                       : coords->coordType() == VX_COORD_RECTILINEAR      ? "rectilinear"
-                                                                          : "curvilinear";
+    const char* kind = coordinateKind(coords);
     std::printf("coordinates: %s\n", kind);
     if (!coords || coords->coordType() == VX_COORD_UNIFORM)
         std::printf("spacing: %s\n", triple(box.getVoxelSize(d)).c_str());
@@ -656,6 +685,20 @@ int runInfo(Args& args)
         std::printf("label range: %s %s\n", number(*distinct.begin()).c_str(), number(*distinct.rbegin()).c_str());
         std::printf("labels: %zu besides the background 0\n", distinct.size() - distinct.count(0.f));
         std::printf("undefined value: none\n");
+    } else if (auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(data.get())) {
+        std::printf("blocks: %d\n", blocks->getNumBlocks());
+        for (int b = 0; b < blocks->getNumBlocks(); ++b) {
+            const VxRegScalarField3& field = *blocks->getField(b);
+            const KxDim3l& d = field.getDims();
+            const KxBox3f box = field.getBoundingBox();
+            std::printf("block %d: %lld x %lld x %lld %s, %s coordinates, box %s %s %s %s %s %s\n", b, (long long)d.nx,
+                        (long long)d.ny, (long long)d.nz, field.primType().name(), coordinateKind(field.lattice().coords()),
+                        number(box.xmin).c_str(), number(box.xmax).c_str(), number(box.ymin).c_str(),
+                        number(box.ymax).c_str(), number(box.zmin).c_str(), number(box.zmax).c_str());
+        }
+        double lo = 0, hi = 0;
+        if (blocks->getRange(lo, hi))
+            std::printf("value range: %s %s\n", number(lo).c_str(), number(hi).c_str());
     } else {
         auto* field = static_cast<VxRegScalarField3*>(data.get());
         printGeometry(*field, field->getDims(), field->lattice().coords());

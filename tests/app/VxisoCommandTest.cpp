@@ -675,3 +675,39 @@ TEST_F(VxisoCommand, ExamplesAndCommandAgreeOnTheHeadScan)
         EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.options;
     }
 }
+
+// A multi-block description goes through the module's block path, as in a script; its blocks are
+// listed by info.
+TEST_F(VxisoCommand, MultiBlockFieldsTakeTheBlockPath)
+{
+    const std::string values = slurp(writeSphereRaw(15, 14, 13));
+    const std::size_t plane = 15 * 14 * 4;
+    for (int b = 0; b < 2; ++b)
+        std::ofstream(path(b ? "hi.nrrd" : "lo.nrrd"), std::ios::binary)
+            << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 7\nencoding: raw\nendian: little\n"
+               "space dimension: 3\nspace directions: (1,0,0) (0,1,0) (0,0,1)\nspace origin: (0,0,"
+            << 6 * b << ")\n\n"
+            << values.substr(6 * b * plane, 7 * plane); // the blocks share the plane z = 6
+    std::ofstream(path("ball.vxblocks")) << "# vxblocks 1\nblock lo.nrrd\nblock hi.nrrd\n";
+
+    const CommandResult command = vxiso("surface " + path("ball.vxblocks") + " -t 0 -o " + path("c.ply"));
+    ASSERT_EQ(command.status, 0) << command.err;
+    EXPECT_TRUE(std::regex_search(command.out, std::regex("\nblock 0 # of triangles: \\d+\n(.*\n)?block 1 # of coords: ")))
+        << command.out;
+    const CommandResult script = vxhostScript("load ball.vxblocks ball\ncreate VxIsosurface iso\niso data connect ball\n"
+                                              "iso options setValue 0 0\niso threshold setValue 0\niso doIt hit\n"
+                                              "iso fire\niso exportData ply s.ply\n");
+    ASSERT_EQ(script.status, 0) << script.err;
+    EXPECT_GT(slurp(path("c.ply")).size(), 1000u);
+    EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply")));
+
+    const CommandResult info = vxiso("info " + path("ball.vxblocks"));
+    ASSERT_EQ(info.status, 0) << info.err;
+    EXPECT_NE(info.out.find("format: multi-block description\nblocks: 2\n"
+                            "block 0: 15 x 14 x 7 float32, uniform coordinates, box 0 14 0 13 0 6\n"
+                            "block 1: 15 x 14 x 7 float32, uniform coordinates, box 0 14 0 13 6 12\n"),
+              std::string::npos) << info.out;
+    const CommandResult padded = vxiso("surface " + path("ball.vxblocks") + " -t 0 --pad -o " + path("x.ply"));
+    EXPECT_EQ(padded.status, 2);
+    EXPECT_EQ(padded.err, "vxiso: error: --pad does not apply to a multi-block field\n");
+}
