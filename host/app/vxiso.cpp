@@ -536,42 +536,41 @@ void warnOutsideRange(const VxSpatialData& data, double threshold)
                      threshold, lo, hi);
 }
 
-int runSurface(Args& args)
+// What the module reads: the field (the chosen labels' wrap with --labels, padded with --pad) or
+// the blocks; with --mask also the region's mask.
+struct ModuleInputs
 {
-    Options o = parseOptions(args, true);
-    checkWritable(o.output);
-    VxVolumeInfo info;
-    KxHandle<VxSpatialData> data = readData(o, info);
-    if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
-    KxHandle<VxSpatialData> input = data; // what the module reads
+    KxHandle<VxSpatialData> data;
     KxHandle<VxUniformLabelField3> mask;
-    if (!o.blocks) {
-        KxHandle<VxRegScalarField3> field;
-        if (o.labels) {
-            field = labelVolume(o, *static_cast<VxUniformLabelField3*>(data.get()));
-            o.threshold = 0.5;
-        } else {
-            field = static_cast<VxRegScalarField3*>(data.get());
-        }
-        if (!o.maskFile.empty()) mask = regionMask(o, *field);
-        if (o.pad) field = padded(*field, o.threshold);
-        if (o.downsample[0] && field->coordType() != VX_COORD_UNIFORM)
-            throw UsageError{"--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
-        input = field.get();
+};
+
+ModuleInputs prepareInputs(Options& o, const KxHandle<VxSpatialData>& data)
+{
+    if (o.blocks) return {data, nullptr};
+    ModuleInputs in;
+    KxHandle<VxRegScalarField3> field;
+    if (o.labels) {
+        field = labelVolume(o, *static_cast<VxUniformLabelField3*>(data.get()));
+        o.threshold = 0.5;
+    } else {
+        field = static_cast<VxRegScalarField3*>(data.get());
     }
-    if (!o.labels) warnOutsideRange(*data, o.threshold);
+    if (!o.maskFile.empty()) in.mask = regionMask(o, *field);
+    if (o.pad) field = padded(*field, o.threshold);
+    if (o.downsample[0] && field->coordType() != VX_COORD_UNIFORM)
+        throw UsageError{"--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
+    in.data = field.get();
+    return in;
+}
 
-    // The engine lets the scheduler pick its threads; the command line caps them.
-    std::unique_ptr<tbb::global_control> cap;
-    if (o.cores > 1)
-        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(o.cores));
-
-    Host host;
-    host.add(input.get(), "volume");
-    host.run({"create", mask ? "VxMaskedLabelIsosurface" : "VxIsosurface", "isosurface"});
+// Creates and connects the module and sets its ports from the options, as a script would.
+void setUpModule(Host& host, const Options& o, const ModuleInputs& in)
+{
+    host.add(in.data.get(), "volume");
+    host.run({"create", in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface", "isosurface"});
     host.run({"isosurface", "data", "connect", "volume"});
-    if (mask) {
-        host.add(mask.get(), "mask");
+    if (in.mask) {
+        host.add(in.mask.get(), "mask");
         host.run({"isosurface", "mask", "connect", "mask"});
         host.run({"isosurface", "maskRestrictionType", "setIndex", o.relaxed ? "1" : "0"});
     }
@@ -583,30 +582,51 @@ int runSurface(Args& args)
         for (int i = 0; i < 3; ++i)
             host.run({"isosurface", "resolution", "setValue", QString::number(i), QString::number(o.downsample[i])});
     }
-    const int errors = VxApplication::instance()->message()->errors().size();
+}
+
+void printRun(const Options& o, const VxExtractionReport::Figures& run)
+{
+    std::printf("Elapsed time: %.3f s\n", run.seconds);
+    if (!o.verbose) return;
+    if (o.blocks)
+        std::printf("extracted from: %zu blocks, one after the other\n", run.slabs);
+    else
+        std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx, (long long)run.nodes.ny,
+                    (long long)run.nodes.nz);
+    const int axis = run.splitAxis;
+    std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
+    if (!o.blocks) std::printf("slabs: %zu\n", run.slabs);
+    std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
+}
+
+int runSurface(Args& args)
+{
+    Options o = parseOptions(args, true);
+    checkWritable(o.output);
+    VxVolumeInfo info;
+    KxHandle<VxSpatialData> data = readData(o, info);
+    if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
+    const ModuleInputs inputs = prepareInputs(o, data);
+    if (!o.labels) warnOutsideRange(*data, o.threshold);
+
+    // The engine lets the scheduler pick its threads; the command line caps them.
+    std::unique_ptr<tbb::global_control> cap;
+    if (o.cores > 1)
+        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(o.cores));
+
+    Host host;
+    setUpModule(host, o, inputs);
+    VxApplication* app = VxApplication::instance();
+    const int errors = app->message()->errors().size();
     host.run({"isosurface", "doIt", "hit"});
     host.run({"isosurface", "fire"});
-    if (VxApplication::instance()->progress()->wasInterrupted())
-        throw KxException(QString("interrupted; %1 was not written").arg(QString::fromStdString(o.output)));
-    if (VxApplication::instance()->message()->errors().size() > errors)
-        throw KxException(QString("the isosurface module failed (above); %1 was not written").arg(QString::fromStdString(o.output)));
-    if (o.downsample[0]) noteClampedFactors(host, o);
-
-    const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
-    const VxExtractionReport::Figures run = report ? report->lastExtraction() : VxExtractionReport::Figures();
-    std::printf("Elapsed time: %.3f s\n", run.seconds);
-    if (o.verbose) {
-        if (o.blocks)
-            std::printf("extracted from: %zu blocks, one after the other\n", run.slabs);
-        else
-            std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx, (long long)run.nodes.ny,
-                        (long long)run.nodes.nz);
-        const int axis = run.splitAxis;
-        std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
-        if (!o.blocks) std::printf("slabs: %zu\n", run.slabs);
-        std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
-    }
     const QString output = QString::fromStdString(o.output);
+    if (app->progress()->wasInterrupted()) throw KxException(QString("interrupted; %1 was not written").arg(output));
+    if (app->message()->errors().size() > errors)
+        throw KxException(QString("the isosurface module failed (above); %1 was not written").arg(output));
+    if (o.downsample[0]) noteClampedFactors(host, o);
+    const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
+    printRun(o, report ? report->lastExtraction() : VxExtractionReport::Figures());
     host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""), output});
     std::fflush(stdout);
     return 0;
