@@ -2,11 +2,10 @@
 
 #include <io/VxHeaderText.h>
 #include <io/VxInputFile.h>
+#include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
 #include <io/VxVolumePlacement.h>
 #include <vx/VxRegScalarField3.h>
-
-#include <QFileInfo>
 
 #include <map>
 #include <string>
@@ -133,9 +132,7 @@ VxUniformScalarField3* readMeta(const QString& path)
     if (dataName != "LOCAL" && dataName != "Local" && dataName != "local") {
         if (dataName.compare(0, 4, "LIST") == 0 || dataName.find('%') != std::string::npos || words(dataName).size() > 1)
             file.fail(QString("values split over several files (ElementDataFile '%1') are not supported").arg(quote(dataName)));
-        const QString name = QString::fromStdString(dataName);
-        detached = std::make_unique<VxInputFile>(name.startsWith('/') ? name : QFileInfo(path).path() + '/' + name,
-                                                 "a data file");
+        detached = VxReadSupport::openDataFile(file, dataName);
         data = detached.get();
     }
     if (headerSize == -1) {
@@ -155,22 +152,12 @@ VxUniformScalarField3* readMeta(const QString& path)
         data->seek(data->tell() + uint64_t(headerSize));
     }
     void* values = VxValueReader::read(*data, dims, type, encoding, msb);
-    auto* field = new VxUniformScalarField3(dims, type, values);
-    field->setBoundingBox(where.box(dims));
-    SbMatrix m;
-    if (where.transform(m)) field->setTransform(m);
-    field->setLabel(QFileInfo(path).fileName());
-    return field;
+    return VxReadSupport::uniformField(dims, type, values, where, path);
 }
 
 } // namespace
 
 VxUniformScalarField3* VxMetaImageReader::read(const QString& path, QString* error)
 {
-    try {
-        return readMeta(path);
-    } catch (const VxReadFailure& f) {
-        if (error) *error = QString("%1: %2").arg(f.file, f.why);
-        return nullptr;
-    }
+    return VxReadSupport::reportFailure(error, [&] { return readMeta(path); });
 }

@@ -2,12 +2,11 @@
 
 #include <io/VxHeaderText.h>
 #include <io/VxInputFile.h>
+#include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
 #include <io/VxVolumePlacement.h>
 #include <kx/KxMemory.h>
 #include <vx/VxRegScalarField3.h>
-
-#include <QFileInfo>
 
 #include <cmath>
 #include <memory>
@@ -234,15 +233,12 @@ VxVolumePlacement placementOf(VxInputFile& f, const Header& h)
     return p;
 }
 
-// A detached data file's name, beside the header unless absolute.
-QString dataPath(VxInputFile& f, const std::string& name)
+// The detached data file: one file, beside the header unless its name is absolute.
+std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& f, const std::string& name)
 {
     if (name == "LIST" || words(name).size() > 1 || name.find('%') != std::string::npos)
         f.fail(QString("data split over several files (data file '%1') is not supported").arg(quote(name)));
-    const QString n = QString::fromStdString(name);
-    // Plain joining: QDir would take a name starting with ':' for a Qt resource.
-    if (n.startsWith('/')) return n;
-    return QFileInfo(f.path()).path() + '/' + n;
+    return VxReadSupport::openDataFile(f, name);
 }
 
 void* readValues(VxInputFile& data, const Header& h, const KxDim3l& dims)
@@ -279,28 +275,17 @@ VxUniformScalarField3* readNrrd(const QString& path)
 
     void* values = nullptr;
     if (!h.dataFile.empty()) {
-        VxInputFile data(dataPath(file, h.dataFile), "a data file");
-        values = readValues(data, h, dims);
+        values = readValues(*openDataFile(file, h.dataFile), h, dims);
     } else {
         if (!h.attached) file.fail("the header names no data file and ends without the blank line before the data");
         values = readValues(file, h, dims);
     }
-    auto* field = new VxUniformScalarField3(dims, h.type, values);
-    field->setBoundingBox(where.box(dims));
-    SbMatrix m;
-    if (where.transform(m)) field->setTransform(m);
-    field->setLabel(QFileInfo(path).fileName());
-    return field;
+    return VxReadSupport::uniformField(dims, h.type, values, where, path);
 }
 
 } // namespace
 
 VxUniformScalarField3* VxNrrdReader::read(const QString& path, QString* error)
 {
-    try {
-        return readNrrd(path);
-    } catch (const VxReadFailure& f) {
-        if (error) *error = QString("%1: %2").arg(f.file, f.why);
-        return nullptr;
-    }
+    return VxReadSupport::reportFailure(error, [&] { return readNrrd(path); });
 }

@@ -97,6 +97,50 @@ char* putTriple(char* o, const float* p, const char* lead = "")
     return o;
 }
 
+// The triangles, one record each: "3 a b c" lines, or what binary writes of one when it is given.
+void putFaces(const SurfaceView& v, W& w, char* (*binary)(char*, const int32_t*) = nullptr)
+{
+    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
+        const int32_t* idx = v.triangles[t].getValue();
+        char* o = w.room(48);
+        if (binary) {
+            o = binary(o, idx);
+        } else {
+            *o++ = '3';
+            for (int k = 0; k < 3; ++k) {
+                *o++ = ' ';
+                o = W::text(o, int64_t(idx[k]));
+            }
+            *o++ = '\n';
+        }
+        w.advance(o);
+    }
+}
+
+char* plyBinaryFace(char* o, const int32_t* idx)
+{
+    *o++ = 3;
+    for (int k = 0; k < 3; ++k) o = W::little32(o, uint32_t(idx[k]));
+    return o;
+}
+
+char* vtkBinaryFace(char* o, const int32_t* idx)
+{
+    o = W::big32(o, 3);
+    for (int k = 0; k < 3; ++k) o = W::big32(o, uint32_t(idx[k]));
+    return o;
+}
+
+// One vector a line, "lead x y z".
+void putTripleLines(W& w, int n, const SbVec3f* vectors, const char* lead = "")
+{
+    for (int i = 0; i < n && w.ok(); ++i) {
+        char* o = putTriple(w.room(80), vectors[i].getValue(), lead);
+        *o++ = '\n';
+        w.advance(o);
+    }
+}
+
 const SbVec3f kZero(0.f, 0.f, 0.f);
 
 void writePly(const SurfaceView& v, W& w, bool ascii)
@@ -121,22 +165,7 @@ void writePly(const SurfaceView& v, W& w, bool ascii)
         }
         w.advance(o);
     }
-    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
-        const int32_t* idx = v.triangles[t].getValue();
-        char* o = w.room(48);
-        if (ascii) {
-            *o++ = '3';
-            for (int k = 0; k < 3; ++k) {
-                *o++ = ' ';
-                o = W::text(o, int64_t(idx[k]));
-            }
-            *o++ = '\n';
-        } else {
-            *o++ = 3;
-            for (int k = 0; k < 3; ++k) o = W::little32(o, uint32_t(idx[k]));
-        }
-        w.advance(o);
-    }
+    putFaces(v, w, ascii ? nullptr : plyBinaryFace);
 }
 
 SbVec3f faceNormal(const SbVec3f& a, const SbVec3f& b, const SbVec3f& c)
@@ -198,38 +227,16 @@ void writeStl(const SurfaceView& v, W& w, bool ascii)
 void writeOff(const SurfaceView& v, W& w)
 {
     w.put("OFF\n" + QByteArray::number(v.numVertices) + ' ' + QByteArray::number(v.numTriangles) + " 0\n");
-    for (int i = 0; i < v.numVertices && w.ok(); ++i) {
-        char* o = putTriple(w.room(80), v.coords[i].getValue());
-        *o++ = '\n';
-        w.advance(o);
-    }
-    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
-        const int32_t* idx = v.triangles[t].getValue();
-        char* o = w.room(48);
-        *o++ = '3';
-        for (int k = 0; k < 3; ++k) {
-            *o++ = ' ';
-            o = W::text(o, int64_t(idx[k]));
-        }
-        *o++ = '\n';
-        w.advance(o);
-    }
+    putTripleLines(w, v.numVertices, v.coords);
+    putFaces(v, w);
 }
 
 // Indices count from 1; with normals each corner names its vertex and its normal, "a//a".
 void writeObj(const SurfaceView& v, W& w)
 {
     w.put("# written by vxiso\n", 19);
-    for (int i = 0; i < v.numVertices && w.ok(); ++i) {
-        char* o = putTriple(w.room(80), v.coords[i].getValue(), "v ");
-        *o++ = '\n';
-        w.advance(o);
-    }
-    for (int i = 0; v.normals && i < v.numVertices && w.ok(); ++i) {
-        char* o = putTriple(w.room(80), v.normals[i].getValue(), "vn ");
-        *o++ = '\n';
-        w.advance(o);
-    }
+    putTripleLines(w, v.numVertices, v.coords, "v ");
+    if (v.normals) putTripleLines(w, v.numVertices, v.normals, "vn ");
     for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
         const int32_t* idx = v.triangles[t].getValue();
         char* o = w.room(96);
@@ -254,38 +261,19 @@ void writeVtk(const SurfaceView& v, W& w, bool ascii)
     w.put(QByteArray("# vtk DataFile Version 3.0\nvxiso surface\n") + (ascii ? "ASCII" : "BINARY") +
           "\nDATASET POLYDATA\nPOINTS " + QByteArray::number(v.numVertices) + " float\n");
     auto putVectors = [&](const SbVec3f* vectors) {
+        if (ascii) return putTripleLines(w, v.numVertices, vectors);
         for (int i = 0; i < v.numVertices && w.ok(); ++i) {
             const float* p = vectors[i].getValue();
             char* o = w.room(80);
-            if (ascii) {
-                o = putTriple(o, p);
-                *o++ = '\n';
-            } else {
-                for (int k = 0; k < 3; ++k) o = W::big32(o, W::bits(p[k]));
-            }
+            for (int k = 0; k < 3; ++k) o = W::big32(o, W::bits(p[k]));
             w.advance(o);
         }
-        if (!ascii) w.put("\n", 1);
+        w.put("\n", 1);
     };
     putVectors(v.coords);
     w.put("POLYGONS " + QByteArray::number(v.numTriangles) + ' ' + QByteArray::number(4 * qint64(v.numTriangles)) +
           '\n');
-    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
-        const int32_t* idx = v.triangles[t].getValue();
-        char* o = w.room(48);
-        if (ascii) {
-            *o++ = '3';
-            for (int k = 0; k < 3; ++k) {
-                *o++ = ' ';
-                o = W::text(o, int64_t(idx[k]));
-            }
-            *o++ = '\n';
-        } else {
-            o = W::big32(o, 3);
-            for (int k = 0; k < 3; ++k) o = W::big32(o, uint32_t(idx[k]));
-        }
-        w.advance(o);
-    }
+    putFaces(v, w, ascii ? nullptr : vtkBinaryFace);
     if (!ascii) w.put("\n", 1);
     if (v.normals && v.numVertices) {
         w.put("POINT_DATA " + QByteArray::number(v.numVertices) + "\nNORMALS Normals float\n");

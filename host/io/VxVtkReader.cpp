@@ -2,6 +2,7 @@
 
 #include <io/VxHeaderText.h>
 #include <io/VxInputFile.h>
+#include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
 #include <io/VxVolumePlacement.h>
 #include <kx/KxMemory.h>
@@ -71,14 +72,10 @@ public:
         readGeometry();
         void* values = readPointData();
         std::unique_ptr<void, void (*)(void*)> guard(values, &kxfree);
+        if (m_dataset == Dataset::Points)
+            return VxReadSupport::uniformField(m_dims, m_type, guard.release(), m_place, m_file.path());
         VxRegScalarField3* field = nullptr;
-        if (m_dataset == Dataset::Points) {
-            auto* uniform = new VxUniformScalarField3(m_dims, m_type, guard.release());
-            uniform->setBoundingBox(m_place.box(m_dims));
-            SbMatrix m;
-            if (m_place.transform(m)) uniform->setTransform(m);
-            field = uniform;
-        } else if (m_dataset == Dataset::Rectilinear) {
+        if (m_dataset == Dataset::Rectilinear) {
             auto* coords = new VxRectilinearCoord3(m_dims, std::move(m_axes[0]), std::move(m_axes[1]), std::move(m_axes[2]));
             field = new VxRegScalarField3(m_dims, m_type, coords, guard.release());
         } else {
@@ -118,6 +115,20 @@ private:
         TypeName n;
         if (!typeNamed(t, n)) fail(QString("unknown value type '%1' of %2").arg(quote(t), what));
         return n;
+    }
+    // What follows the type of SCALARS: an optional count of components, then LOOKUP_TABLE and the
+    // table's name. Returns the count.
+    int64_t scalarsComponents()
+    {
+        int64_t comps = 1;
+        std::string next = token("LOOKUP_TABLE");
+        if (lower(next) != "lookup_table") {
+            if (!toInt(next, comps) || comps < 1) fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
+            next = token("LOOKUP_TABLE");
+        }
+        if (lower(next) != "lookup_table") fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
+        token("the lookup table's name");
+        return comps;
     }
     // Binary values start on the line after their keyword line.
     void toBinaryStart()
@@ -317,14 +328,7 @@ private:
         if (word == "scalars") {
             token("the scalars' name");
             const TypeName t = type("the scalars");
-            int64_t comps = 1;
-            std::string next = token("LOOKUP_TABLE");
-            if (lower(next) != "lookup_table") {
-                if (!toInt(next, comps) || comps < 1) fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
-                next = token("LOOKUP_TABLE");
-            }
-            if (lower(next) != "lookup_table") fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
-            token("the lookup table's name");
+            const int64_t comps = scalarsComponents();
             skipValues(uint64_t(n) * uint64_t(comps), t, "scalars");
         } else if (word == "vectors" || word == "normals" || word == "tensors" || word == "tensors6" ||
                    word == "global_ids" || word == "pedigree_ids") {
@@ -400,14 +404,7 @@ private:
             const std::string typeName = token("the scalars' type");
             TypeName t;
             if (!typeNamed(typeName, t)) fail(QString("unknown value type '%1'; supported are %2").arg(quote(typeName), kSupportedTypes));
-            int64_t comps = 1;
-            std::string next = token("LOOKUP_TABLE");
-            if (lower(next) != "lookup_table") {
-                if (!toInt(next, comps) || comps < 1) fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
-                next = token("LOOKUP_TABLE");
-            }
-            if (lower(next) != "lookup_table") fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
-            token("the lookup table's name");
+            const int64_t comps = scalarsComponents();
             if (comps != 1) {
                 // Colours or vectors stored as scalars: look further for a plain one.
                 skipValues(uint64_t(n) * uint64_t(comps), t, "scalars");
@@ -436,11 +433,5 @@ private:
 
 VxRegScalarField3* VxVtkReader::read(const QString& path, QString* error)
 {
-    try {
-        Parser parser(path);
-        return parser.read();
-    } catch (const VxReadFailure& f) {
-        if (error) *error = QString("%1: %2").arg(f.file, f.why);
-        return nullptr;
-    }
+    return VxReadSupport::reportFailure(error, [&] { return Parser(path).read(); });
 }

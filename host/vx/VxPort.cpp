@@ -99,6 +99,23 @@ int VxPort::usage(Tcl_Interp* interp, const char* verb, const char* arguments) c
     return error(interp, QString("usage: %1 %2 %3").arg(m_name, verb, arguments).trimmed());
 }
 
+int VxPort::reply(Tcl_Interp* interp, int argc, char** argv, const QString& text) const
+{
+    if (argc != 2) return usage(interp, argv[1], "");
+    vxscript::setResult(interp, text);
+    return TCL_OK;
+}
+
+bool VxPort::optionalIndex(Tcl_Interp* interp, int argc, char** argv, int full, int count,
+                           const char* arguments, int& index) const
+{
+    if (argc != full && argc != full - 1) {
+        usage(interp, argv[1], arguments);
+        return false;
+    }
+    return vxscript::toIndex(interp, *this, argc == full ? argv[2] : "0", count, index);
+}
+
 int VxPort::parseSetLabel(Tcl_Interp* interp, int argc, char** argv, int count,
                           const std::function<void(int, const QString&)>& set) const
 {
@@ -106,6 +123,29 @@ int VxPort::parseSetLabel(Tcl_Interp* interp, int argc, char** argv, int count,
     int index = 0;
     if (!vxscript::toIndex(interp, *this, argv[2], count, index)) return TCL_ERROR;
     set(index, QString::fromUtf8(argv[3]));
+    return TCL_OK;
+}
+
+int VxPort::parseSetFlag(Tcl_Interp* interp, int argc, char** argv, int count,
+                         const std::function<void(int, bool)>& set) const
+{
+    if (argc != 4) return usage(interp, argv[1], "INDEX ON");
+    int index = 0;
+    bool on = false;
+    if (!vxscript::toIndex(interp, *this, argv[2], count, index) ||
+        !vxscript::toBool(interp, *this, argv[3], on))
+        return TCL_ERROR;
+    set(index, on);
+    return TCL_OK;
+}
+
+int VxPort::parseSetNum(Tcl_Interp* interp, int argc, char** argv, const std::function<void(int)>& set) const
+{
+    int count = 0;
+    if (argc != 3) return usage(interp, argv[1], "COUNT");
+    if (!vxscript::toInt(interp, *this, argv[2], count)) return TCL_ERROR;
+    if (count < 0) return error(interp, QString("the count %1 is negative").arg(count));
+    set(count);
     return TCL_OK;
 }
 

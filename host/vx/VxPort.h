@@ -1,10 +1,13 @@
 #pragma once
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 #include <tcl.h>
 
+#include <cstring>
 #include <functional>
+#include <utility>
 
 class VxObject;
 
@@ -86,9 +89,42 @@ protected:
     int error(Tcl_Interp* interp, const QString& text) const;
     // Sets a usage error for the verb and returns TCL_ERROR.
     int usage(Tcl_Interp* interp, const char* verb, const char* arguments) const;
-    // "setLabel INDEX TEXT" of ports with count labelled items: checks the words, then set(index, text).
+    // A verb without arguments that answers text: a usage error unless argc is 2, else the result.
+    int reply(Tcl_Interp* interp, int argc, char** argv, const QString& text) const;
+    // The item index of "VERB [INDEX] ...": argv[2] when argc is full, the first item when argc is one
+    // less. False, with a usage or range error, otherwise.
+    bool optionalIndex(Tcl_Interp* interp, int argc, char** argv, int full, int count, const char* arguments,
+                       int& index) const;
+    // "setLabel INDEX TEXT" and "VERB INDEX ON" of ports with count items: checks the words, then
+    // set(index, text or on).
     int parseSetLabel(Tcl_Interp* interp, int argc, char** argv, int count,
                       const std::function<void(int, const QString&)>& set) const;
+    int parseSetFlag(Tcl_Interp* interp, int argc, char** argv, int count,
+                     const std::function<void(int, bool)>& set) const;
+    // "setNum COUNT" of ports whose items can be added and removed.
+    int parseSetNum(Tcl_Interp* interp, int argc, char** argv, const std::function<void(int)>& set) const;
+    // "setState V1 V2 ..." (the words, or one list of them) of ports with count items: read(i, word,
+    // value) parses each, set(i, value) applies them. Every word is read before any is set, so that a
+    // bad one changes nothing; what names the words in the message on a wrong count
+    // ("values, one per toggle").
+    template <class T, class Read, class Set>
+    int parseState(Tcl_Interp* interp, int argc, char** argv, int count, const char* what, Read read,
+                   Set set) const;
+    // The sliders' "setMinMax MIN MAX" and "setState MIN MAX VALUE" (the words, or one list of them):
+    // setRange(min, max), then for setState setValue(value).
+    template <class T, class SetRange, class SetValue>
+    int parseRange(Tcl_Interp* interp, int argc, char** argv, SetRange setRange, SetValue setValue) const;
+    // False, with an error result, when the minimum is above the maximum.
+    template <class T> bool checkMinMax(Tcl_Interp* interp, T min, T max) const;
+    // Takes [min, max] (reversed bounds swapped) into lo and hi; touches NEW_RANGE on a change.
+    template <class T> void takeRange(T& lo, T& hi, T min, T max)
+    {
+        if (min > max) std::swap(min, max);
+        if (min == lo && max == hi) return;
+        lo = min;
+        hi = max;
+        touch(NEW_RANGE);
+    }
 
 private:
     friend class VxObject;
@@ -120,6 +156,60 @@ void setResult(Tcl_Interp* interp, const QString& text);
 // A number as the shortest text that reads back to the same value.
 QString number(double v);
 QString number(float v);
+inline QString number(int v)
+{
+    return QString::number(v);
+}
+// toInt or toFloat by the type of value, for code written once for both.
+inline bool toNumber(Tcl_Interp* interp, const VxPort& port, const char* word, int& value)
+{
+    return toInt(interp, port, word, value);
+}
+inline bool toNumber(Tcl_Interp* interp, const VxPort& port, const char* word, float& value)
+{
+    return toFloat(interp, port, word, value);
+}
 // Joins words into one Tcl command line, quoting where a word needs it.
 QString join(const QStringList& words);
 } // namespace vxscript
+
+template <class T, class Read, class Set>
+int VxPort::parseState(Tcl_Interp* interp, int argc, char** argv, int count, const char* what, Read read,
+                       Set set) const
+{
+    QStringList words;
+    if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
+    if (words.size() != count)
+        return error(interp, QString("setState needs %1 %2, not %3")
+                                 .arg(QString::number(count), what, QString::number(words.size())));
+    QVector<T> values(count);
+    for (int i = 0; i < count; ++i)
+        if (!read(i, words[i].toUtf8().constData(), values[i])) return TCL_ERROR;
+    for (int i = 0; i < count; ++i) set(i, values[i]);
+    return TCL_OK;
+}
+
+template <class T, class SetRange, class SetValue>
+int VxPort::parseRange(Tcl_Interp* interp, int argc, char** argv, SetRange setRange, SetValue setValue) const
+{
+    QStringList words;
+    if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
+    const bool withValue = !strcmp(argv[1], "setState");
+    if (words.size() != (withValue ? 3 : 2))
+        return usage(interp, argv[1], withValue ? "MIN MAX VALUE" : "MIN MAX");
+    T v[3] = {};
+    for (int i = 0; i < words.size(); ++i)
+        if (!vxscript::toNumber(interp, *this, words[i].toUtf8().constData(), v[i])) return TCL_ERROR;
+    if (!checkMinMax(interp, v[0], v[1])) return TCL_ERROR;
+    setRange(v[0], v[1]);
+    if (withValue) setValue(v[2]);
+    return TCL_OK;
+}
+
+template <class T> bool VxPort::checkMinMax(Tcl_Interp* interp, T min, T max) const
+{
+    if (!(min > max)) return true;
+    error(interp, QString("the minimum %1 is greater than the maximum %2")
+                      .arg(vxscript::number(min), vxscript::number(max)));
+    return false;
+}

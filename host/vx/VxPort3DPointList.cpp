@@ -121,19 +121,8 @@ int VxPort3DPointList::parse(Tcl_Interp* interp, int argc, char** argv)
             setResult(interp, pointText(m_points[size_t(index)]));
         return TCL_OK;
     }
-    if (is("setNum")) {
-        int count;
-        if (argc != 3) return usage(interp, verb, "COUNT");
-        if (!vxscript::toInt(interp, *this, argv[2], count)) return TCL_ERROR;
-        if (count < 0) return error(interp, QString("the count %1 is negative").arg(count));
-        setNum(count);
-        return TCL_OK;
-    }
-    if (is("getNum")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(getNum()));
-        return TCL_OK;
-    }
+    if (is("setNum")) return parseSetNum(interp, argc, argv, [this](int count) { setNum(count); });
+    if (is("getNum")) return reply(interp, argc, argv, QString::number(getNum()));
     if (is("setState")) {
         // One {X Y Z} per point; no words clears the list. A single point must be given inside an
         // outer list ("setState {{1 2 3}}"), as getState returns it.
@@ -150,11 +139,9 @@ int VxPort3DPointList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getState")) {
-        if (argc != 2) return usage(interp, verb, "");
         QStringList points;
         for (const SbVec3f& pt : m_points) points << pointText(pt);
-        setResult(interp, vxscript::join(points));
-        return TCL_OK;
+        return reply(interp, argc, argv, vxscript::join(points));
     }
     return VxPort::parse(interp, argc, argv);
 }

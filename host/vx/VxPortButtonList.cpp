@@ -82,8 +82,7 @@ int VxPortButtonList::parse(Tcl_Interp* interp, int argc, char** argv)
 
     if (is("hit") || is("wasHit") || is("isSnapped") || (is("getLabel") && argc == 3)) {
         // The index defaults to the first button.
-        if (argc > 3) return usage(interp, verb, "[INDEX]");
-        if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        if (!optionalIndex(interp, argc, argv, 3, n, "[INDEX]", index)) return TCL_ERROR;
         if (is("hit"))
             hit(index);
         else if (is("getLabel"))
@@ -92,21 +91,10 @@ int VxPortButtonList::parse(Tcl_Interp* interp, int argc, char** argv)
             setResult(interp, (is("wasHit") ? wasHit(index) : isSnapped(index)) ? "1" : "0");
         return TCL_OK;
     }
-    if (is("snap")) {
-        bool on;
-        if (argc != 4) return usage(interp, verb, "INDEX ON");
-        if (!vxscript::toIndex(interp, *this, argv[2], n, index) ||
-            !vxscript::toBool(interp, *this, argv[3], on))
-            return TCL_ERROR;
-        snap(index, on);
-        return TCL_OK;
-    }
+    if (is("snap")) return parseSetFlag(interp, argc, argv, n, [this](int i, bool on) { snap(i, on); });
     if (is("setLabel"))
         return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
-    if (is("getValue") || is("getNum")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(is("getNum") ? n : getValue()));
-        return TCL_OK;
-    }
+    if (is("getValue") || is("getNum"))
+        return reply(interp, argc, argv, QString::number(is("getNum") ? n : getValue()));
     return VxPort::parse(interp, argc, argv);
 }

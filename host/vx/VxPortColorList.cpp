@@ -86,46 +86,32 @@ int VxPortColorList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("getColor") || is("getValue") || (is("getLabel") && argc == 3)) {
-        if (argc > 3) return usage(interp, verb, "[INDEX]");
-        if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        if (!optionalIndex(interp, argc, argv, 3, n, "[INDEX]", index)) return TCL_ERROR;
         setResult(interp, is("getLabel") ? m_items[index].label : colorText(m_items[index].color));
         return TCL_OK;
     }
     if (is("setLabel"))
         return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
-    if (is("getNum")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(n));
-        return TCL_OK;
-    }
+    if (is("getNum")) return reply(interp, argc, argv, QString::number(n));
     if (is("setState")) {
         // One {R G B} per item.
-        QStringList items;
-        if (!vxscript::toWords(interp, *this, argc, argv, 2, items)) return TCL_ERROR;
-        if (items.size() != n)
-            return error(
-                interp,
-                QString("setState needs %1 colours {R G B}, one per item, not %2").arg(n).arg(items.size()));
-        QVector<KxColor> colors(n);
-        for (int i = 0; i < n; ++i) {
-            QByteArray item = items[i].toUtf8();
-            char* one[] = {item.data()};
+        auto read = [&](int i, const char* item, KxColor& c) {
+            QByteArray text(item);
+            char* one[] = {text.data()};
             QStringList words;
-            if (!vxscript::toWords(interp, *this, 1, one, 0, words)) return TCL_ERROR;
-            if (words.size() != 3)
-                return error(interp,
-                             QString("colour %1 \"%2\" is not three numbers R G B").arg(i).arg(items[i]));
-            if (!toColor(words, colors[i])) return TCL_ERROR;
-        }
-        for (int i = 0; i < n; ++i) setColor(colors[i], i);
-        return TCL_OK;
+            if (!vxscript::toWords(interp, *this, 1, one, 0, words)) return false;
+            if (words.size() == 3) return toColor(words, c);
+            error(interp,
+                  QString("colour %1 \"%2\" is not three numbers R G B").arg(i).arg(QString::fromUtf8(item)));
+            return false;
+        };
+        return parseState<KxColor>(interp, argc, argv, n, "colours {R G B}, one per item", read,
+                                   [this](int i, const KxColor& c) { setColor(c, i); });
     }
     if (is("getState")) {
-        if (argc != 2) return usage(interp, verb, "");
         QStringList items;
         for (const Item& item : m_items) items << colorText(item.color);
-        setResult(interp, vxscript::join(items));
-        return TCL_OK;
+        return reply(interp, argc, argv, vxscript::join(items));
     }
     return VxPort::parse(interp, argc, argv);
 }

@@ -21,12 +21,7 @@ void VxPortFloatSlider::setValue(float value)
 void VxPortFloatSlider::setMinMax(float min, float max)
 {
     if (std::isnan(min) || std::isnan(max)) return;
-    if (min > max) std::swap(min, max);
-    if (min != m_min || max != m_max) {
-        m_min = min;
-        m_max = max;
-        touch(NEW_RANGE);
-    }
+    takeRange(m_min, m_max, min, max);
     setValue(m_value);
 }
 
@@ -132,22 +127,10 @@ int VxPortFloatSlider::parse(Tcl_Interp* interp, int argc, char** argv)
         release();
         return TCL_OK;
     }
-    if (is("setMinMax") || is("setState")) {
-        QStringList words;
-        if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
-        const int expected = is("setState") ? 3 : 2;
-        if (words.size() != expected) return usage(interp, verb, expected == 3 ? "MIN MAX VALUE" : "MIN MAX");
-        float f[3];
-        for (int i = 0; i < expected; ++i)
-            if (!vxscript::toFloat(interp, *this, words[i].toUtf8().constData(), f[i])) return TCL_ERROR;
-        if (f[0] > f[1])
-            return error(
-                interp,
-                QString("the minimum %1 is greater than the maximum %2").arg(number(f[0]), number(f[1])));
-        setMinMax(f[0], f[1]);
-        if (expected == 3) setValue(f[2]);
-        return TCL_OK;
-    }
+    if (is("setMinMax") || is("setState"))
+        return parseRange<float>(
+            interp, argc, argv, [this](float min, float max) { setMinMax(min, max); },
+            [this](float v) { setValue(v); });
     if (is("setFormat")) {
         if (argc != 3) return usage(interp, verb, "FORMAT");
         if (!setFormat(QString::fromUtf8(argv[2])))

@@ -121,14 +121,8 @@ void VxPortGeneric::setMinMax(int id, int min, int max)
 {
     int at = findItem(id);
     if (at < 0 || m_items[at].kind != INT_TEXT) return;
-    if (min > max) std::swap(min, max);
-    Item& item = m_items[at];
-    if (min != item.min || max != item.max) {
-        item.min = min;
-        item.max = max;
-        touch(NEW_RANGE);
-    }
-    setValue(id, item.value);
+    takeRange(m_items[at].min, m_items[at].max, min, max);
+    setValue(id, m_items[at].value);
 }
 
 void VxPortGeneric::setVisible(int id, bool on)
@@ -226,25 +220,15 @@ int VxPortGeneric::parse(Tcl_Interp* interp, int argc, char** argv)
     QVector<Item*> valued;
     for (Item& item : m_items)
         if (item.kind != LABEL) valued << &item;
-    if (is("setState")) {
-        QStringList words;
-        if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
-        if (words.size() != valued.size())
-            return error(interp, QString("setState needs %1 values, one per item with a value, not %2")
-                                     .arg(valued.size())
-                                     .arg(words.size()));
-        QVector<int> values(valued.size());
-        for (int i = 0; i < valued.size(); ++i)
-            if (!checkValue(*valued[i], words[i].toUtf8().constData(), values[i])) return TCL_ERROR;
-        for (int i = 0; i < valued.size(); ++i) setValue(valued[i]->id, values[i]);
-        return TCL_OK;
-    }
+    if (is("setState"))
+        return parseState<int>(
+            interp, argc, argv, valued.size(), "values, one per item with a value",
+            [&](int i, const char* word, int& v) { return checkValue(*valued[i], word, v); },
+            [&](int i, int v) { setValue(valued[i]->id, v); });
     if (is("getState")) {
-        if (argc != 2) return usage(interp, verb, "");
         QStringList values;
         for (const Item* item : valued) values << QString::number(item->value);
-        setResult(interp, values.join(' '));
-        return TCL_OK;
+        return reply(interp, argc, argv, values.join(' '));
     }
     return VxPort::parse(interp, argc, argv);
 }

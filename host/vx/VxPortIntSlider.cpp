@@ -18,12 +18,7 @@ void VxPortIntSlider::setValue(int value)
 
 void VxPortIntSlider::setMinMax(int min, int max)
 {
-    if (min > max) std::swap(min, max);
-    if (min != m_min || max != m_max) {
-        m_min = min;
-        m_max = max;
-        touch(NEW_RANGE);
-    }
+    takeRange(m_min, m_max, min, max);
     setValue(m_value);
 }
 
@@ -53,21 +48,10 @@ int VxPortIntSlider::parse(Tcl_Interp* interp, int argc, char** argv)
         setValue(v);
         return TCL_OK;
     }
-    if (is("setMinMax") || is("setState")) {
-        QStringList words;
-        if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
-        const int expected = is("setState") ? 3 : 2;
-        if (words.size() != expected) return usage(interp, verb, expected == 3 ? "MIN MAX VALUE" : "MIN MAX");
-        int v[3];
-        for (int i = 0; i < expected; ++i)
-            if (!vxscript::toInt(interp, *this, words[i].toUtf8().constData(), v[i])) return TCL_ERROR;
-        if (v[0] > v[1])
-            return error(interp,
-                         QString("the minimum %1 is greater than the maximum %2").arg(v[0]).arg(v[1]));
-        setMinMax(v[0], v[1]);
-        if (expected == 3) setValue(v[2]);
-        return TCL_OK;
-    }
+    if (is("setMinMax") || is("setState"))
+        return parseRange<int>(
+            interp, argc, argv, [this](int min, int max) { setMinMax(min, max); },
+            [this](int v) { setValue(v); });
     if (argc != 2 && (is("getValue") || is("getMinValue") || is("getMaxValue") || is("getState")))
         return usage(interp, verb, "");
     if (is("getValue"))

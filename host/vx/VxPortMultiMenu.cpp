@@ -81,8 +81,7 @@ int VxPortMultiMenu::parse(Tcl_Interp* interp, int argc, char** argv)
 
     if (is("setValue") || is("setIndex")) {
         // "setValue ITEM" selects in the first menu, "setValue MENU ITEM" in any.
-        if (argc != 3 && argc != 4) return usage(interp, verb, "[MENU] ITEM");
-        if (!vxscript::toIndex(interp, *this, argc == 4 ? argv[2] : "0", n, menu)) return TCL_ERROR;
+        if (!optionalIndex(interp, argc, argv, 4, n, "[MENU] ITEM", menu)) return TCL_ERROR;
         if (!vxscript::toIndex(interp, *this, argv[argc - 1], m_menus[menu].items.size(), item))
             return TCL_ERROR;
         setValue(menu, item);
@@ -90,8 +89,7 @@ int VxPortMultiMenu::parse(Tcl_Interp* interp, int argc, char** argv)
     }
     if (is("getValue") || is("getIndex") || is("getNumItems") || is("getItems") ||
         (is("getLabel") && argc == 3)) {
-        if (argc > 3) return usage(interp, verb, "[MENU]");
-        if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, menu)) return TCL_ERROR;
+        if (!optionalIndex(interp, argc, argv, 3, n, "[MENU]", menu)) return TCL_ERROR;
         const Menu& m = m_menus[menu];
         if (is("getLabel"))
             setResult(interp, m.label);
@@ -101,35 +99,23 @@ int VxPortMultiMenu::parse(Tcl_Interp* interp, int argc, char** argv)
             setResult(interp, QString::number(is("getNumItems") ? m.items.size() : m.value));
         return TCL_OK;
     }
-    if (is("getNum")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(n));
-        return TCL_OK;
-    }
+    if (is("getNum")) return reply(interp, argc, argv, QString::number(n));
     if (is("setState")) {
-        QStringList words;
-        if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
-        if (words.size() != n)
-            return error(interp,
-                         QString("setState needs %1 items, one per menu, not %2").arg(n).arg(words.size()));
-        QVector<int> values(n);
-        for (int i = 0; i < n; ++i) {
-            // A menu without items keeps its "no selection".
-            if (words[i] == "-1" && m_menus[i].items.isEmpty())
-                values[i] = -1;
-            else if (!vxscript::toIndex(interp, *this, words[i].toUtf8().constData(), m_menus[i].items.size(),
-                                        values[i]))
-                return TCL_ERROR;
-        }
-        for (int i = 0; i < n; ++i) setValue(i, values[i]);
-        return TCL_OK;
+        // A menu without items keeps its "no selection".
+        auto read = [&](int i, const char* word, int& value) {
+            if (!strcmp(word, "-1") && m_menus[i].items.isEmpty()) {
+                value = -1;
+                return true;
+            }
+            return vxscript::toIndex(interp, *this, word, m_menus[i].items.size(), value);
+        };
+        return parseState<int>(interp, argc, argv, n, "items, one per menu", read,
+                               [this](int i, int value) { setValue(i, value); });
     }
     if (is("getState")) {
-        if (argc != 2) return usage(interp, verb, "");
         QStringList values;
         for (const Menu& m : m_menus) values << QString::number(m.value);
-        setResult(interp, values.join(' '));
-        return TCL_OK;
+        return reply(interp, argc, argv, values.join(' '));
     }
     return VxPort::parse(interp, argc, argv);
 }

@@ -62,24 +62,10 @@ int VxPortRadioBox::parse(Tcl_Interp* interp, int argc, char** argv)
         setIndex(index);
         return TCL_OK;
     }
-    if (is("getValue") || is("getIndex") || is("getState")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(m_index));
-        return TCL_OK;
-    }
-    if (is("setNum")) {
-        int count;
-        if (argc != 3) return usage(interp, verb, "COUNT");
-        if (!vxscript::toInt(interp, *this, argv[2], count)) return TCL_ERROR;
-        if (count < 0) return error(interp, QString("the count %1 is negative").arg(count));
-        setNum(count);
-        return TCL_OK;
-    }
-    if (is("getNum")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(getNum()));
-        return TCL_OK;
-    }
+    if (is("getValue") || is("getIndex") || is("getState"))
+        return reply(interp, argc, argv, QString::number(m_index));
+    if (is("setNum")) return parseSetNum(interp, argc, argv, [this](int count) { setNum(count); });
+    if (is("getNum")) return reply(interp, argc, argv, QString::number(getNum()));
     if (is("setLabel"))
         return parseSetLabel(interp, argc, argv, getNum(), [this](int i, const QString& text) { setLabel(i, text); });
     if (is("getLabel") && argc == 3) {

@@ -30,10 +30,6 @@ int VxPortText::parse(Tcl_Interp* interp, int argc, char** argv)
         setValue(words.join(' '));
         return TCL_OK;
     }
-    if (!strcmp(verb, "getValue") || !strcmp(verb, "getState")) {
-        if (argc != 2) return usage(interp, verb, "");
-        vxscript::setResult(interp, m_value);
-        return TCL_OK;
-    }
+    if (!strcmp(verb, "getValue") || !strcmp(verb, "getState")) return reply(interp, argc, argv, m_value);
     return VxPort::parse(interp, argc, argv);
 }

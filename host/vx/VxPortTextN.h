@@ -41,13 +41,8 @@ public:
     void setMinMax(int index, T min, T max)
     {
         if (!valid(index) || min != min || max != max) return;
-        if (min > max) std::swap(min, max);
         Field& f = m_fields[index];
-        if (min != f.min || max != f.max) {
-            f.min = min;
-            f.max = max;
-            touch(NEW_RANGE);
-        }
+        takeRange(f.min, f.max, min, max);
         setValue(index, f.value);
     }
     // The same range for every field.
@@ -90,18 +85,21 @@ public:
     // Ranges other than the unbounded default, then the values.
     QStringList saveState() const override
     {
+        using vxscript::number;
         QStringList lines;
         for (int i = 0; i < m_fields.size(); ++i)
             if (m_fields[i].min != lowest() || m_fields[i].max != highest())
-                lines
-                    << QString("setMinMax %1 %2 %3").arg(i).arg(text(m_fields[i].min), text(m_fields[i].max));
+                lines << QString("setMinMax %1 %2 %3")
+                             .arg(i)
+                             .arg(number(m_fields[i].min), number(m_fields[i].max));
         for (int i = 0; i < m_fields.size(); ++i)
-            lines << QString("setValue %1 %2").arg(i).arg(text(m_fields[i].value));
+            lines << QString("setValue %1 %2").arg(i).arg(number(m_fields[i].value));
         return lines;
     }
 
     int parse(Tcl_Interp* interp, int argc, char** argv) override
     {
+        using vxscript::number;
         using vxscript::setResult;
         if (argc < 2) return VxPort::parse(interp, argc, argv);
         const char* verb = argv[1];
@@ -114,7 +112,7 @@ public:
             // "setValue INDEX VALUE"; a port of one field also takes "setValue VALUE".
             if (argc != 4 && !(argc == 3 && n == 1)) return usage(interp, verb, "INDEX VALUE");
             if (argc == 4 && !vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
-            if (!toNumber(interp, argv[argc - 1], v[0])) return TCL_ERROR;
+            if (!vxscript::toNumber(interp, *this, argv[argc - 1], v[0])) return TCL_ERROR;
             setValue(index, v[0]);
             return TCL_OK;
         }
@@ -122,67 +120,41 @@ public:
             // "setMinMax INDEX MIN MAX" for one field, "setMinMax MIN MAX" for all.
             if (argc != 4 && argc != 5) return usage(interp, verb, "[INDEX] MIN MAX");
             if (argc == 5 && !vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
-            if (!toNumber(interp, argv[argc - 2], v[0]) || !toNumber(interp, argv[argc - 1], v[1]))
+            if (!vxscript::toNumber(interp, *this, argv[argc - 2], v[0]) ||
+                !vxscript::toNumber(interp, *this, argv[argc - 1], v[1]) || !checkMinMax(interp, v[0], v[1]))
                 return TCL_ERROR;
-            if (v[0] > v[1])
-                return error(
-                    interp,
-                    QString("the minimum %1 is greater than the maximum %2").arg(text(v[0]), text(v[1])));
             argc == 5 ? setMinMax(index, v[0], v[1]) : setMinMax(v[0], v[1]);
             return TCL_OK;
         }
-        if (is("getValue") && argc == 2 && n != 1) {
-            setResult(interp, stateText());
-            return TCL_OK;
-        }
+        if (is("getValue") && argc == 2 && n != 1) return reply(interp, argc, argv, stateText());
         if (is("getValue") || is("getMinValue") || is("getMaxValue") || is("getSensitivity") ||
             (is("getLabel") && argc == 3)) {
-            if (argc > 3) return usage(interp, verb, "[INDEX]");
-            if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+            if (!optionalIndex(interp, argc, argv, 3, n, "[INDEX]", index)) return TCL_ERROR;
             const Field& f = m_fields[index];
             if (is("getLabel"))
                 setResult(interp, f.label);
             else if (is("getSensitivity"))
                 setResult(interp, f.sensitive ? "1" : "0");
             else
-                setResult(interp, text(is("getValue") ? f.value : is("getMinValue") ? f.min : f.max));
+                setResult(interp, number(is("getValue") ? f.value : is("getMinValue") ? f.min : f.max));
             return TCL_OK;
         }
-        if (is("setLabel") || is("setSensitivity")) {
-            bool on;
-            if (argc != 4) return usage(interp, verb, is("setLabel") ? "INDEX TEXT" : "INDEX ON");
-            if (!vxscript::toIndex(interp, *this, argv[2], n, index)) return TCL_ERROR;
-            if (is("setLabel"))
-                setLabel(index, QString::fromUtf8(argv[3]));
-            else if (!vxscript::toBool(interp, *this, argv[3], on))
-                return TCL_ERROR;
-            else
-                setSensitivity(index, on ? SENSITIVE : NO_SENSITIVITY);
-            return TCL_OK;
-        }
-        if (is("getNum")) {
-            if (argc != 2) return usage(interp, verb, "");
-            setResult(interp, QString::number(n));
-            return TCL_OK;
-        }
-        if (is("setState")) {
-            QStringList words;
-            if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
-            if (words.size() != n)
-                return error(
-                    interp,
-                    QString("setState needs %1 values, one per field, not %2").arg(n).arg(words.size()));
-            QVector<T> values(n);
-            for (int i = 0; i < n; ++i)
-                if (!toNumber(interp, words[i].toUtf8().constData(), values[i])) return TCL_ERROR;
-            for (int i = 0; i < n; ++i) setValue(i, values[i]);
-            return TCL_OK;
-        }
-        if (is("getState")) {
-            if (argc != 2) return usage(interp, verb, "");
-            setResult(interp, stateText());
-            return TCL_OK;
-        }
+        if (is("setLabel"))
+            return parseSetLabel(interp, argc, argv, n,
+                                 [this](int i, const QString& text) { setLabel(i, text); });
+        if (is("setSensitivity"))
+            return parseSetFlag(interp, argc, argv, n, [this](int i, bool on) {
+                setSensitivity(i, on ? SENSITIVE : NO_SENSITIVITY);
+            });
+        if (is("getNum")) return reply(interp, argc, argv, QString::number(n));
+        if (is("setState"))
+            return parseState<T>(
+                interp, argc, argv, n, "values, one per field",
+                [&](int, const char* word, T& value) {
+                    return vxscript::toNumber(interp, *this, word, value);
+                },
+                [this](int i, T value) { setValue(i, value); });
+        if (is("getState")) return reply(interp, argc, argv, stateText());
         return VxPort::parse(interp, argc, argv);
     }
 
@@ -198,20 +170,10 @@ private:
     static constexpr T lowest() { return std::numeric_limits<T>::lowest(); }
     static constexpr T highest() { return std::numeric_limits<T>::max(); }
     bool valid(int index) const { return index >= 0 && index < m_fields.size(); }
-    bool toNumber(Tcl_Interp* interp, const char* word, int& v) const
-    {
-        return vxscript::toInt(interp, *this, word, v);
-    }
-    bool toNumber(Tcl_Interp* interp, const char* word, float& v) const
-    {
-        return vxscript::toFloat(interp, *this, word, v);
-    }
-    static QString text(int v) { return QString::number(v); }
-    static QString text(float v) { return vxscript::number(v); }
     QString stateText() const
     {
         QStringList values;
-        for (const Field& f : m_fields) values << text(f.value);
+        for (const Field& f : m_fields) values << vxscript::number(f.value);
         return values.join(' ');
     }
 

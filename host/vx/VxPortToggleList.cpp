@@ -86,19 +86,17 @@ int VxPortToggleList::parse(Tcl_Interp* interp, int argc, char** argv)
     auto is = [verb](const char* v) { return !strcmp(verb, v); };
     const int n = m_items.size();
     int index = 0;
-    bool on;
 
     if (is("setValue")) {
         // "setValue ON" sets the first toggle, "setValue INDEX ON" any.
-        if (argc != 3 && argc != 4) return usage(interp, verb, "[INDEX] ON");
-        if (!vxscript::toIndex(interp, *this, argc == 4 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        bool on;
+        if (!optionalIndex(interp, argc, argv, 4, n, "[INDEX] ON", index)) return TCL_ERROR;
         if (!vxscript::toBool(interp, *this, argv[argc - 1], on)) return TCL_ERROR;
         setValue(index, on);
         return TCL_OK;
     }
     if (is("getValue") || is("getSensitivity") || is("isItemNew") || (is("getLabel") && argc == 3)) {
-        if (argc > 3) return usage(interp, verb, "[INDEX]");
-        if (!vxscript::toIndex(interp, *this, argc == 3 ? argv[2] : "0", n, index)) return TCL_ERROR;
+        if (!optionalIndex(interp, argc, argv, 3, n, "[INDEX]", index)) return TCL_ERROR;
         if (is("getLabel"))
             setResult(interp, getLabel(index));
         else {
@@ -109,49 +107,21 @@ int VxPortToggleList::parse(Tcl_Interp* interp, int argc, char** argv)
         }
         return TCL_OK;
     }
-    if (is("setSensitivity")) {
-        if (argc != 4) return usage(interp, verb, "INDEX ON");
-        if (!vxscript::toIndex(interp, *this, argv[2], n, index) ||
-            !vxscript::toBool(interp, *this, argv[3], on))
-            return TCL_ERROR;
-        setSensitivity(index, on);
-        return TCL_OK;
-    }
+    if (is("setSensitivity"))
+        return parseSetFlag(interp, argc, argv, n, [this](int i, bool on) { setSensitivity(i, on); });
     if (is("setLabel"))
         return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
-    if (is("setNum")) {
-        int count;
-        if (argc != 3) return usage(interp, verb, "COUNT");
-        if (!vxscript::toInt(interp, *this, argv[2], count)) return TCL_ERROR;
-        if (count < 0) return error(interp, QString("the count %1 is negative").arg(count));
-        setNum(count);
-        return TCL_OK;
-    }
-    if (is("getNum")) {
-        if (argc != 2) return usage(interp, verb, "");
-        setResult(interp, QString::number(n));
-        return TCL_OK;
-    }
-    if (is("setState")) {
-        QStringList words;
-        if (!vxscript::toWords(interp, *this, argc, argv, 2, words)) return TCL_ERROR;
-        if (words.size() != n)
-            return error(
-                interp, QString("setState needs %1 values, one per toggle, not %2").arg(n).arg(words.size()));
-        QVector<bool> values(n);
-        for (int i = 0; i < n; ++i) {
-            if (!vxscript::toBool(interp, *this, words[i].toUtf8().constData(), on)) return TCL_ERROR;
-            values[i] = on;
-        }
-        for (int i = 0; i < n; ++i) setValue(i, values[i]);
-        return TCL_OK;
-    }
+    if (is("setNum")) return parseSetNum(interp, argc, argv, [this](int count) { setNum(count); });
+    if (is("getNum")) return reply(interp, argc, argv, QString::number(n));
+    if (is("setState"))
+        return parseState<bool>(
+            interp, argc, argv, n, "values, one per toggle",
+            [&](int, const char* word, bool& on) { return vxscript::toBool(interp, *this, word, on); },
+            [this](int i, bool on) { setValue(i, on); });
     if (is("getState")) {
-        if (argc != 2) return usage(interp, verb, "");
         QStringList values;
         for (const Item& item : m_items) values << (item.value ? "1" : "0");
-        setResult(interp, values.join(' '));
-        return TCL_OK;
+        return reply(interp, argc, argv, values.join(' '));
     }
     return VxPort::parse(interp, argc, argv);
 }

@@ -533,6 +533,40 @@ TEST_F(PortsTest, GenericPortItemsByID)
     EXPECT_EQ(g.getValue(0), 0);
 }
 
+// The verbs that many ports share are parsed in one place; each port still names its own items.
+TEST_F(PortsTest, SharedVerbsNameThePortsOwnItems)
+{
+    VxPortToggleList toggles(&owner, "Options", "options", 2);
+    VxPortMultiMenu menus(&owner, "Path", "path", 2);
+    menus.setItems(0, {"a", "b"});
+    VxPortColorList colors(&owner, "Colors", "colors", 2);
+    VxPortGeneric generic(&owner, "Format", "format");
+    generic.insertLabel(0, "decimals");
+    generic.insertIntText(1, 3);
+    VxPortIntTextN fields(&owner, "Average", "resolution", 3);
+    struct Case
+    {
+        std::string line, error;
+    } cases[] = {
+        {"options setState 1", "setState needs 2 values, one per toggle, not 1"},
+        {"path setState 0", "setState needs 2 items, one per menu, not 1"},
+        {"colors setState {1 0 0} {0 1 0} {0 0 1}", "setState needs 2 colours {R G B}, one per item, not 3"},
+        {"colors setState {1 0 0} {0 1}", "colour 1 \"0 1\" is not three numbers R G B"},
+        {"format setState 1 2", "setState needs 1 values, one per item with a value, not 2"},
+        {"resolution setState 1 2", "setState needs 3 values, one per field, not 2"},
+        {"options setNum -1", "the count -1 is negative"},
+        {"path getValue 0 1", "usage: path getValue [MENU]"},
+        {"resolution setMinMax 0 5 1", "the minimum 5 is greater than the maximum 1"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(fails(owner, c.line),
+                  "\"obj\" port \"" + c.line.substr(0, c.line.find(' ')) + "\": " + c.error);
+    // A bad word changes nothing, not even the items before it.
+    ASSERT_EQ(run(owner, "colors setState {0 0 1} {0 1 0}"), TCL_OK);
+    EXPECT_NE(run(owner, "colors setState {1 1 1} {1 x 1}"), TCL_OK);
+    EXPECT_EQ(get(owner, "colors getState"), "{0 0 1} {0 1 0}");
+}
+
 TEST_F(PortsTest, TextDrawStyleAndPointList)
 {
     VxPortText text(&owner, "Values", "explicit");

@@ -1,0 +1,29 @@
+#include <io/VxReadSupport.h>
+
+#include <io/VxVolumePlacement.h>
+#include <vx/VxRegScalarField3.h>
+
+#include <QFileInfo>
+
+namespace VxReadSupport {
+
+std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& header, const std::string& name)
+{
+    const QString n = QString::fromStdString(name);
+    // Plain joining: QDir would take a name starting with ':' for a Qt resource.
+    return std::make_unique<VxInputFile>(n.startsWith('/') ? n : QFileInfo(header.path()).path() + '/' + n,
+                                         "a data file");
+}
+
+VxUniformScalarField3* uniformField(const KxDim3l& dims, KxPrimType type, void* values,
+                                    const VxVolumePlacement& where, const QString& path)
+{
+    auto* field = new VxUniformScalarField3(dims, type, values);
+    field->setBoundingBox(where.box(dims));
+    SbMatrix m;
+    if (where.transform(m)) field->setTransform(m);
+    field->setLabel(QFileInfo(path).fileName());
+    return field;
+}
+
+} // namespace VxReadSupport

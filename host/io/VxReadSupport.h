@@ -1,0 +1,35 @@
+#pragma once
+#include <io/VxInputFile.h>
+#include <kx/KxPrimType.h>
+#include <kx/KxVec3.h>
+
+#include <QString>
+
+#include <memory>
+#include <string>
+
+class VxUniformScalarField3;
+struct VxVolumePlacement;
+
+// What the text-header readers (NRRD, MetaImage, VTK) do alike once their header is understood.
+namespace VxReadSupport {
+
+// Opens the data file a header names: an absolute name as it is, else beside the header.
+std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& header, const std::string& name);
+
+// A uniform field taking over the values, placed, and labelled with the file's name.
+VxUniformScalarField3* uniformField(const KxDim3l& dims, KxPrimType type, void* values,
+                                    const VxVolumePlacement& where, const QString& path);
+
+// Runs a reader's body: its result, or null with "<file>: <why>" in *error when it fails.
+template <class Read> auto reportFailure(QString* error, Read read) -> decltype(read())
+{
+    try {
+        return read();
+    } catch (const VxReadFailure& f) {
+        if (error) *error = QString("%1: %2").arg(f.file, f.why);
+        return nullptr;
+    }
+}
+
+} // namespace VxReadSupport
