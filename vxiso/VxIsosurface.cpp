@@ -51,12 +51,10 @@ VxMessage* message()
 VxIsosurface::VxIsosurface()
     : VxTriBase(VxRegScalarField3::getClassTypeId()),
       portThreshold(this, tr("Threshold"), "threshold", new VxRangeProviderSpatialData(this)),
-      portOptions(this, tr("Options"), "options"),
-      portDownSample(this, tr("Down Sample"), "downSampleOnOff"),
+      portOptions(this, tr("Options"), "options"), portDownSample(this, tr("Down Sample"), "downSampleOnOff"),
       portResolution(this, tr("Average"), "resolution", 3),
       portPointProbe(this, tr("Point Probe"), "pointProbe", VxPointProbe::getClassTypeId()),
-      portNumberOfCores(this, tr("Number Of Cores"), "numberOfCores"),
-      portDoIt(this, tr("Action"), "doIt")
+      portNumberOfCores(this, tr("Number Of Cores"), "numberOfCores"), portDoIt(this, tr("Action"), "doIt")
 {
     portData.addType(VxBlockStructuredScalarField3::getClassTypeId());
     portThreshold.setFormat("%g");
@@ -97,7 +95,8 @@ void VxIsosurface::update()
     portColormap().show();
 
     if (auto* probe = vxconnection_cast<VxPointProbe>(portPointProbe))
-        if (portPointProbe.isNew()) portThreshold.setValue(probe->getNumValues() > 0 ? float(probe->getValue(0)) : 0.f);
+        if (portPointProbe.isNew())
+            portThreshold.setValue(probe->getNumValues() > 0 ? float(probe->getValue(0)) : 0.f);
 
     const auto* field = vxconnection_cast<VxRegScalarField3>(portData);
     if (field) {
@@ -114,8 +113,9 @@ void VxIsosurface::update()
 
     if (field && portData.isNew()) {
         double lo = 0, hi = 0;
-        field->getRange(lo, hi, field->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
-                                                           : VxRegScalarField3::RANGE_ALL);
+        field->getRange(lo, hi,
+                        field->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
+                                                   : VxRegScalarField3::RANGE_ALL);
         if (std::fabs(lo) > DBL_MAX) lo = portThreshold.getMinValue();
         if (std::fabs(hi) > DBL_MAX) hi = portThreshold.getMaxValue();
         auto* provider = static_cast<VxRangeProviderSpatialData*>(portThreshold.getRangeProvider());
@@ -124,18 +124,21 @@ void VxIsosurface::update()
             hi = std::max(hi, double(portThreshold.getValue()));
         }
         portThreshold.setMinMax(float(lo), float(hi));
-        if (!VxApplication::instance()->interpreter()->networkIsLoading() && m_firstData) portThreshold.reset();
+        if (!VxApplication::instance()->interpreter()->networkIsLoading() && m_firstData)
+            portThreshold.reset();
         m_firstData = false;
         if (portDownSample.getValue()) m_resampled = nullptr;
     }
 
     // A multi-block field gives the threshold its overall range the first time it is seen.
     if (!field && portData.isNew() && vxconnection_cast<VxBlockStructuredScalarField3>(portData)) {
-        if (!VxApplication::instance()->interpreter()->networkIsLoading() && m_firstData) portThreshold.reset();
+        if (!VxApplication::instance()->interpreter()->networkIsLoading() && m_firstData)
+            portThreshold.reset();
         m_firstData = false;
     }
 
-    if (portDownSample.isNew() || (portDownSample.getValue() && portResolution.isNew()) || !portDownSample.getValue())
+    if (portDownSample.isNew() || (portDownSample.getValue() && portResolution.isNew()) ||
+        !portDownSample.getValue())
         m_resampled = nullptr;
     if (!field && !vxconnection_cast<VxBlockStructuredScalarField3>(portData)) m_firstData = true;
 }
@@ -159,21 +162,24 @@ void VxIsosurface::resample()
     const int64_t n[3] = {d.nx, d.ny, d.nz};
     int f[3];
     for (int i = 0; i < 3; ++i)
-        f[i] = portThreshold.isInteractive() ? int(std::max<int64_t>(1, n[i] / 128)) : portResolution.getValue(i);
+        f[i] = portThreshold.isInteractive() ? int(std::max<int64_t>(1, n[i] / 128))
+                                             : portResolution.getValue(i);
     KxProgressInterface* progress = VxApplication::instance()->progress();
     progress->startWorking(tr("Resampling"));
     KxDim3l dims(n[0] / f[0], n[1] / f[1], n[2] / f[2]);
     KxHandle<VxUniformScalarField3> low(new VxUniformScalarField3(dims, field->primType()));
     low->setBoundingBox(field->getBoundingBox());
-    bool done = KxRawData::downSample3D(low->lattice().dataPtr(),
-                                        KxTypedPointer(const_cast<void*>(field->lattice().dataPtr()), field->primType()),
-                                        long(n[0]), long(n[1]), long(n[2]), f[0], f[1], f[2], progress);
+    bool done = KxRawData::downSample3D(
+        low->lattice().dataPtr(),
+        KxTypedPointer(const_cast<void*>(field->lattice().dataPtr()), field->primType()), long(n[0]),
+        long(n[1]), long(n[2]), f[0], f[1], f[2], progress);
     progress->stopWorking();
     m_resampled = done ? static_cast<VxRegScalarField3*>(low.get()) : nullptr;
     std::copy(f, f + 3, m_resampleFactors);
 }
 
-void VxIsosurface::extractIsoSurfaceFromRegField3(const VxRegScalarField3* field, VxIsosurfaceExtractor& extractor)
+void VxIsosurface::extractIsoSurfaceFromRegField3(const VxRegScalarField3* field,
+                                                  VxIsosurfaceExtractor& extractor)
 {
     extractor.compute(vxiso::filter::UndefinedValue(*field));
 }
@@ -210,7 +216,8 @@ void VxIsosurface::computeRegScalarField3()
     extractIsoSurfaceFromRegField3(field, extractor);
 
     replaceTriSurface(result.get());
-    m_lastRun = Figures{extractor.getSplitAxis(), extractor.getSlabCount(), extractor.getElapsedTime(), field->getDims()};
+    m_lastRun = Figures{extractor.getSplitAxis(), extractor.getSlabCount(), extractor.getElapsedTime(),
+                        field->getDims()};
 
     report((unsigned long)m_surface->getNumTriangles(), extractor.getDegenerateCount());
     progress->stopWorking();
@@ -230,8 +237,9 @@ void VxIsosurface::computeBlockScalarField3()
         const KxDim3l& d = field->getDims();
         const unsigned long dims[3] = {(unsigned long)d.nx, (unsigned long)d.ny, (unsigned long)d.nz};
         KxHandle<SoTriSurface> part(new SoTriSurface);
-        VxIsosurfaceExternal external(dims, portThreshold.getValue(), compactify() ? 1 : 0, m_paramCC, part.get(),
-                                      field->lattice().coords(), VxApplication::instance()->progress());
+        VxIsosurfaceExternal external(dims, portThreshold.getValue(), compactify() ? 1 : 0, m_paramCC,
+                                      part.get(), field->lattice().coords(),
+                                      VxApplication::instance()->progress());
         external.setIntersectionCallback(m_intersectionCallback, m_intersectionObject);
         external.computeCurvilinear(field);
         const int offset = int(coords.size());
@@ -250,8 +258,9 @@ void VxIsosurface::computeBlockScalarField3()
     if (normals.size() == coords.size()) result->normals.setValues(0, int(normals.size()), normals.data());
     result->triangles.setValues(0, int(triangles.size()), triangles.data());
     replaceTriSurface(result.get());
-    m_lastRun = Figures{-1, std::size_t(n), std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
-                        KxDim3l()};
+    m_lastRun =
+        Figures{-1, std::size_t(n),
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), KxDim3l()};
 }
 
 void VxIsosurface::compute()
@@ -276,7 +285,8 @@ void VxIsosurface::compute()
         message()->error(tr("Open Inventor Memory exception. Try with a higher Threshold."));
     } catch (const KxException& e) {
         VxApplication::instance()->progress()->stopWorking();
-        message()->error(tr("Exception:\n%1\nTry to disable the compactify\noption and run again.").arg(e.text()));
+        message()->error(
+            tr("Exception:\n%1\nTry to disable the compactify\noption and run again.").arg(e.text()));
     } catch (const std::exception& e) {
         VxApplication::instance()->progress()->stopWorking();
         message()->error(tr("Exception:\n%1\nTry to disable the compactify\noption and run again.")
@@ -314,13 +324,16 @@ void VxIsosurface::updatePortThreshold()
 {
     if (VxApplication::instance()->getPreferences().simplifiedRenderingDuringInteraction) {
         portThreshold.setItemToolTip(
-            0, tr("<i>Simplified rendering during interaction</i> option is <b>on</b>.<BR>                             "
-                  "           Automatic downsampling is done when auto-refresh is checked.<BR>                      "
+            0, tr("<i>Simplified rendering during interaction</i> option is <b>on</b>.<BR>                   "
+                  "          "
+                  "           Automatic downsampling is done when auto-refresh is checked.<BR>               "
+                  "       "
                   "                  Can be switched off in the Tab Rendering of the Preferences dialog."));
         portThreshold.setInteractiveTracking(true, true);
     } else {
         portThreshold.setItemToolTip(
-            0, tr("<i>Simplified rendering during interaction</i> option is <b>off</b>.<BR>                            "
+            0, tr("<i>Simplified rendering during interaction</i> option is <b>off</b>.<BR>                  "
+                  "          "
                   "            Can be switched on in the Tab Rendering of the Preferences dialog."));
         portThreshold.setInteractiveTracking(false, false);
     }

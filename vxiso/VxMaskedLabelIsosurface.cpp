@@ -19,7 +19,8 @@ QString tr(const char* text)
 } // namespace
 
 VxMaskedLabelIsosurface::VxMaskedLabelIsosurface()
-    : portMask(this, tr("Mask"), "mask"), portMaskRestrictionType(this, tr("Mask Restriction Type"), "maskRestrictionType", 2)
+    : portMask(this, tr("Mask"), "mask"),
+      portMaskRestrictionType(this, tr("Mask Restriction Type"), "maskRestrictionType", 2)
 {
     portMask.addType(VxUniformLabelField3::getClassTypeId());
     portMask.setOptional(true);
@@ -27,9 +28,11 @@ VxMaskedLabelIsosurface::VxMaskedLabelIsosurface()
     portMaskRestrictionType.setLabel(1, tr("relaxed"));
     portMaskRestrictionType.setIndex(0);
     portMaskRestrictionType.setToolTip(tr(
-        "<html>Isosurface computation is restricted inside selected input masks.This restriction can be of two "
+        "<html>Isosurface computation is restricted inside selected input masks.This restriction can be of "
+        "two "
         "types:<ul>  <li><b>strict</b> only triangles that completely fit inside the region are kept</li>  "
-        "<li><b>relaxed</b> all triangles that partially fit inside the region are also kept</li></ul><b>warning: "
+        "<li><b>relaxed</b> all triangles that partially fit inside the region are also "
+        "kept</li></ul><b>warning: "
         "this setting applies to all the masked isosurfaces of Volume Rendering Settings module</b></html>"));
     portMaskRestrictionType.hide();
     portColormap().setSourceCheck(&VxMaskedLabelIsosurface::sourceCheckColorMap, this);
@@ -60,7 +63,7 @@ int VxMaskedLabelIsosurface::sourceCheckColorMap(void* userData, VxObject* candi
 }
 
 void VxMaskedLabelIsosurface::extractIsoSurfaceFromRegField3(const VxRegScalarField3* field,
-                                                              VxIsosurfaceExtractor& extractor)
+                                                             VxIsosurfaceExtractor& extractor)
 {
     auto* maskField = vxconnection_cast<VxUniformLabelField3>(portMask);
     VxLabelLattice3* mask = maskField ? &maskField->lattice() : nullptr;
@@ -84,16 +87,23 @@ void VxMaskedLabelIsosurface::extractIsoSurfaceFromRegField3(const VxRegScalarFi
     extractor.compute(vxiso::filter::LabelIsoSurfaceFilter(*field, mask));
 }
 
-std::unique_ptr<VxLabelLattice3> VxMaskedLabelIsosurface::maskOfResampledField(const VxLabelLattice3& mask,
-                                                                                const VxRegScalarField3& field) const
+std::unique_ptr<VxLabelLattice3>
+VxMaskedLabelIsosurface::maskOfResampledField(const VxLabelLattice3& mask,
+                                              const VxRegScalarField3& field) const
 {
     const KxDim3l& m = mask.getDims();
     const KxDim3l& d = field.getDims();
     const int f[3] = {getResampleFactor(0), getResampleFactor(1), getResampleFactor(2)};
     // A mask of other dimensions than the field's would be read out of bounds: refuse it.
     if (&field != getResampledField() || d.nx * f[0] > m.nx || d.ny * f[1] > m.ny || d.nz * f[2] > m.nz)
-        throw KxException(QString("the mask has %1 x %2 x %3 nodes but the field has %4 x %5 x %6; they must match")
-                              .arg(m.nx).arg(m.ny).arg(m.nz).arg(d.nx).arg(d.ny).arg(d.nz));
+        throw KxException(
+            QString("the mask has %1 x %2 x %3 nodes but the field has %4 x %5 x %6; they must match")
+                .arg(m.nx)
+                .arg(m.ny)
+                .arg(m.nz)
+                .arg(d.nx)
+                .arg(d.ny)
+                .arg(d.nz));
     // A node of the averaged copy lies inside when any node it averages does.
     auto low = std::make_unique<VxLabelLattice3>(d, KxPrimType::UINT8);
     auto* out = static_cast<unsigned char*>(low->getLabels(0));

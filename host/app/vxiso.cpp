@@ -109,8 +109,8 @@ struct Options
     bool blocks = false; // volumeFile is a multi-block description
     long long label = 0, maskLabel = 0;
     int downsample[3] = {0, 0, 0}; // 0: not asked for
-    long long cores = 0; // 0: all cores
-    bool describesRaw = false; // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
+    long long cores = 0;           // 0: all cores
+    bool describesRaw = false;     // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
     int size = 0;
     double threshold = 0;
 };
@@ -160,10 +160,11 @@ Options parseOptions(Args& args, bool surface)
     while (!args.done()) {
         const std::string a = args.next();
         const bool surfaceOnly = a == "-t" || a == "--threshold" || a == "-o" || a == "--output" ||
-                                 a == "--compactify" || a == "--cores" || a == "--verbose" || a == "--ascii" ||
-                                 a == "--label" || a == "--pad" || a == "--mask" || a == "--mask-label" ||
-                                 a == "--relaxed" || a == "--downsample";
-        if (surfaceOnly && !surface) throw UsageError{"option " + a + " belongs to 'vxiso surface', not 'vxiso info'"};
+                                 a == "--compactify" || a == "--cores" || a == "--verbose" ||
+                                 a == "--ascii" || a == "--label" || a == "--pad" || a == "--mask" ||
+                                 a == "--mask-label" || a == "--relaxed" || a == "--downsample";
+        if (surfaceOnly && !surface)
+            throw UsageError{"option " + a + " belongs to 'vxiso surface', not 'vxiso info'"};
         if (a == "-t" || a == "--threshold") {
             o.threshold = args.number(a);
             o.haveThreshold = true;
@@ -194,7 +195,8 @@ Options parseOptions(Args& args, bool surface)
             for (int& f : o.downsample) {
                 const long long v = args.integer(a);
                 if (v < 1 || v > std::numeric_limits<int>::max())
-                    throw UsageError{"--downsample takes three factors of 1 or more, not " + std::to_string(v)};
+                    throw UsageError{"--downsample takes three factors of 1 or more, not " +
+                                     std::to_string(v)};
                 f = int(v);
             }
         } else if (a == "--cores") {
@@ -245,7 +247,8 @@ Options parseOptions(Args& args, bool surface)
     if (positional.size() == 1) {
         if (!o.rawFile.empty()) throw UsageError{"give the input either as INPUT or with --raw, not both"};
         o.blocks = VxBlockReader::isBlockPath(QString::fromStdString(positional[0]));
-        if (o.blocks || VxVolumeReader::formatForPath(QString::fromStdString(positional[0])) != VxVolumeReader::UNKNOWN)
+        if (o.blocks ||
+            VxVolumeReader::formatForPath(QString::fromStdString(positional[0])) != VxVolumeReader::UNKNOWN)
             o.volumeFile = positional[0];
         else
             o.rawFile = positional[0];
@@ -254,25 +257,35 @@ Options parseOptions(Args& args, bool surface)
     if (!o.volumeFile.empty()) {
         if (!o.fieldName.empty()) throw UsageError{"give either a volume file or --field, not both"};
         if (o.describesRaw)
-            throw UsageError{"--dims, --type, --spacing, --origin, --offset and --swap-bytes describe raw files; "
-                             "the file '" + o.volumeFile + "' carries its own description"};
+            throw UsageError{
+                "--dims, --type, --spacing, --origin, --offset and --swap-bytes describe raw files; "
+                "the file '" +
+                o.volumeFile + "' carries its own description"};
     } else if (o.rawFile.empty() == o.fieldName.empty()) {
-        throw UsageError{o.rawFile.empty() ? "no input: give a volume file, --raw FILE ... or --field NAME --size N"
-                                           : "give either a raw file or --field, not both"};
+        throw UsageError{o.rawFile.empty()
+                             ? "no input: give a volume file, --raw FILE ... or --field NAME --size N"
+                             : "give either a raw file or --field, not both"};
     }
     if (!o.rawFile.empty() && (!o.haveDims || !o.haveType))
         throw UsageError{"a raw file needs --dims NX NY NZ and --type TYPE"};
     if (!o.fieldName.empty() && o.size == 0) throw UsageError{"--field needs --size N"};
-    if (o.labels && !o.fieldName.empty()) throw UsageError{"built-in fields hold no labels; --labels needs a file"};
-    if (o.haveLabel && !o.labels) throw UsageError{"--label N chooses a label of a label volume; add --labels"};
+    if (o.labels && !o.fieldName.empty())
+        throw UsageError{"built-in fields hold no labels; --labels needs a file"};
+    if (o.haveLabel && !o.labels)
+        throw UsageError{"--label N chooses a label of a label volume; add --labels"};
     if (o.blocks) {
-        const char* option = o.labels ? "--labels" : !o.maskFile.empty() ? "--mask" : o.pad ? "--pad"
-                             : o.downsample[0] ? "--downsample" : o.raw.hasUndefined ? "--undefined" : nullptr;
+        const char* option = o.labels              ? "--labels"
+                             : !o.maskFile.empty() ? "--mask"
+                             : o.pad               ? "--pad"
+                             : o.downsample[0]     ? "--downsample"
+                             : o.raw.hasUndefined  ? "--undefined"
+                                                   : nullptr;
         if (option) throw UsageError{std::string(option) + " does not apply to a multi-block field"};
     }
     if (!surface) return o;
     if (o.labels && o.haveThreshold)
-        throw UsageError{"with --labels the surface follows label borders: choose a label with --label N, not -t"};
+        throw UsageError{
+            "with --labels the surface follows label borders: choose a label with --label N, not -t"};
     if (!o.labels && !o.haveThreshold) throw UsageError{"no threshold: give -t VALUE"};
     if (o.maskFile.empty() && (o.relaxed || o.haveMaskLabel))
         throw UsageError{std::string(o.relaxed ? "--relaxed" : "--mask-label") + " belongs to --mask LABELS"};
@@ -293,9 +306,11 @@ void checkWritable(const std::string& path)
     const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
     struct stat st;
     if (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        throw KxException(QString("cannot write %1: no directory %2").arg(QString::fromStdString(path), QString::fromStdString(dir)));
+        throw KxException(QString("cannot write %1: no directory %2")
+                              .arg(QString::fromStdString(path), QString::fromStdString(dir)));
     if (::access(dir.c_str(), W_OK) != 0)
-        throw KxException(QString("cannot write %1: %2").arg(QString::fromStdString(path), std::strerror(errno)));
+        throw KxException(
+            QString("cannot write %1: %2").arg(QString::fromStdString(path), std::strerror(errno)));
     if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
         throw KxException(QString("cannot write %1: it is a directory").arg(QString::fromStdString(path)));
 }
@@ -305,11 +320,14 @@ void warnAboutFile(const Options& o, const VxVolumeInfo& info, const VxSpatialDa
 {
     const QString file = QString::fromStdString(o.volumeFile);
     if (info.nifti.hasScaling() && !o.labels)
-        std::fprintf(stderr, "vxiso: warning: %s: %s; -t %g is compared with stored values (physical %g is stored %g)\n",
-                     qPrintable(file), qPrintable(info.nifti.scaling()), o.threshold, o.threshold,
-                     info.nifti.toStored(o.threshold));
+        std::fprintf(
+            stderr,
+            "vxiso: warning: %s: %s; -t %g is compared with stored values (physical %g is stored %g)\n",
+            qPrintable(file), qPrintable(info.nifti.scaling()), o.threshold, o.threshold,
+            info.nifti.toStored(o.threshold));
     if (data.getTransform(true))
-        std::fprintf(stderr, "vxiso: warning: %s: the header rotates or mirrors the volume; the mesh is written in "
+        std::fprintf(stderr,
+                     "vxiso: warning: %s: the header rotates or mirrors the volume; the mesh is written in "
                      "the volume's own axes, from the first voxel's world position\n",
                      qPrintable(file));
 }
@@ -394,14 +412,21 @@ KxHandle<VxUniformLabelField3> regionMask(const Options& o, const VxRegScalarFie
     const KxDim3l& d = labels.getDims();
     const KxDim3l& v = volume.getDims();
     if (!(d == v))
-        throw KxException(QString("%1: the mask has %2 x %3 x %4 voxels but the volume has %5 x %6 x %7; they must match")
-                              .arg(QString::fromStdString(o.maskFile))
-                              .arg(d.nx).arg(d.ny).arg(d.nz).arg(v.nx).arg(v.ny).arg(v.nz));
+        throw KxException(
+            QString("%1: the mask has %2 x %3 x %4 voxels but the volume has %5 x %6 x %7; they must match")
+                .arg(QString::fromStdString(o.maskFile))
+                .arg(d.nx)
+                .arg(d.ny)
+                .arg(d.nz)
+                .arg(v.nx)
+                .arg(v.ny)
+                .arg(v.nz));
     const int64_t pad = o.pad ? 1 : 0;
     auto* mask = new VxUniformLabelField3(KxDim3l(d.nx + 2 * pad, d.ny + 2 * pad, d.nz + 2 * pad));
     KxHandle<VxUniformLabelField3> keep(mask);
     const long long* chosen = o.haveMaskLabel ? &o.maskLabel : nullptr;
-    if (chooseLabels(labels.lattice(), chosen, pad, static_cast<unsigned char*>(mask->lattice().getLabels(0))) == 0)
+    if (chooseLabels(labels.lattice(), chosen, pad,
+                     static_cast<unsigned char*>(mask->lattice().getLabels(0))) == 0)
         throw KxException(noVoxelChosen(o.maskFile, chosen));
     mask->setBoundingBox(grownBox(volume.getBoundingBox(), v, pad));
     return keep;
@@ -413,7 +438,8 @@ KxHandle<VxUniformLabelField3> regionMask(const Options& o, const VxRegScalarFie
 KxHandle<VxRegScalarField3> padded(const VxRegScalarField3& field, double iso)
 {
     if (field.coordType() != VX_COORD_UNIFORM)
-        throw UsageError{"--pad needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
+        throw UsageError{
+            "--pad needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
     const KxDim3l d = field.getDims();
     const KxDim3l p(d.nx + 2, d.ny + 2, d.nz + 2);
     auto* out = new VxUniformScalarField3(p, field.primType());
@@ -422,7 +448,8 @@ KxHandle<VxRegScalarField3> padded(const VxRegScalarField3& field, double iso)
     field.getRange(lo, hi);
     kxDispatchPrimType(field.primType(), out->lattice().dataPtr(), [&](auto* o) {
         using T = std::remove_pointer_t<decltype(o)>;
-        const T border = std::is_floating_point<T>::value ? T(std::min(lo, iso) - 1) : std::numeric_limits<T>::lowest();
+        const T border =
+            std::is_floating_point<T>::value ? T(std::min(lo, iso) - 1) : std::numeric_limits<T>::lowest();
         std::fill(o, o + p.count(), border);
         const T* in = static_cast<const T*>(field.lattice().dataPtr());
         for (int64_t k = 0; k < d.nz; ++k)
@@ -472,7 +499,10 @@ public:
         object->setLabel(name);
         VxApplication::instance()->objectPool()->addObject(object, false);
     }
-    VxObject* find(const QString& name) const { return VxApplication::instance()->objectPool()->findObject(name); }
+    VxObject* find(const QString& name) const
+    {
+        return VxApplication::instance()->objectPool()->findObject(name);
+    }
 
     // One command of the host's language; the words are quoted as Tcl needs.
     QString run(const QStringList& words)
@@ -519,8 +549,9 @@ void noteClampedFactors(Host& host, const Options& o)
     if (!factors) return;
     for (int i = 0; i < 3; ++i)
         if (factors->getValue(i) != o.downsample[i])
-            std::fprintf(stderr, "vxiso: note: --downsample %d on %c is more than half the axis; the module used %d\n",
-                         o.downsample[i], "xyz"[i], factors->getValue(i));
+            std::fprintf(
+                stderr, "vxiso: note: --downsample %d on %c is more than half the axis; the module used %d\n",
+                o.downsample[i], "xyz"[i], factors -> getValue(i));
 }
 
 void warnOutsideRange(const VxSpatialData& data, double threshold)
@@ -528,12 +559,14 @@ void warnOutsideRange(const VxSpatialData& data, double threshold)
     double lo = 0, hi = 0;
     if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data)) {
         if (!blocks->getRange(lo, hi)) return;
-    } else if (!static_cast<const VxRegScalarField3&>(data).getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) {
+    } else if (!static_cast<const VxRegScalarField3&>(data).getRange(
+                   lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) {
         return;
     }
     if (float(threshold) < float(lo) || float(threshold) > float(hi))
-        std::fprintf(stderr, "vxiso: warning: -t %.10g lies outside the values %.10g to %.10g; the surface is empty\n",
-                     threshold, lo, hi);
+        std::fprintf(
+            stderr, "vxiso: warning: -t %.10g lies outside the values %.10g to %.10g; the surface is empty\n",
+            threshold, lo, hi);
 }
 
 // What the module reads: the field (the chosen labels' wrap with --labels, padded with --pad) or
@@ -558,7 +591,8 @@ ModuleInputs prepareInputs(Options& o, const KxHandle<VxSpatialData>& data)
     if (!o.maskFile.empty()) in.mask = regionMask(o, *field);
     if (o.pad) field = padded(*field, o.threshold);
     if (o.downsample[0] && field->coordType() != VX_COORD_UNIFORM)
-        throw UsageError{"--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
+        throw UsageError{
+            "--downsample needs a volume on uniform coordinates, not a rectilinear or curvilinear grid"};
     in.data = field.get();
     return in;
 }
@@ -580,7 +614,8 @@ void setUpModule(Host& host, const Options& o, const ModuleInputs& in)
     if (o.downsample[0]) {
         host.run({"isosurface", "downSampleOnOff", "setValue", "1"});
         for (int i = 0; i < 3; ++i)
-            host.run({"isosurface", "resolution", "setValue", QString::number(i), QString::number(o.downsample[i])});
+            host.run({"isosurface", "resolution", "setValue", QString::number(i),
+                      QString::number(o.downsample[i])});
     }
 }
 
@@ -591,8 +626,8 @@ void printRun(const Options& o, const VxExtractionReport::Figures& run)
     if (o.blocks)
         std::printf("extracted from: %zu blocks, one after the other\n", run.slabs);
     else
-        std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx, (long long)run.nodes.ny,
-                    (long long)run.nodes.nz);
+        std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx,
+                    (long long)run.nodes.ny, (long long)run.nodes.nz);
     const int axis = run.splitAxis;
     std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
     if (!o.blocks) std::printf("slabs: %zu\n", run.slabs);
@@ -612,7 +647,8 @@ int runSurface(Args& args)
     // The engine lets the scheduler pick its threads; the command line caps them.
     std::unique_ptr<tbb::global_control> cap;
     if (o.cores > 1)
-        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism, std::size_t(o.cores));
+        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
+                                                    std::size_t(o.cores));
 
     Host host;
     setUpModule(host, o, inputs);
@@ -621,13 +657,15 @@ int runSurface(Args& args)
     host.run({"isosurface", "doIt", "hit"});
     host.run({"isosurface", "fire"});
     const QString output = QString::fromStdString(o.output);
-    if (app->progress()->wasInterrupted()) throw KxException(QString("interrupted; %1 was not written").arg(output));
+    if (app->progress()->wasInterrupted())
+        throw KxException(QString("interrupted; %1 was not written").arg(output));
     if (app->message()->errors().size() > errors)
         throw KxException(QString("the isosurface module failed (above); %1 was not written").arg(output));
     if (o.downsample[0]) noteClampedFactors(host, o);
     const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
     printRun(o, report ? report->lastExtraction() : VxExtractionReport::Figures());
-    host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""), output});
+    host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""),
+              output});
     std::fflush(stdout);
     return 0;
 }
@@ -662,7 +700,8 @@ void printTransform(const VxSpatialData& data)
     // Rows as the axes of the volume in world space, then the shift.
     std::printf("transform: rotates or mirrors the axes about the first node:\n");
     for (int r = 0; r < 4; ++r)
-        std::printf("  %s %s %s\n", number(m[r][0]).c_str(), number(m[r][1]).c_str(), number(m[r][2]).c_str());
+        std::printf("  %s %s %s\n", number(m[r][0]).c_str(), number(m[r][1]).c_str(),
+                    number(m[r][2]).c_str());
 }
 
 const char* coordinateKind(const VxCoord3* coords)
@@ -684,7 +723,8 @@ void printGeometry(const VxSpatialData& data, const KxDim3l& d, const VxCoord3* 
         std::printf("spacing: varies (%s coordinates)\n", kind);
     std::printf("origin: %s\n", triple(coords ? coords->pos(0, 0, 0) : box.getMin()).c_str());
     std::printf("bounding box: %s %s %s %s %s %s\n", number(box.xmin).c_str(), number(box.xmax).c_str(),
-                number(box.ymin).c_str(), number(box.ymax).c_str(), number(box.zmin).c_str(), number(box.zmax).c_str());
+                number(box.ymin).c_str(), number(box.ymax).c_str(), number(box.zmin).c_str(),
+                number(box.zmax).c_str());
     printTransform(data);
 }
 
@@ -693,7 +733,9 @@ int runInfo(Args& args)
     const Options o = parseOptions(args, false);
     VxVolumeInfo info;
     KxHandle<VxSpatialData> data = readData(o, info);
-    const std::string name = !o.fieldName.empty() ? o.fieldName : !o.volumeFile.empty() ? o.volumeFile : o.rawFile;
+    const std::string name = !o.fieldName.empty()    ? o.fieldName
+                             : !o.volumeFile.empty() ? o.volumeFile
+                                                     : o.rawFile;
     std::printf("file: %s\n", name.c_str());
     std::printf("format: %s\n", qPrintable(info.format));
     if (auto* labels = kx_type_cast<VxUniformLabelField3>(data.get())) {
@@ -702,7 +744,8 @@ int runInfo(Args& args)
         std::printf("type: %s labels\n", lattice.primType().name());
         std::set<float> distinct;
         for (int64_t i = 0; i < labels->getDims().count(); ++i) distinct.insert(lattice.labelAt(i));
-        std::printf("label range: %s %s\n", number(*distinct.begin()).c_str(), number(*distinct.rbegin()).c_str());
+        std::printf("label range: %s %s\n", number(*distinct.begin()).c_str(),
+                    number(*distinct.rbegin()).c_str());
         std::printf("labels: %zu besides the background 0\n", distinct.size() - distinct.count(0.f));
         std::printf("undefined value: none\n");
     } else if (auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(data.get())) {
@@ -711,10 +754,11 @@ int runInfo(Args& args)
             const VxRegScalarField3& field = *blocks->getField(b);
             const KxDim3l& d = field.getDims();
             const KxBox3f box = field.getBoundingBox();
-            std::printf("block %d: %lld x %lld x %lld %s, %s coordinates, box %s %s %s %s %s %s\n", b, (long long)d.nx,
-                        (long long)d.ny, (long long)d.nz, field.primType().name(), coordinateKind(field.lattice().coords()),
-                        number(box.xmin).c_str(), number(box.xmax).c_str(), number(box.ymin).c_str(),
-                        number(box.ymax).c_str(), number(box.zmin).c_str(), number(box.zmax).c_str());
+            std::printf("block %d: %lld x %lld x %lld %s, %s coordinates, box %s %s %s %s %s %s\n", b,
+                        (long long)d.nx, (long long)d.ny, (long long)d.nz, field.primType().name(),
+                        coordinateKind(field.lattice().coords()), number(box.xmin).c_str(),
+                        number(box.xmax).c_str(), number(box.ymin).c_str(), number(box.ymax).c_str(),
+                        number(box.zmin).c_str(), number(box.zmax).c_str());
         }
         double lo = 0, hi = 0;
         if (blocks->getRange(lo, hi))

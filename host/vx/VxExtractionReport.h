@@ -11,10 +11,10 @@ class VxExtractionReport
 public:
     struct Figures
     {
-        int splitAxis = -1;     // 0, 1, 2 for x, y, z; -1 when the run was sequential
-        std::size_t slabs = 0;  // pieces the volume was cut into (1 when sequential)
-        double seconds = 0;     // the extraction alone, without reading or resampling
-        KxDim3l nodes;          // of the field extracted from: fewer than the data's when down-sampled
+        int splitAxis = -1;    // 0, 1, 2 for x, y, z; -1 when the run was sequential
+        std::size_t slabs = 0; // pieces the volume was cut into (1 when sequential)
+        double seconds = 0;    // the extraction alone, without reading or resampling
+        KxDim3l nodes;         // of the field extracted from: fewer than the data's when down-sampled
     };
 
     virtual ~VxExtractionReport();

@@ -60,7 +60,10 @@ protected:
         r.err = slurp(err);
         return r;
     }
-    CommandResult vxiso(const std::string& args) const { return shell(std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + args); }
+    CommandResult vxiso(const std::string& args) const
+    {
+        return shell(std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + args);
+    }
     // Runs vxhost on a script in the test's folder.
     CommandResult vxhostScript(const std::string& script, const std::string& args = "") const
     {
@@ -75,7 +78,8 @@ protected:
         for (int k = 0; k < nz; ++k)
             for (int j = 0; j < ny; ++j)
                 for (int i = 0; i < nx; ++i)
-                    v.push_back(float(5.3 - std::sqrt((i - 7.2) * (i - 7.2) + (j - 6.9) * (j - 6.9) + (k - 6.4) * (k - 6.4))));
+                    v.push_back(float(5.3 - std::sqrt((i - 7.2) * (i - 7.2) + (j - 6.9) * (j - 6.9) +
+                                                      (k - 6.4) * (k - 6.4))));
         const std::string p = path("sphere.raw");
         FILE* f = std::fopen(p.c_str(), "wb");
         std::fwrite(v.data(), sizeof(float), v.size(), f);
@@ -85,8 +89,7 @@ protected:
 
     // The sphere as s.nrrd (0.5 2 1 apart) and a label volume m.nrrd on the same nodes: label(n) on
     // the nodes with x < 7, background elsewhere. Returns the labels.
-    template <class Label>
-    std::string writeSphereAndMask(Label label) const
+    template <class Label> std::string writeSphereAndMask(Label label) const
     {
         std::ofstream(path("s.nrrd"), std::ios::binary)
             << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: little\n"
@@ -95,7 +98,8 @@ protected:
         std::string labels(15 * 14 * 13, '\0');
         for (std::size_t n = 0; n < labels.size(); ++n) labels[n] = char(n % 15 < 7 ? label(n) : 0);
         std::ofstream(path("m.nrrd"), std::ios::binary)
-            << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nspacings: 0.5 2 1\n\n" << labels;
+            << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nspacings: 0.5 2 1\n\n"
+            << labels;
         return labels;
     }
 
@@ -146,17 +150,20 @@ TEST_F(VxisoCommand, BuiltinFieldPrintsTheTriangleCountItWrites)
 TEST_F(VxisoCommand, CompactifyPrintsThePercentageRemoved)
 {
     const CommandResult plain = vxiso("surface --field sphere --size 40 -t 0 -o " + path("a.ply"));
-    const CommandResult compact = vxiso("surface --field sphere --size 40 -t 0 --compactify -o " + path("b.ply"));
+    const CommandResult compact =
+        vxiso("surface --field sphere --size 40 -t 0 --compactify -o " + path("b.ply"));
     ASSERT_EQ(compact.status, 0) << compact.err;
     std::smatch a, b;
     ASSERT_TRUE(std::regex_search(plain.out, a, std::regex("contains (\\d+) triangles")));
-    ASSERT_TRUE(std::regex_search(compact.out, b,
-                                  std::regex("^Isosurface contains (\\d+) triangles \\(([0-9]+\\.[0-9]{2})% less\\)\n")));
+    ASSERT_TRUE(std::regex_search(
+        compact.out, b,
+        std::regex("^Isosurface contains (\\d+) triangles \\(([0-9]+\\.[0-9]{2})% less\\)\n")));
     const double total = std::stod(a[1]), kept = std::stod(b[1]);
     EXPECT_NEAR(std::stod(b[2]), 100.0 * (total - kept) / total, 0.006);
 
     // An empty result prints the plain zero line.
-    const CommandResult none = vxiso("surface --field sphere --size 20 -t 5 --compactify -o " + path("c.ply"));
+    const CommandResult none =
+        vxiso("surface --field sphere --size 20 -t 5 --compactify -o " + path("c.ply"));
     EXPECT_EQ(none.status, 0);
     EXPECT_EQ(none.out.substr(0, none.out.find('\n') + 1), "Isosurface contains 0 triangles\n");
 }
@@ -164,8 +171,9 @@ TEST_F(VxisoCommand, CompactifyPrintsThePercentageRemoved)
 TEST_F(VxisoCommand, RawVolumeHonoursSpacingAndOrigin)
 {
     const std::string raw = writeSphereRaw(15, 14, 13);
-    const CommandResult r = vxiso("surface --raw " + raw +
-                        " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " + path("s.ply"));
+    const CommandResult r =
+        vxiso("surface --raw " + raw +
+              " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " + path("s.ply"));
     ASSERT_EQ(r.status, 0) << r.err;
     std::size_t nv = 0, nf = 0;
     std::vector<float> xyz;
@@ -183,7 +191,6 @@ TEST_F(VxisoCommand, RawVolumeHonoursSpacingAndOrigin)
         EXPECT_NEAR(lo[c], origin[c] + (centre[c] - 5.3) * spacing[c], 0.3 * spacing[c]);
         EXPECT_NEAR(hi[c], origin[c] + (centre[c] + 5.3) * spacing[c], 0.3 * spacing[c]);
     }
-
 }
 
 TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
@@ -194,8 +201,10 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
     {
         std::string args, message;
     } cases[] = {
-        {"--raw " + path("missing.raw") + " --dims 4 4 4 --type uint8 -t 1", "missing.raw: No such file or directory"},
-        {"--raw " + raw + " --dims 15 14 14 --type float32 -t 0", "file holds 10920 bytes, but 15x14x14 float32"},
+        {"--raw " + path("missing.raw") + " --dims 4 4 4 --type uint8 -t 1",
+         "missing.raw: No such file or directory"},
+        {"--raw " + raw + " --dims 15 14 14 --type float32 -t 0",
+         "file holds 10920 bytes, but 15x14x14 float32"},
         {"--raw " + raw + " --dims 15 14 13 --type complex -t 0", "unknown value type 'complex'"},
         {"--raw " + raw + " --dims 15 14 13 --type float32 -t nan", "-t must be a finite number, not 'nan'"},
         {"--raw " + raw + " --dims 15 0 13 --type float32 -t 0", "dimensions must be positive"},
@@ -203,7 +212,8 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
         {"--field sphere -t 0", "--field needs --size N"},
         {"--raw " + raw + " --dims 15 14 13 --type float32", "no threshold"},
         {"--field sphere --size 8 -t 0 --compactify --snap 0.3", "--snap is gone"},
-        {"--field sphere --size 8 -t 0 --downsample 2 0 2", "--downsample takes three factors of 1 or more, not 0"},
+        {"--field sphere --size 8 -t 0 --downsample 2 0 2",
+         "--downsample takes three factors of 1 or more, not 0"},
     };
     for (const Case& c : cases) {
         const CommandResult r = vxiso("surface " + c.args + " -o " + out);
@@ -214,7 +224,8 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
         EXPECT_FALSE(exists(out)) << c.args;
     }
 
-    const CommandResult unwritable = vxiso("surface --field sphere --size 8 -t 0 -o " + path("no/such/dir.ply"));
+    const CommandResult unwritable =
+        vxiso("surface --field sphere --size 8 -t 0 -o " + path("no/such/dir.ply"));
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(lines(unwritable.err), 1);
     EXPECT_NE(unwritable.err.find("cannot write"), std::string::npos);
@@ -234,12 +245,16 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
 
 TEST_F(VxisoCommand, CoresAndVerboseReportTheEngineRun)
 {
-    const CommandResult seq = vxiso("surface --field gyroid --size 80 -t 0 --cores 1 --verbose -o " + path("s.ply"));
-    const CommandResult par = vxiso("surface --field gyroid --size 80 -t 0 --cores 2 --verbose -o " + path("p.ply"));
+    const CommandResult seq =
+        vxiso("surface --field gyroid --size 80 -t 0 --cores 1 --verbose -o " + path("s.ply"));
+    const CommandResult par =
+        vxiso("surface --field gyroid --size 80 -t 0 --cores 2 --verbose -o " + path("p.ply"));
     ASSERT_EQ(seq.status, 0) << seq.err;
     ASSERT_EQ(par.status, 0) << par.err;
-    EXPECT_TRUE(std::regex_search(seq.out, std::regex("\nsplit axis: none \\(sequential\\)\nslabs: 1\nengine time: [0-9.]+ ms\n")));
-    EXPECT_TRUE(std::regex_search(par.out, std::regex("\nsplit axis: x\nslabs: [0-9]+\nengine time: [0-9.]+ ms\n")));
+    EXPECT_TRUE(std::regex_search(
+        seq.out, std::regex("\nsplit axis: none \\(sequential\\)\nslabs: 1\nengine time: [0-9.]+ ms\n")));
+    EXPECT_TRUE(
+        std::regex_search(par.out, std::regex("\nsplit axis: x\nslabs: [0-9]+\nengine time: [0-9.]+ ms\n")));
     // Same surface: the same triangle count line, and files of the same size.
     EXPECT_EQ(seq.out.substr(0, seq.out.find('\n')), par.out.substr(0, par.out.find('\n')));
     EXPECT_EQ(slurp(path("s.ply")).size(), slurp(path("p.ply")).size());
@@ -252,11 +267,13 @@ TEST_F(VxisoCommand, CoresAndVerboseReportTheEngineRun)
 
 TEST_F(VxisoCommand, TerminalShowsAProgressBarOnStderr)
 {
-    if (std::system("command -v script >/dev/null 2>&1") != 0) GTEST_SKIP() << "no 'script' to fake a terminal";
+    if (std::system("command -v script >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no 'script' to fake a terminal";
     // script gives the command a terminal and copies what it writes there to the log.
     const std::string log = path("tty.log");
-    const std::string cmd = "script -qec '" + std::string(VXISO_BINARY_DIR) + "/bin/vxiso surface --field torus --size 40 -t 0 -o " +
-                            path("t.ply") + "' " + log + " >/dev/null 2>&1";
+    const std::string cmd = "script -qec '" + std::string(VXISO_BINARY_DIR) +
+                            "/bin/vxiso surface --field torus --size 40 -t 0 -o " + path("t.ply") + "' " +
+                            log + " >/dev/null 2>&1";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     const std::string shown = slurp(log);
     EXPECT_NE(shown.find("Computing Isosurface... ["), std::string::npos) << shown;
@@ -309,15 +326,15 @@ TEST_F(VxisoCommand, NiftiInputMatchesTheSameRawVolume)
     const std::string raw = writeSphereRaw(15, 14, 13);
     const std::string values = slurp(raw);
     const float spacing[3] = {0.5f, 2.f, 1.f}, origin[3] = {10.f, -4.f, 3.f};
-    std::ofstream(path("s.nii"), std::ios::binary) << niftiHeader(15, 14, 13, spacing, origin, false)
-                                                   << std::string(4, '\0') << values;
+    std::ofstream(path("s.nii"), std::ios::binary)
+        << niftiHeader(15, 14, 13, spacing, origin, false) << std::string(4, '\0') << values;
     std::ofstream(path("p.hdr"), std::ios::binary) << niftiHeader(15, 14, 13, spacing, origin, true);
     std::ofstream(path("p.img"), std::ios::binary) << values;
     ASSERT_EQ(std::system(("gzip -c " + path("s.nii") + " > " + path("s.nii.gz")).c_str()), 0);
 
-    const CommandResult byHand = vxiso("surface --raw " + raw +
-                                       " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " +
-                                       path("raw.ply"));
+    const CommandResult byHand = vxiso(
+        "surface --raw " + raw +
+        " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " + path("raw.ply"));
     ASSERT_EQ(byHand.status, 0) << byHand.err;
     std::size_t nv = 0, nf = 0;
     std::vector<float> xyz;
@@ -336,9 +353,10 @@ TEST_F(VxisoCommand, NiftiInputMatchesTheSameRawVolume)
         << niftiHeader(15, 14, 13, spacing, origin, false, 2.f, 1.f) << std::string(4, '\0') << values;
     const CommandResult scaled = vxiso("surface " + path("scaled.nii") + " -t 0 -o " + path("scaled.ply"));
     ASSERT_EQ(scaled.status, 0) << scaled.err;
-    EXPECT_EQ(scaled.err, "vxiso: warning: " + path("scaled.nii") +
-                              ": values are stored unscaled: physical value = 2 * stored + 1; -t 0 is compared "
-                              "with stored values (physical 0 is stored -0.5)\n");
+    EXPECT_EQ(scaled.err,
+              "vxiso: warning: " + path("scaled.nii") +
+                  ": values are stored unscaled: physical value = 2 * stored + 1; -t 0 is compared "
+                  "with stored values (physical 0 is stored -0.5)\n");
     EXPECT_TRUE(slurp(path("scaled.ply")) == slurp(path("raw.ply")));
 }
 
@@ -346,17 +364,20 @@ TEST_F(VxisoCommand, BrokenNiftiGivesOneClearLine)
 {
     const std::string values = slurp(writeSphereRaw(15, 14, 13));
     const float spacing[3] = {1, 1, 1}, origin[3] = {0, 0, 0};
-    std::ofstream(path("s.nii"), std::ios::binary) << niftiHeader(15, 14, 13, spacing, origin, false)
-                                                   << std::string(4, '\0') << values;
-    ASSERT_EQ(std::system(("gzip -c " + path("s.nii") + " | head -c 3000 > " + path("cut.nii.gz")).c_str()), 0);
+    std::ofstream(path("s.nii"), std::ios::binary)
+        << niftiHeader(15, 14, 13, spacing, origin, false) << std::string(4, '\0') << values;
+    ASSERT_EQ(std::system(("gzip -c " + path("s.nii") + " | head -c 3000 > " + path("cut.nii.gz")).c_str()),
+              0);
     const CommandResult cut = vxiso("surface " + path("cut.nii.gz") + " -t 0 -o " + path("out.ply"));
     EXPECT_EQ(cut.status, 1);
     EXPECT_EQ(lines(cut.err), 1) << cut.err;
-    EXPECT_EQ(cut.err.rfind("vxiso: error: " + path("cut.nii.gz") + ": gzip stream ends after ", 0), 0u) << cut.err;
+    EXPECT_EQ(cut.err.rfind("vxiso: error: " + path("cut.nii.gz") + ": gzip stream ends after ", 0), 0u)
+        << cut.err;
     EXPECT_NE(cut.err.find("the file is truncated"), std::string::npos) << cut.err;
     EXPECT_FALSE(exists(path("out.ply")));
 
-    const CommandResult described = vxiso("surface " + path("s.nii") + " --dims 15 14 13 -t 0 -o " + path("out.ply"));
+    const CommandResult described =
+        vxiso("surface " + path("s.nii") + " --dims 15 14 13 -t 0 -o " + path("out.ply"));
     EXPECT_EQ(described.status, 2);
     EXPECT_EQ(lines(described.err), 1);
     EXPECT_NE(described.err.find("carries its own description"), std::string::npos) << described.err;
@@ -365,14 +386,16 @@ TEST_F(VxisoCommand, BrokenNiftiGivesOneClearLine)
 TEST_F(VxisoCommand, RealHeadScanGivesASurface)
 {
     const std::string ch2 = "/usr/share/mricron/templates/ch2.nii.gz";
-    if (!exists(ch2)) GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data); ch2 not tried";
+    if (!exists(ch2))
+        GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data); ch2 not tried";
     const CommandResult r = vxiso("surface " + ch2 + " -t 80 -o " + path("head.ply"));
     ASSERT_EQ(r.status, 0) << r.err;
     std::size_t nv = 0, nf = 0;
     std::vector<float> xyz;
     readPly(path("head.ply"), nv, nf, xyz);
     EXPECT_GT(nv, 100000u);
-    EXPECT_TRUE(std::regex_search(r.out, std::regex("^Isosurface contains " + std::to_string(nf) + " triangles\n")));
+    EXPECT_TRUE(
+        std::regex_search(r.out, std::regex("^Isosurface contains " + std::to_string(nf) + " triangles\n")));
     // The head lies inside the scan's box: first voxel at (-90, -125, -71), 1 mm apart.
     for (std::size_t v = 0; v < nv; ++v) {
         ASSERT_GE(xyz[3 * v], -90.f);
@@ -413,19 +436,24 @@ TEST_F(VxisoCommand, EveryVolumeFormatMatchesTheSameRawVolume)
     const std::string raw = writeSphereRaw(15, 14, 13);
     const std::string values = slurp(raw);
     std::string big = values;
-    for (std::size_t i = 0; i < big.size(); i += 4) std::reverse(big.begin() + long(i), big.begin() + long(i + 4));
+    for (std::size_t i = 0; i < big.size(); i += 4)
+        std::reverse(big.begin() + long(i), big.begin() + long(i + 4));
     std::ofstream(path("s.nrrd"), std::ios::binary)
         << "NRRD0004\ntype: float\ndimension: 3\nsizes: 15 14 13\nencoding: raw\nendian: big\n"
-           "space dimension: 3\nspace directions: (0.5,0,0) (0,2,0) (0,0,1)\nspace origin: (10,-4,3)\n\n" << big;
+           "space dimension: 3\nspace directions: (0.5,0,0) (0,2,0) (0,0,1)\nspace origin: (10,-4,3)\n\n"
+        << big;
     std::ofstream(path("s.mha"), std::ios::binary)
-        << "NDims = 3\nDimSize = 15 14 13\nElementType = MET_FLOAT\nElementSpacing = 0.5 2 1\nOffset = 10 -4 3\n"
-           "ElementDataFile = LOCAL\n" << values;
+        << "NDims = 3\nDimSize = 15 14 13\nElementType = MET_FLOAT\nElementSpacing = 0.5 2 1\nOffset = 10 -4 "
+           "3\n"
+           "ElementDataFile = LOCAL\n"
+        << values;
     std::ofstream(path("s.vtk"), std::ios::binary)
         << "# vtk DataFile Version 3.0\nsphere\nBINARY\nDATASET STRUCTURED_POINTS\nDIMENSIONS 15 14 13\n"
-           "SPACING 0.5 2 1\nORIGIN 10 -4 3\nPOINT_DATA 2730\nSCALARS v float 1\nLOOKUP_TABLE default\n" << big;
-    const CommandResult byHand = vxiso("surface --raw " + raw +
-                                       " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " +
-                                       path("raw.ply"));
+           "SPACING 0.5 2 1\nORIGIN 10 -4 3\nPOINT_DATA 2730\nSCALARS v float 1\nLOOKUP_TABLE default\n"
+        << big;
+    const CommandResult byHand = vxiso(
+        "surface --raw " + raw +
+        " --dims 15 14 13 --type float32 --spacing 0.5 2 1 --origin 10 -4 3 -t 0 -o " + path("raw.ply"));
     ASSERT_EQ(byHand.status, 0) << byHand.err;
     for (const char* input : {"s.nrrd", "s.mha", "s.vtk"}) {
         const CommandResult r = vxiso(std::string("surface ") + path(input) + " -t 0 -o " + path("n.ply"));
@@ -437,7 +465,8 @@ TEST_F(VxisoCommand, EveryVolumeFormatMatchesTheSameRawVolume)
     ASSERT_EQ(ascii.status, 0) << ascii.err;
     EXPECT_EQ(slurp(path("a.ply")).find("ply\nformat ascii 1.0\n"), 0u);
 
-    const CommandResult unknown = vxiso("surface " + path("s.dcm") + " --dims 1 1 1 --type uint8 -t 0 -o " + path("x.ply"));
+    const CommandResult unknown =
+        vxiso("surface " + path("s.dcm") + " --dims 1 1 1 --type uint8 -t 0 -o " + path("x.ply"));
     EXPECT_EQ(unknown.status, 1);
     EXPECT_NE(unknown.err.find("s.dcm: No such file or directory"), std::string::npos) << unknown.err;
 }
@@ -449,14 +478,18 @@ TEST_F(VxisoCommand, InfoPrintsWhatTheFileHolds)
            "axis mins: 10 -4 3\n\n-7 1 2 3 4 5 6 7 8 9 10 300\n";
     const CommandResult r = vxiso("info " + path("v.nrrd") + " --undefined 300");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "file: " + path("v.nrrd") + "\nformat: NRRD\ndimensions: 3 x 2 x 2\ncoordinates: uniform\n"
-                     "spacing: 0.5 2 1.25\norigin: 10 -4 3\nbounding box: 10 11 -4 -2 3 4.25\ntransform: none\n"
-                     "type: int16\nvalue range: -7 10\nundefined value: 300\n");
+    EXPECT_EQ(r.out,
+              "file: " + path("v.nrrd") +
+                  "\nformat: NRRD\ndimensions: 3 x 2 x 2\ncoordinates: uniform\n"
+                  "spacing: 0.5 2 1.25\norigin: 10 -4 3\nbounding box: 10 11 -4 -2 3 4.25\ntransform: none\n"
+                  "type: int16\nvalue range: -7 10\nundefined value: 300\n");
 
     const CommandResult labels = vxiso("info --labels " + path("v.nrrd"));
     ASSERT_EQ(labels.status, 0) << labels.err;
-    EXPECT_NE(labels.out.find("type: int32 labels\nlabel range: -7 300\nlabels: 12 besides the background 0\n"),
-              std::string::npos) << labels.out;
+    EXPECT_NE(
+        labels.out.find("type: int32 labels\nlabel range: -7 300\nlabels: 12 besides the background 0\n"),
+        std::string::npos)
+        << labels.out;
 
     const CommandResult wrong = vxiso("info " + path("v.nrrd") + " -t 3");
     EXPECT_EQ(wrong.status, 2);
@@ -471,12 +504,14 @@ TEST_F(VxisoCommand, LabelsWrapTheChosenLabel)
         for (int j = 2; j < 10; ++j)
             for (int i = 2; i < 10; ++i) labels[std::size_t((k * 12 + j) * 12 + i)] = char(i < 6 ? 1 : 2);
     std::ofstream(path("l.nrrd"), std::ios::binary)
-        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 12 12 12\nencoding: raw\n\n" << labels;
+        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 12 12 12\nencoding: raw\n\n"
+        << labels;
     std::size_t nv = 0, nf = 0, all = 0;
     std::vector<float> xyz;
     ASSERT_EQ(vxiso("surface --labels " + path("l.nrrd") + " -o " + path("all.ply")).status, 0);
     readPly(path("all.ply"), all, nf, xyz);
-    const CommandResult two = vxiso("surface --labels " + path("l.nrrd") + " --label 2 -o " + path("two.ply"));
+    const CommandResult two =
+        vxiso("surface --labels " + path("l.nrrd") + " --label 2 -o " + path("two.ply"));
     ASSERT_EQ(two.status, 0) << two.err;
     readPly(path("two.ply"), nv, nf, xyz);
     EXPECT_GT(nv, 0u);
@@ -510,9 +545,12 @@ TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
     std::vector<float> v;
     for (int k = 0; k < 12; ++k)
         for (int j = 0; j < 12; ++j)
-            for (int i = 0; i < 12; ++i) v.push_back(float(5.5 - std::sqrt(i * i + (j - 6) * (j - 6) + (k - 6) * (k - 6))));
-    std::ofstream(path("b.raw"), std::ios::binary).write(reinterpret_cast<const char*>(v.data()), std::streamsize(4 * v.size()));
-    const std::string in = "surface --raw " + path("b.raw") + " --dims 12 12 12 --type float32 --spacing 2 2 2 -t 0 ";
+            for (int i = 0; i < 12; ++i)
+                v.push_back(float(5.5 - std::sqrt(i * i + (j - 6) * (j - 6) + (k - 6) * (k - 6))));
+    std::ofstream(path("b.raw"), std::ios::binary)
+        .write(reinterpret_cast<const char*>(v.data()), std::streamsize(4 * v.size()));
+    const std::string in =
+        "surface --raw " + path("b.raw") + " --dims 12 12 12 --type float32 --spacing 2 2 2 -t 0 ";
     ASSERT_EQ(vxiso(in + "-o " + path("open.ply")).status, 0);
     EXPECT_GT(openEdges(path("open.ply")), 0u);
     const CommandResult padded = vxiso(in + "--pad -o " + path("closed.ply"));
@@ -527,7 +565,6 @@ TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
     EXPECT_LT(lowest, 0.f);
     EXPECT_GE(lowest, -2.f);
 }
-
 
 // The command runs the isosurface modules as a network script does: the same settings give the
 // same file, byte for byte, and the same report.
@@ -547,7 +584,8 @@ TEST_F(VxisoCommand, CommandAndScriptWriteTheSameSurface)
          "iso options setValue 0 0\niso threshold setValue -1\niso downSampleOnOff setValue 1\n"
          "iso resolution setValue 1 2\niso resolution setValue 2 1\n"},
         {"-t 0 --mask m.nrrd", "VxMaskedLabelIsosurface",
-         "load -labels m.nrrd m\nm keepLabel 3\niso mask connect m\niso options setValue 0 0\niso threshold setValue 0\n"},
+         "load -labels m.nrrd m\nm keepLabel 3\niso mask connect m\niso options setValue 0 0\niso threshold "
+         "setValue 0\n"},
         {"-t 0 --mask m.nrrd --mask-label 3 --relaxed --compactify", "VxMaskedLabelIsosurface",
          "load -labels m.nrrd m\nm keepLabel 3\niso mask connect m\niso maskRestrictionType setIndex 1\n"
          "iso threshold setValue 0\n"},
@@ -556,13 +594,15 @@ TEST_F(VxisoCommand, CommandAndScriptWriteTheSameSurface)
         std::string options = c.options;
         const std::size_t mask = options.find("m.nrrd");
         if (mask != std::string::npos) options.replace(mask, 6, path("m.nrrd"));
-        const CommandResult command = vxiso("surface " + path("s.nrrd") + " " + options + " -o " + path("c.ply"));
+        const CommandResult command =
+            vxiso("surface " + path("s.nrrd") + " " + options + " -o " + path("c.ply"));
         ASSERT_EQ(command.status, 0) << c.options << ": " << command.err;
-        const CommandResult script = vxhostScript(
-            "load s.nrrd vol\ncreate " + c.module + " iso\niso data connect vol\n" + c.ports +
-                       "iso doIt hit\niso fire\niso exportData ply s.ply\n");
+        const CommandResult script =
+            vxhostScript("load s.nrrd vol\ncreate " + c.module + " iso\niso data connect vol\n" + c.ports +
+                         "iso doIt hit\niso fire\niso exportData ply s.ply\n");
         ASSERT_EQ(script.status, 0) << c.options << ": " << script.err;
-        EXPECT_EQ(command.out.substr(0, command.out.find('\n')), script.out.substr(0, script.out.find('\n'))) << c.options;
+        EXPECT_EQ(command.out.substr(0, command.out.find('\n')), script.out.substr(0, script.out.find('\n')))
+            << c.options;
         EXPECT_GT(slurp(path("c.ply")).size(), 200u) << c.options;
         EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.options;
     }
@@ -578,8 +618,8 @@ TEST_F(VxisoCommand, MaskRestrictsTheSurfaceToTheRegion)
     std::size_t kept[2];
     const char* modes[2] = {"", " --relaxed"};
     for (int m = 0; m < 2; ++m) {
-        const CommandResult r = vxiso("surface " + path("s.nrrd") + " -t 0 --mask " + path("m.nrrd") + modes[m] +
-                                      " -o " + path("m.ply"));
+        const CommandResult r = vxiso("surface " + path("s.nrrd") + " -t 0 --mask " + path("m.nrrd") +
+                                      modes[m] + " -o " + path("m.ply"));
         ASSERT_EQ(r.status, 0) << r.err;
         std::size_t nv = 0;
         std::vector<float> xyz;
@@ -594,14 +634,17 @@ TEST_F(VxisoCommand, MaskRestrictsTheSurfaceToTheRegion)
 
     // Label 1 alone: every other node along x, so no edge along x has both ends in it.
     ASSERT_EQ(vxiso("surface " + path("s.nrrd") + " -t 0 --mask " + path("m.nrrd") + " --mask-label 1 -o " +
-                    path("one.ply")).status, 0);
+                    path("one.ply"))
+                  .status,
+              0);
     std::size_t nv = 0, nf = 0;
     std::vector<float> xyz;
     readPly(path("one.ply"), nv, nf, xyz);
     EXPECT_LT(nf, kept[0]);
 
     std::ofstream(path("small.nrrd"), std::ios::binary)
-        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 12\nencoding: raw\n\n" << labels.substr(0, 15 * 14 * 12);
+        << "NRRD0004\ntype: uchar\ndimension: 3\nsizes: 15 14 12\nencoding: raw\n\n"
+        << labels.substr(0, 15 * 14 * 12);
     struct Case
     {
         std::string args, message;
@@ -612,7 +655,8 @@ TEST_F(VxisoCommand, MaskRestrictsTheSurfaceToTheRegion)
         {"--mask " + path("nothing.nrrd"), "nothing.nrrd"},
     };
     for (const Case& c : cases) {
-        const CommandResult r = vxiso("surface " + path("s.nrrd") + " -t 0 " + c.args + " -o " + path("x.ply"));
+        const CommandResult r =
+            vxiso("surface " + path("s.nrrd") + " -t 0 " + c.args + " -o " + path("x.ply"));
         EXPECT_NE(r.status, 0) << c.args;
         EXPECT_EQ(lines(r.err), 1) << r.err;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << r.err;
@@ -623,8 +667,8 @@ TEST_F(VxisoCommand, MaskRestrictsTheSurfaceToTheRegion)
 TEST_F(VxisoCommand, DownsampleAveragesAndSaysWhatItClamped)
 {
     const CommandResult full = vxiso("surface --field sphere --size 40 -t 0 --verbose -o " + path("f.ply"));
-    const CommandResult low = vxiso("surface --field sphere --size 40 -t 0 --downsample 2 4 30 --verbose -o " +
-                                    path("l.ply"));
+    const CommandResult low =
+        vxiso("surface --field sphere --size 40 -t 0 --downsample 2 4 30 --verbose -o " + path("l.ply"));
     ASSERT_EQ(low.status, 0) << low.err;
     EXPECT_NE(full.out.find("\nextracted from: 40 x 40 x 40 nodes\n"), std::string::npos) << full.out;
     EXPECT_NE(low.out.find("\nextracted from: 20 x 10 x 2 nodes\n"), std::string::npos) << low.out;
@@ -634,17 +678,21 @@ TEST_F(VxisoCommand, DownsampleAveragesAndSaysWhatItClamped)
         << "# vtk DataFile Version 3.0\nr\nASCII\nDATASET RECTILINEAR_GRID\nDIMENSIONS 2 2 2\n"
            "X_COORDINATES 2 float\n0 1\nY_COORDINATES 2 float\n0 3\nZ_COORDINATES 2 float\n0 1\n"
            "POINT_DATA 8\nSCALARS v float 1\nLOOKUP_TABLE default\n0 1 0 1 0 1 0 1\n";
-    const CommandResult rect = vxiso("surface " + path("r.vtk") + " -t 0.5 --downsample 2 2 2 -o " + path("x.ply"));
+    const CommandResult rect =
+        vxiso("surface " + path("r.vtk") + " -t 0.5 --downsample 2 2 2 -o " + path("x.ply"));
     EXPECT_EQ(rect.status, 2);
-    EXPECT_NE(rect.err.find("--downsample needs a volume on uniform coordinates"), std::string::npos) << rect.err;
+    EXPECT_NE(rect.err.find("--downsample needs a volume on uniform coordinates"), std::string::npos)
+        << rect.err;
 }
 
 // The command needs the package; without it, one line says where it looked.
 TEST_F(VxisoCommand, MissingPackageIsNamed)
 {
-    ASSERT_EQ(std::system(("cp " + std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + path("vxiso")).c_str()), 0);
-    const std::string cmd = "env -u VXHOST_PACKAGE_PATH " + path("vxiso") + " surface --field sphere --size 8 -t 0 -o " +
-                            path("x.ply") + " 2>" + path("err.txt");
+    ASSERT_EQ(std::system(("cp " + std::string(VXISO_BINARY_DIR) + "/bin/vxiso " + path("vxiso")).c_str()),
+              0);
+    const std::string cmd = "env -u VXHOST_PACKAGE_PATH " + path("vxiso") +
+                            " surface --field sphere --size 8 -t 0 -o " + path("x.ply") + " 2>" +
+                            path("err.txt");
     EXPECT_NE(std::system(cmd.c_str()), 0);
     EXPECT_EQ(slurp(path("err.txt")), "vxiso: error: the package libvxiso.so is not in " + m_dir +
                                           "; add its folder to VXHOST_PACKAGE_PATH\n");
@@ -656,21 +704,24 @@ TEST_F(VxisoCommand, MissingPackageIsNamed)
 TEST_F(VxisoCommand, ExamplesAndCommandAgreeOnTheHeadScan)
 {
     const std::string templates = "/usr/share/mricron/templates/";
-    if (!exists(templates + "aal.nii.gz")) GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data)";
+    if (!exists(templates + "aal.nii.gz"))
+        GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data)";
     const std::string examples = std::string(VXISO_SOURCE_DIR) + "/examples/";
     struct Case
     {
         std::string example, args, options;
     } cases[] = {
         {"head-surface.tcl", "s.ply", "-t 3"},
-        {"hippocampus-surface.tcl", "s.ply strict", "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37"},
-        {"hippocampus-surface.tcl", "s.ply relaxed", "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37 --relaxed"},
+        {"hippocampus-surface.tcl", "s.ply strict",
+         "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37"},
+        {"hippocampus-surface.tcl", "s.ply relaxed",
+         "-t 80 --mask " + templates + "aal.nii.gz --mask-label 37 --relaxed"},
     };
     for (const Case& c : cases) {
         const CommandResult script = vxhostScript(slurp(examples + c.example), c.args);
         ASSERT_EQ(script.status, 0) << c.example << ": " << script.err;
-        const CommandResult command = vxiso("surface " + templates + "ch2.nii.gz --compactify " + c.options + " -o " +
-                                            path("c.ply"));
+        const CommandResult command =
+            vxiso("surface " + templates + "ch2.nii.gz --compactify " + c.options + " -o " + path("c.ply"));
         ASSERT_EQ(command.status, 0) << command.err;
         EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.options;
     }
@@ -692,11 +743,13 @@ TEST_F(VxisoCommand, MultiBlockFieldsTakeTheBlockPath)
 
     const CommandResult command = vxiso("surface " + path("ball.vxblocks") + " -t 0 -o " + path("c.ply"));
     ASSERT_EQ(command.status, 0) << command.err;
-    EXPECT_TRUE(std::regex_search(command.out, std::regex("\nblock 0 # of triangles: \\d+\n(.*\n)?block 1 # of coords: ")))
+    EXPECT_TRUE(std::regex_search(command.out,
+                                  std::regex("\nblock 0 # of triangles: \\d+\n(.*\n)?block 1 # of coords: ")))
         << command.out;
-    const CommandResult script = vxhostScript("load ball.vxblocks ball\ncreate VxIsosurface iso\niso data connect ball\n"
-                                              "iso options setValue 0 0\niso threshold setValue 0\niso doIt hit\n"
-                                              "iso fire\niso exportData ply s.ply\n");
+    const CommandResult script =
+        vxhostScript("load ball.vxblocks ball\ncreate VxIsosurface iso\niso data connect ball\n"
+                     "iso options setValue 0 0\niso threshold setValue 0\niso doIt hit\n"
+                     "iso fire\niso exportData ply s.ply\n");
     ASSERT_EQ(script.status, 0) << script.err;
     EXPECT_GT(slurp(path("c.ply")).size(), 1000u);
     EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply")));
@@ -706,8 +759,10 @@ TEST_F(VxisoCommand, MultiBlockFieldsTakeTheBlockPath)
     EXPECT_NE(info.out.find("format: multi-block description\nblocks: 2\n"
                             "block 0: 15 x 14 x 7 float32, uniform coordinates, box 0 14 0 13 0 6\n"
                             "block 1: 15 x 14 x 7 float32, uniform coordinates, box 0 14 0 13 6 12\n"),
-              std::string::npos) << info.out;
-    const CommandResult padded = vxiso("surface " + path("ball.vxblocks") + " -t 0 --pad -o " + path("x.ply"));
+              std::string::npos)
+        << info.out;
+    const CommandResult padded =
+        vxiso("surface " + path("ball.vxblocks") + " -t 0 --pad -o " + path("x.ply"));
     EXPECT_EQ(padded.status, 2);
     EXPECT_EQ(padded.err, "vxiso: error: --pad does not apply to a multi-block field\n");
 }

@@ -21,8 +21,8 @@ HostRun vxhost(const QStringList& args, const QString& workDir)
     p.setWorkingDirectory(workDir);
     p.start(VXHOST_PROGRAM, args);
     EXPECT_TRUE(p.waitForFinished(120000));
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+            QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
 }
 
 QByteArray contents(const QString& path)
@@ -52,15 +52,19 @@ protected:
 
 TEST_F(Examples, HeadSurfaceAndItsSavedNetworkGiveTheSameMesh)
 {
-    const QString mesh = dir.filePath("head.ply"), again = dir.filePath("again.ply"), net = dir.filePath("head.tcl");
+    const QString mesh = dir.filePath("head.ply"), again = dir.filePath("again.ply"),
+                  net = dir.filePath("head.tcl");
     HostRun r = vxhost({VXISO_SOURCE_DIR "/examples/head-surface.tcl", mesh}, dir.path());
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.startsWith("Isosurface contains ")) << r.out.toStdString();
     const int faces = plyFaces(mesh);
     EXPECT_GT(faces, 100000);
-    EXPECT_TRUE(r.out.contains(QString("Isosurface contains %1 triangles (").arg(faces))) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(QString("Isosurface contains %1 triangles (").arg(faces)))
+        << r.out.toStdString();
 
-    r = vxhost({"-e", QString("source %1; saveNetwork %2").arg(VXISO_SOURCE_DIR "/examples/head-surface.tcl", net)}, dir.path());
+    r = vxhost(
+        {"-e", QString("source %1; saveNetwork %2").arg(VXISO_SOURCE_DIR "/examples/head-surface.tcl", net)},
+        dir.path());
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_TRUE(contents(net).contains("\"head\" doIt hit\n"));
     r = vxhost({"-e", QString("loadNetwork %1; head exportData ply %2").arg(net, again)}, dir.path());

@@ -42,8 +42,7 @@ QStringList& lines()
     return const_cast<QStringList&>(VxApplication::instance()->message()->lines());
 }
 
-template <class T>
-T* object(const char* name)
+template <class T> T* object(const char* name)
 {
     return static_cast<T*>(VxApplication::instance()->objectPool()->findObject(name));
 }
@@ -83,9 +82,11 @@ TEST_F(Module, PackageRegistersBothClassesWithTheirParents)
     EXPECT_EQ(run("typeinfo VxMaskedLabelIsosurface"),
               "VxMaskedLabelIsosurface VxIsosurface VxTriBase VxViewBase VxModule VxObject KxTypedObject");
     EXPECT_EQ(run("create VxIsosurface iso; iso ports"),
-              "data buffer colormap drawStyle threshold options downSampleOnOff resolution pointProbe numberOfCores "
+              "data buffer colormap drawStyle threshold options downSampleOnOff resolution pointProbe "
+              "numberOfCores "
               "doIt");
-    EXPECT_EQ(run("create VxMaskedLabelIsosurface m; lrange [m ports] end-2 end"), "doIt mask maskRestrictionType");
+    EXPECT_EQ(run("create VxMaskedLabelIsosurface m; lrange [m ports] end-2 end"),
+              "doIt mask maskRestrictionType");
 }
 
 TEST_F(Module, ApplyExtractsOnlyWhenThePortsChangedSince)
@@ -95,7 +96,8 @@ TEST_F(Module, ApplyExtractsOnlyWhenThePortsChangedSince)
     EXPECT_TRUE(lines().isEmpty()) << "no Apply, no surface";
     run("iso doIt hit");
     const Mesh expected = extract(*object<VxRegScalarField3>("ball"), 0.f);
-    ASSERT_EQ(lines(), QStringList{QString("Isosurface contains %1 triangles").arg(expected.triangles.size())});
+    ASSERT_EQ(lines(),
+              QStringList{QString("Isosurface contains %1 triangles").arg(expected.triangles.size())});
     EXPECT_EQ(run("iso getNumTriangles").toULong(), expected.triangles.size());
     EXPECT_TRUE(object<VxIsosurface>("iso")->isComputed());
     run("iso doIt hit");
@@ -146,10 +148,14 @@ TEST_F(Module, DraggingLargeFieldsExtractsFromADownSampledCopy)
         int nx, ny, nz;
         bool resampled;
         KxDim3l dims;
-    } cases[] = {{256, 256, 32, true, {128, 128, 32}}, {100, 100, 190, false, {}}, {300, 64, 120, true, {150, 64, 120}}};
+    } cases[] = {{256, 256, 32, true, {128, 128, 32}},
+                 {100, 100, 190, false, {}},
+                 {300, 64, 120, true, {150, 64, 120}}};
     for (const Case& c : cases) {
         run("remove -all");
-        add(makeField<unsigned char>(c.nx, c.ny, c.nz, [](double x, double, double) { return x < 50 ? 0 : 200; }), "f");
+        add(makeField<unsigned char>(c.nx, c.ny, c.nz,
+                                     [](double x, double, double) { return x < 50 ? 0 : 200; }),
+            "f");
         run("create VxIsosurface iso; iso data connect f; iso threshold setValue 100");
         run("iso threshold drag 90; iso doIt hit");
         const VxRegScalarField3* low = object<VxIsosurface>("iso")->getResampledField();
@@ -206,7 +212,8 @@ TEST_F(Module, MaskedStrictKeepsNothingOfOneVoxelRelaxedGrowsTheMask)
 {
     add(makeField<float>(16, 16, 16, sphere(7.5, 7.5, 7.5, 5.3)), "ball");
     add(oneVoxelMask(16, 13, 8, 8), "mask");
-    run("create VxMaskedLabelIsosurface m; m data connect ball; m threshold setValue 0; m options setValue 0 0");
+    run("create VxMaskedLabelIsosurface m; m data connect ball; m threshold setValue 0; m options setValue 0 "
+        "0");
     EXPECT_EQ(run("m maskRestrictionType isVisible"), "0");
     run("m mask connect mask");
     EXPECT_EQ(run("m maskRestrictionType isVisible"), "1");
@@ -234,7 +241,8 @@ TEST_F(Module, MaskFollowsTheDownSampledCopyAndOtherDimensionsAreRefused)
     const VxRegScalarField3* low = m->getResampledField();
     ASSERT_NE(low, nullptr);
     ASSERT_EQ(low->getDims(), KxDim3l(8, 8, 8));
-    const float lastInside = low->getBoundingBox().xmin + 3 * low->getBoundingBox().getVoxelSize(low->getDims()).x;
+    const float lastInside =
+        low->getBoundingBox().xmin + 3 * low->getBoundingBox().getVoxelSize(low->getDims()).x;
     const SoTriSurface& surface = *m->getTriSurface();
     ASSERT_GT(surface.getNumTriangles(), 0);
     float reach = -1e9f;
@@ -273,12 +281,14 @@ TEST_F(Module, BlocksAreExtractedOneByOneAndMergedWithOffsetIndices)
         blocks->addBlock(part);
     }
     add(blocks, "blocks");
-    run("create VxIsosurface iso; iso data connect blocks; iso options setValue 0 0; iso threshold setValue 0; "
+    run("create VxIsosurface iso; iso data connect blocks; iso options setValue 0 0; iso threshold setValue "
+        "0; "
         "iso doIt hit");
     // Each block's extractor reports, then the module names the block's counts.
     const QStringList said = lines();
     ASSERT_EQ(said.size(), 6) << said.join("|").toStdString();
-    EXPECT_TRUE(said[0].startsWith("Isosurface contains ") && said[0].endsWith(" triangles.")) << said[0].toStdString();
+    EXPECT_TRUE(said[0].startsWith("Isosurface contains ") && said[0].endsWith(" triangles."))
+        << said[0].toStdString();
     EXPECT_TRUE(said[1].startsWith("block 0 # of coords: "));
     EXPECT_TRUE(said[2].startsWith("block 0 # of triangles: "));
     EXPECT_TRUE(said[5].startsWith("block 1 # of triangles: "));
@@ -289,7 +299,8 @@ TEST_F(Module, BlocksAreExtractedOneByOneAndMergedWithOffsetIndices)
     std::map<std::tuple<float, float, float>, int> first;
     std::vector<int> weld(m.coords.size());
     for (std::size_t i = 0; i < m.coords.size(); ++i)
-        weld[i] = first.emplace(std::make_tuple(m.coords[i].x, m.coords[i].y, m.coords[i].z), int(i)).first->second;
+        weld[i] =
+            first.emplace(std::make_tuple(m.coords[i].x, m.coords[i].y, m.coords[i].z), int(i)).first->second;
     for (KxVec3i& t : m.triangles) t = KxVec3i(weld[t.x], weld[t.y], weld[t.z]);
     std::string why;
     EXPECT_TRUE(isWatertight(m, &why)) << "merged: " << why;
@@ -305,7 +316,8 @@ TEST_F(Module, ExceptionsBecomeTheErrorTextAndKeepThePreviousSurface)
     auto* blocks = new VxBlockStructuredScalarField3;
     blocks->addBlock(makeField<float>(10, 10, 10, sphere(4.5, 4.5, 4.5, 3)));
     add(blocks, "blocks");
-    run("create VxIsosurface iso; iso data connect blocks; iso options setValue 0 0; iso threshold setValue 0; "
+    run("create VxIsosurface iso; iso data connect blocks; iso options setValue 0 0; iso threshold setValue "
+        "0; "
         "iso doIt hit");
     const int before = run("iso getNumTriangles").toInt();
     ASSERT_GT(before, 0);
