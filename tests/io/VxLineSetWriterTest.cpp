@@ -1,4 +1,6 @@
 // Line sets written as VTK polydata and Open Inventor, read back by VTK and by Coin.
+#include "../support/TestFiles.h"
+
 #include <io/VxLineSetWriter.h>
 
 #include <kx/KxHandle.h>
@@ -12,16 +14,9 @@
 #include <Inventor/nodes/SoSeparator.h>
 
 #include <QDir>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -51,15 +46,8 @@ KxHandle<VxLineSet> makeLines()
 // The line set as VTK's polydata reader sees it: point rows, then one row of indices per line.
 std::string readWithVtk(const QString& path)
 {
-    if (std::system("/usr/bin/python3 -c 'import vtk' >/dev/null 2>&1") != 0) return {};
-    const std::string cmd = std::string("/usr/bin/python3 " VXISO_SOURCE_DIR "/tests/io/read_mesh.py '") +
-                            QFile::encodeName(path).constData() + "' lines 2>&1";
-    FILE* p = popen(cmd.c_str(), "r");
-    std::string out;
-    char buf[65536];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    EXPECT_EQ(pclose(p), 0) << out;
-    return out;
+    return vxtest::runPython("vtk",
+                             VXISO_SOURCE_DIR "/tests/io/read_mesh.py '" + path.toStdString() + "' lines");
 }
 
 class LineSetWriter : public ::testing::Test

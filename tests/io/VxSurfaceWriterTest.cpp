@@ -1,5 +1,9 @@
+#include "../support/TestFiles.h"
+#include "../support/TestSurfaces.h"
+
 #include <io/VxSurfaceWriter.h>
 
+#include <kx/KxHandle.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoTriSurface.h>
 
@@ -12,93 +16,34 @@
 #include <Inventor/nodes/SoSeparator.h>
 
 #include <QDir>
-#include <QTemporaryDir>
 
-#include <gtest/gtest.h>
-
-#include <array>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <map>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include <sys/resource.h>
+
+using namespace vxtest;
 
 namespace {
 
 // Plain arrays, so that meshes read back by different means compare with ==.
-struct Mesh
-{
-    std::vector<float> xyz, normals;
-    std::vector<int32_t> tri;
-    int numVertices() const { return int(xyz.size() / 3); }
-    int numTriangles() const { return int(tri.size() / 3); }
-};
+using Mesh = TestMesh;
 
-// Octahedron subdivided `levels` times onto a sphere off the origin: closed, outward-facing, with
-// coordinates that need all nine digits to print exactly.
+// A subdivided icosahedron on a sphere off the origin: closed, outward-facing, with coordinates
+// that need all nine digits to print exactly.
 Mesh makeSphere(int levels)
 {
-    const float c[3] = {12.5f, -3.25f, 0.001f}, r = 2.7f;
-    std::vector<std::array<double, 3>> dir = {{1, 0, 0},  {-1, 0, 0}, {0, 1, 0},
-                                              {0, -1, 0}, {0, 0, 1},  {0, 0, -1}};
-    std::vector<int32_t> tri = {0, 2, 4, 2, 1, 4, 1, 3, 4, 3, 0, 4, 2, 0, 5, 1, 2, 5, 3, 1, 5, 0, 3, 5};
-    for (int l = 0; l < levels; ++l) {
-        std::map<std::pair<int, int>, int> mid;
-        auto midpoint = [&](int a, int b) {
-            auto [it, fresh] = mid.emplace(std::minmax(a, b), int(dir.size()));
-            if (fresh) {
-                std::array<double, 3> m;
-                for (int k = 0; k < 3; ++k) m[k] = dir[a][k] + dir[b][k];
-                const double len = std::sqrt(m[0] * m[0] + m[1] * m[1] + m[2] * m[2]);
-                for (double& x : m) x /= len;
-                dir.push_back(m);
-            }
-            return it->second;
-        };
-        std::vector<int32_t> next;
-        for (size_t t = 0; t < tri.size(); t += 3) {
-            const int a = tri[t], b = tri[t + 1], cc = tri[t + 2];
-            const int ab = midpoint(a, b), bc = midpoint(b, cc), ca = midpoint(cc, a);
-            next.insert(next.end(), {a, ab, ca, ab, b, bc, ca, bc, cc, ab, bc, ca});
-        }
-        tri.swap(next);
-    }
-    Mesh m;
-    m.tri = tri;
-    for (const auto& d : dir)
-        for (int k = 0; k < 3; ++k) {
-            m.xyz.push_back(c[k] + r * float(d[k]));
-            m.normals.push_back(float(d[k]));
-        }
+    Mesh m = makeIcosphere(levels);
+    const float c[3] = {12.5f, -3.25f, 0.001f};
+    for (std::size_t i = 0; i < m.coords.size(); ++i) m.coords[i] = c[i % 3] + 2.7f * m.coords[i];
     return m;
 }
 
-// Holds a reference to a surface node filled from a mesh.
-struct Surface
-{
-    SoTriSurface* node;
-    explicit Surface(const Mesh& m) : node(new SoTriSurface)
-    {
-        node->ref();
-        node->coords.setValues(0, m.numVertices(), reinterpret_cast<const float(*)[3]>(m.xyz.data()));
-        node->normals.setValues(0, int(m.normals.size() / 3),
-                                reinterpret_cast<const float(*)[3]>(m.normals.data()));
-        node->triangles.setValues(0, m.numTriangles(), reinterpret_cast<const SbVec3i32*>(m.tri.data()));
-    }
-    ~Surface() { node->unref(); }
-};
-
 std::string slurp(const QString& path)
 {
-    std::ifstream in(QFile::encodeName(path).constData(), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    return vxtest::slurp(QFile::encodeName(path).constData());
 }
 
 template <typename T> T le(const std::string& bytes, size_t at)
@@ -129,12 +74,12 @@ Mesh parsePly(const std::string& b, int nv, int nt)
     Mesh m;
     size_t at = header.size();
     for (int i = 0; i < nv && at + 24 <= b.size(); ++i, at += 24) {
-        for (int k = 0; k < 3; ++k) m.xyz.push_back(le<float>(b, at + 4 * k));
+        for (int k = 0; k < 3; ++k) m.coords.push_back(le<float>(b, at + 4 * k));
         for (int k = 3; k < 6; ++k) m.normals.push_back(le<float>(b, at + 4 * k));
     }
     for (int t = 0; t < nt && at + 13 <= b.size(); ++t, at += 13) {
         EXPECT_EQ(b[at], 3) << "face " << t;
-        for (int k = 0; k < 3; ++k) m.tri.push_back(le<int32_t>(b, at + 1 + 4 * k));
+        for (int k = 0; k < 3; ++k) m.triangles.push_back(le<int32_t>(b, at + 1 + 4 * k));
     }
     return m;
 }
@@ -148,11 +93,11 @@ Mesh parseOff(const std::string& text)
     EXPECT_EQ(magic, "OFF");
     EXPECT_EQ(ne, 0);
     Mesh m;
-    m.xyz.resize(3 * size_t(std::max(nv, 0)));
-    for (float& x : m.xyz) in >> x;
+    m.coords.resize(3 * size_t(std::max(nv, 0)));
+    for (float& x : m.coords) in >> x;
     for (int t = 0, n; t < nt && in >> n; ++t) {
         EXPECT_EQ(n, 3) << "face " << t;
-        for (int k = 0, i; k < 3 && in >> i; ++k) m.tri.push_back(i);
+        for (int k = 0, i; k < 3 && in >> i; ++k) m.triangles.push_back(i);
     }
     EXPECT_TRUE(in) << "OFF file ends early";
     in >> magic;
@@ -186,12 +131,12 @@ Mesh parseIv(const QString& path)
         EXPECT_EQ(binding->value.getValue(), int(SoNormalBinding::PER_VERTEX_INDEXED));
     }
     for (int i = 0; coords && i < coords->point.getNum(); ++i)
-        for (int k = 0; k < 3; ++k) m.xyz.push_back(coords->point[i][k]);
+        for (int k = 0; k < 3; ++k) m.coords.push_back(coords->point[i][k]);
     for (int i = 0; normals && i < normals->vector.getNum(); ++i)
         for (int k = 0; k < 3; ++k) m.normals.push_back(normals->vector[i][k]);
     for (int i = 0; faces && i < faces->coordIndex.getNum(); ++i)
         if (i % 4 != 3)
-            m.tri.push_back(faces->coordIndex[i]);
+            m.triangles.push_back(faces->coordIndex[i]);
         else
             EXPECT_EQ(faces->coordIndex[i], -1) << "index " << i;
     root->unref();
@@ -201,15 +146,7 @@ Mesh parseIv(const QString& path)
 // Runs the VTK reader script; empty when VTK cannot be used here.
 std::string readWithVtk(const QString& path)
 {
-    if (std::system("/usr/bin/python3 -c 'import vtk' >/dev/null 2>&1") != 0) return {};
-    const std::string cmd = std::string("/usr/bin/python3 " VXISO_SOURCE_DIR "/tests/io/read_mesh.py '") +
-                            QFile::encodeName(path).constData() + "' 2>&1";
-    FILE* p = popen(cmd.c_str(), "r");
-    std::string out;
-    char buf[65536];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    EXPECT_EQ(pclose(p), 0) << out;
-    return out;
+    return runPython("vtk", VXISO_SOURCE_DIR "/tests/io/read_mesh.py '" + path.toStdString() + "'");
 }
 
 // Parses the script's output: points, normals, cells, each a count line and that many rows.
@@ -219,15 +156,15 @@ Mesh parseVtkOutput(const std::string& text)
     Mesh m;
     std::string word;
     int n = 0;
-    for (std::vector<float>* v : {&m.xyz, &m.normals}) {
+    for (std::vector<float>* v : {&m.coords, &m.normals}) {
         in >> word >> n;
         v->resize(3 * size_t(n));
         for (float& x : *v) in >> x;
     }
     in >> word >> n;
     EXPECT_EQ(word, "cells");
-    m.tri.resize(3 * size_t(n));
-    for (int32_t& i : m.tri) in >> i;
+    m.triangles.resize(3 * size_t(n));
+    for (int32_t& i : m.triangles) in >> i;
     EXPECT_TRUE(in) << text.substr(0, 2000);
     return m;
 }
@@ -236,8 +173,8 @@ Mesh parseVtkOutput(const std::string& text)
 std::vector<float> corners(const Mesh& m)
 {
     std::vector<float> out;
-    for (int32_t i : m.tri)
-        for (int k = 0; k < 3; ++k) out.push_back(m.xyz[3 * size_t(i) + k]);
+    for (int32_t i : m.triangles)
+        for (int k = 0; k < 3; ++k) out.push_back(m.coords[3 * size_t(i) + k]);
     return out;
 }
 
@@ -251,18 +188,18 @@ class SurfaceWriter : public ::testing::Test
 protected:
     static void SetUpTestSuite() { oivInit(); }
     QString path(const char* name) const { return dir.path() + '/' + name; }
-    void write(const Mesh& m, const QString& file)
+    void write(const Mesh& m, const QString& file, const VxSurfaceWriteOptions& options = {})
     {
-        Surface s(m);
+        KxHandle<SoTriSurface> s(makeSurface(m));
         QString error;
-        ASSERT_TRUE(VxSurfaceWriter::write(*s.node, file, &error)) << error.toStdString();
+        ASSERT_TRUE(VxSurfaceWriter::write(*s, file, options, &error)) << error.toStdString();
         EXPECT_TRUE(error.isEmpty());
     }
     QString writeFails(const Mesh& m, const QString& file)
     {
-        Surface s(m);
+        KxHandle<SoTriSurface> s(makeSurface(m));
         QString error;
-        EXPECT_FALSE(VxSurfaceWriter::write(*s.node, file, &error));
+        EXPECT_FALSE(VxSurfaceWriter::write(*s, file, &error));
         return error;
     }
     QTemporaryDir dir;
@@ -270,14 +207,12 @@ protected:
 
 TEST_F(SurfaceWriter, ChoosesFormatByExtensionIgnoringCase)
 {
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("a/brain.PLY"), VxSurfaceWriter::PLY);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("x.tar.Stl"), VxSurfaceWriter::STL);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.off"), VxSurfaceWriter::OFF);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("scene.Iv"), VxSurfaceWriter::IV);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.OBJ"), VxSurfaceWriter::OBJ);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.vtk"), VxSurfaceWriter::VTK);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("dir.ply/mesh"), VxSurfaceWriter::UNKNOWN);
-    EXPECT_EQ(VxSurfaceWriter::formatForPath("mesh.3ds"), VxSurfaceWriter::UNKNOWN);
+    const std::pair<const char*, VxSurfaceWriter::Format> cases[] = {
+        {"a/brain.PLY", VxSurfaceWriter::PLY},      {"x.tar.Stl", VxSurfaceWriter::STL},
+        {"mesh.off", VxSurfaceWriter::OFF},         {"scene.Iv", VxSurfaceWriter::IV},
+        {"mesh.OBJ", VxSurfaceWriter::OBJ},         {"mesh.vtk", VxSurfaceWriter::VTK},
+        {"dir.ply/mesh", VxSurfaceWriter::UNKNOWN}, {"mesh.3ds", VxSurfaceWriter::UNKNOWN}};
+    for (const auto& c : cases) EXPECT_EQ(VxSurfaceWriter::formatForPath(c.first), c.second) << c.first;
     EXPECT_EQ(VxSurfaceWriter::supportedExtensions(), QStringList({".ply", ".stl", ".off", ".iv", ".obj", ".vtk"}));
 
     const Mesh m = makeSphere(1);
@@ -291,26 +226,19 @@ TEST_F(SurfaceWriter, ChoosesFormatByExtensionIgnoringCase)
 TEST_F(SurfaceWriter, EveryFormatReadsBackExactlyInOrder)
 {
     // Large enough that every format spans several output chunks.
-    const Mesh m = makeSphere(7);
+    const Mesh m = makeSphere(6);
     for (const char* name : {"s.ply", "s.off", "s.iv", "s.stl"}) write(m, path(name));
 
-    const std::string ply = slurp(path("s.ply"));
-    const std::string header = plyHeader(m.numVertices(), m.numTriangles());
-    ASSERT_EQ(ply.substr(0, header.size()), header);
-    EXPECT_EQ(ply.substr(header.size(), 12), std::string(reinterpret_cast<const char*>(m.xyz.data()), 12));
-    EXPECT_EQ(ply.substr(header.size() + 12, 12),
-              std::string(reinterpret_cast<const char*>(m.normals.data()), 12));
-    const size_t face = header.size() + 24 * size_t(m.numVertices());
-    EXPECT_EQ(ply.substr(face, 13),
-              std::string("\3", 1) + std::string(reinterpret_cast<const char*>(m.tri.data()), 12));
-    const Mesh fromPly = parsePly(ply, m.numVertices(), m.numTriangles());
-    EXPECT_TRUE(fromPly.xyz == m.xyz && fromPly.normals == m.normals && fromPly.tri == m.tri);
+    // The header, the size and every vertex and face record in the documented layout.
+    const Mesh fromPly = parsePly(slurp(path("s.ply")), m.numPoints(), m.numTriangles());
+    EXPECT_TRUE(fromPly.coords == m.coords && fromPly.normals == m.normals &&
+                fromPly.triangles == m.triangles);
 
     const Mesh fromOff = parseOff(slurp(path("s.off")));
-    EXPECT_TRUE(fromOff.xyz == m.xyz && fromOff.tri == m.tri);
+    EXPECT_TRUE(fromOff.coords == m.coords && fromOff.triangles == m.triangles);
 
     const Mesh fromIv = parseIv(path("s.iv"));
-    EXPECT_TRUE(fromIv.xyz == m.xyz && fromIv.normals == m.normals && fromIv.tri == m.tri);
+    EXPECT_TRUE(fromIv.coords == m.coords && fromIv.normals == m.normals && fromIv.triangles == m.triangles);
 
     const std::string stl = slurp(path("s.stl"));
     ASSERT_EQ(stl.size(), 84 + 50 * size_t(m.numTriangles()));
@@ -332,7 +260,7 @@ TEST_F(SurfaceWriter, EveryFormatReadsBackExactlyInOrder)
             len += n[k] * n[k];
             edge1 += n[k] * (v[6 + k] - v[3 + k]);
             edge2 += n[k] * (v[9 + k] - v[3 + k]);
-            out += n[k] * m.normals[3 * size_t(m.tri[3 * t]) + k];
+            out += n[k] * m.normals[3 * size_t(m.triangles[3 * t]) + k];
         }
         badNormals +=
             std::abs(len - 1) > 1e-6 || std::abs(edge1) > 1e-4 || std::abs(edge2) > 1e-4 || out <= 0;
@@ -344,7 +272,7 @@ TEST_F(SurfaceWriter, EveryFormatReadsBackExactlyInOrder)
 // VTK reads every format it knows, binary and text, as the same vertices, normals and triangles.
 TEST_F(SurfaceWriter, IndependentReaderSeesTheSameMesh)
 {
-    const Mesh m = makeSphere(3);
+    const Mesh m = makeSphere(2);
     struct Case
     {
         const char* name;
@@ -353,24 +281,22 @@ TEST_F(SurfaceWriter, IndependentReaderSeesTheSameMesh)
                  {"s.vtk", false, true, false}, {"a.vtk", true, true, false}, {"s.stl", false, false, true},
                  {"a.stl", true, false, true}};
     for (const Case& c : cases) {
-        Surface s(m);
         VxSurfaceWriteOptions options;
         options.ascii = c.ascii;
-        QString error;
-        ASSERT_TRUE(VxSurfaceWriter::write(*s.node, path(c.name), options, &error)) << error.toStdString();
+        write(m, path(c.name), options);
     }
     if (readWithVtk(path("s.ply")).empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
     for (const Case& c : cases) {
         const Mesh got = parseVtkOutput(readWithVtk(path(c.name)));
-        EXPECT_EQ(got.numVertices(), m.numVertices()) << c.name;
+        EXPECT_EQ(got.numPoints(), m.numPoints()) << c.name;
         EXPECT_EQ(got.numTriangles(), m.numTriangles()) << c.name;
         // STL readers merge shared corners, so only the triangles' corner positions compare.
         if (c.mergesCorners) {
             EXPECT_TRUE(corners(got) == corners(m)) << c.name;
             continue;
         }
-        EXPECT_TRUE(got.xyz == m.xyz) << c.name;
-        EXPECT_TRUE(got.tri == m.tri) << c.name;
+        EXPECT_TRUE(got.coords == m.coords) << c.name;
+        EXPECT_TRUE(got.triangles == m.triangles) << c.name;
         if (c.hasNormals) {
             EXPECT_TRUE(got.normals == m.normals) << c.name;
         }
@@ -382,15 +308,15 @@ TEST_F(SurfaceWriter, SurfacesWithoutNormalsOrTrianglesStayValid)
     Mesh bare = makeSphere(1);
     bare.normals.clear();
     // A collapsed triangle has no direction: its STL normal must be zero, not NaN.
-    bare.tri.insert(bare.tri.end(), {0, 0, 1});
+    bare.triangles.insert(bare.triangles.end(), {0, 0, 1});
     write(bare, path("bare.ply"));
     write(bare, path("bare.iv"));
     write(bare, path("bare.stl"));
-    const Mesh ply = parsePly(slurp(path("bare.ply")), bare.numVertices(), bare.numTriangles());
-    EXPECT_TRUE(ply.xyz == bare.xyz && ply.tri == bare.tri);
-    EXPECT_EQ(ply.normals, std::vector<float>(bare.xyz.size(), 0.f));
+    const Mesh ply = parsePly(slurp(path("bare.ply")), bare.numPoints(), bare.numTriangles());
+    EXPECT_TRUE(ply.coords == bare.coords && ply.triangles == bare.triangles);
+    EXPECT_EQ(ply.normals, std::vector<float>(bare.coords.size(), 0.f));
     const Mesh iv = parseIv(path("bare.iv"));
-    EXPECT_TRUE(iv.xyz == bare.xyz && iv.normals.empty() && iv.tri == bare.tri);
+    EXPECT_TRUE(iv.coords == bare.coords && iv.normals.empty() && iv.triangles == bare.triangles);
     const std::string stl = slurp(path("bare.stl"));
     EXPECT_EQ(stl.substr(stl.size() - 50, 12), std::string(12, '\0'));
 
@@ -401,26 +327,26 @@ TEST_F(SurfaceWriter, SurfacesWithoutNormalsOrTrianglesStayValid)
     EXPECT_EQ(le<uint32_t>(slurp(path("e.stl")), 80), 0u);
     EXPECT_EQ(slurp(path("e.off")), "OFF\n0 0 0\n");
     const Mesh iv0 = parseIv(path("e.iv"));
-    EXPECT_TRUE(iv0.xyz.empty() && iv0.tri.empty());
+    EXPECT_TRUE(iv0.coords.empty() && iv0.triangles.empty());
 }
 
 TEST_F(SurfaceWriter, RefusesInconsistentSurfacesWithoutWriting)
 {
     Mesh m = makeSphere(1);
-    m.tri[7] = m.numVertices();
+    m.triangles[7] = m.numPoints();
     EXPECT_EQ(writeFails(m, path("s.ply")),
               "cannot write " + path("s.ply") +
-                  ": triangle 2 refers to vertex 18, but the surface has 18 vertices");
+                  ": triangle 2 refers to vertex 42, but the surface has 42 vertices");
     m = makeSphere(1);
     m.normals.resize(6);
     EXPECT_EQ(writeFails(m, path("s.off")),
-              "cannot write " + path("s.off") + ": the surface has 2 normals for 18 vertices");
+              "cannot write " + path("s.off") + ": the surface has 2 normals for 42 vertices");
     EXPECT_TRUE(entries(dir.path()).isEmpty());
 }
 
 TEST_F(SurfaceWriter, FailedWritesLeaveNothingBehindAndKeepTheOldFile)
 {
-    const Mesh m = makeSphere(4);
+    const Mesh m = makeSphere(3);
     const QString missing = path("no/such/dir/s.ply");
     EXPECT_EQ(writeFails(m, missing), "cannot write " + missing + ": No such file or directory");
 
@@ -451,7 +377,7 @@ TEST_F(SurfaceWriter, FailedWritesLeaveNothingBehindAndKeepTheOldFile)
     write(m, path("old.off"));
     write(small, path("old.off"));
     const Mesh back = parseOff(slurp(path("old.off")));
-    EXPECT_TRUE(back.xyz == small.xyz && back.tri == small.tri);
+    EXPECT_TRUE(back.coords == small.coords && back.triangles == small.triangles);
 }
 
 } // namespace

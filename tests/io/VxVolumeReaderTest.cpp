@@ -1,6 +1,8 @@
 // NRRD, MetaImage and VTK volumes written here in every layout the readers take and read back
 // value for value; files that VTK writes, and our files as VTK reads them; damaged files rejected
 // with one clear line; label volumes; the real scans of Debian's mricron-data.
+#include "../support/TestFiles.h"
+
 #include <io/VxVolumeReader.h>
 
 #include <kx/KxHandle.h>
@@ -11,23 +13,15 @@
 #include <Inventor/SbMatrix.h>
 #include <Inventor/SbVec3f.h>
 
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include <sys/stat.h>
 #include <zlib.h>
+
+using namespace vxtest;
 
 namespace {
 
@@ -82,11 +76,7 @@ Values makeValues(KxPrimType type, unsigned seed)
 
 std::string inOrder(const Values& v, bool bigEndian)
 {
-    std::string b = v.bytes;
-    const std::size_t w = v.type.size();
-    if (bigEndian)
-        for (std::size_t i = 0; i + w <= b.size(); i += w) std::reverse(b.begin() + long(i), b.begin() + long(i + w));
-    return b;
+    return bigEndian ? byteSwapped(v.bytes, v.type.size()) : v.bytes;
 }
 
 // A gzip (windowBits 31) or zlib (15) stream of the bytes.
@@ -111,11 +101,6 @@ std::string bytesOf(std::initializer_list<T> values)
     std::string s;
     for (T x : values) s.append(reinterpret_cast<const char*>(&x), sizeof x);
     return s;
-}
-
-void spit(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
 }
 
 enum class Enc
@@ -147,12 +132,6 @@ Read readVolume(const std::string& path, bool labels = false)
     return r;
 }
 
-void expectBox(const KxBox3f& b, const std::vector<float>& want, const std::string& what)
-{
-    const float got[6] = {b.xmin, b.xmax, b.ymin, b.ymax, b.zmin, b.zmax};
-    for (int i = 0; i < 6; ++i) EXPECT_NEAR(got[i], want[std::size_t(i)], 1e-5f) << what << " box[" << i << "]";
-}
-
 // The field holds exactly the values, on 5x4x3 nodes.
 void expectValues(const Read& r, const Values& v, const std::string& what)
 {
@@ -163,11 +142,8 @@ void expectValues(const Read& r, const Values& v, const std::string& what)
     EXPECT_EQ(std::memcmp(r.field()->lattice().dataPtr(), v.bytes.data(), v.bytes.size()), 0) << what;
 }
 
-class VolumeReader : public ::testing::Test
+class VolumeReader : public TempDirTest
 {
-protected:
-    std::string path(const std::string& name) const { return m_dir.path().toStdString() + "/" + name; }
-    QTemporaryDir m_dir;
 };
 
 // NRRD header for the test volume; geometry by space directions or by spacings and axis mins.
@@ -318,10 +294,7 @@ void expectNodes(const VxRegScalarField3& f, int kind, const std::string& what)
                 const KxVec3f want = kind == 0   ? KxVec3f(10 + 0.5f * float(i), -4 + 2 * float(j), 3 + 1.25f * float(k))
                                      : kind == 1 ? KxVec3f(kXs[i], kYs[j], kZs[k])
                                                  : gridPoint(i, j, k);
-                const KxVec3f got = c->pos(i, j, k);
-                EXPECT_NEAR(got.x, want.x, 1e-5f) << what;
-                EXPECT_NEAR(got.y, want.y, 1e-5f) << what;
-                EXPECT_NEAR(got.z, want.z, 1e-5f) << what;
+                for (int a = 0; a < 3; ++a) EXPECT_NEAR(c->pos(i, j, k)[a], want[a], 1e-5f) << what;
             }
 }
 
@@ -509,7 +482,7 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
         const Read r = readVolume(path(c.name));
         EXPECT_FALSE(r.data) << c.name;
         const std::string e = r.error.toStdString();
-        EXPECT_EQ(e.rfind(m_dir.path().toStdString() + "/", 0), 0u) << e;
+        EXPECT_EQ(e.rfind(path(""), 0), 0u) << e;
         EXPECT_NE(e.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << e;
         EXPECT_EQ(e.find('\n'), std::string::npos) << e;
     }
@@ -551,14 +524,7 @@ namespace {
 // Runs tests/io/vtk_volume.py; empty when python3 with VTK is not there.
 std::string runVtk(const std::string& args)
 {
-    if (std::system("/usr/bin/python3 -c 'import vtkmodules.vtkIOImage' >/dev/null 2>&1") != 0) return {};
-    const std::string cmd = "/usr/bin/python3 " VXISO_SOURCE_DIR "/tests/io/vtk_volume.py " + args + " 2>&1";
-    FILE* p = popen(cmd.c_str(), "r");
-    std::string out;
-    char buf[65536];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    EXPECT_EQ(pclose(p), 0) << out.substr(0, 3000);
-    return out;
+    return runPython("vtkmodules.vtkIOImage", VXISO_SOURCE_DIR "/tests/io/vtk_volume.py " + args);
 }
 
 // What the script prints for one dataset.

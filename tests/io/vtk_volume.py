@@ -79,31 +79,27 @@ def dataset(kind, type_name):
     return d
 
 
+# Writer and reader by the first two letters of the kind.
+CLASSES = {
+    "mh": (vtkMetaImageWriter, vtkMetaImageReader),
+    "sp": (vtkStructuredPointsWriter, vtkStructuredPointsReader),
+    "rg": (vtkRectilinearGridWriter, vtkRectilinearGridReader),
+    "sg": (vtkStructuredGridWriter, vtkStructuredGridReader),
+}
+
+
 def write(kind, type_name, path):
-    d = dataset(kind, type_name)
-    if kind in ("mhd", "mha"):
-        w = vtkMetaImageWriter()
+    writer, reader = CLASSES[kind[:2]]
+    w = writer()
+    if kind[:2] == "mh":
         w.SetCompression(kind == "mha")
-    elif kind.startswith("sp"):
-        w = vtkStructuredPointsWriter()
-    elif kind.startswith("rg"):
-        w = vtkRectilinearGridWriter()
-    else:
-        w = vtkStructuredGridWriter()
     if kind.endswith("b"):
         w.SetFileTypeToBinary()
-    w.SetInputData(d)
+    w.SetInputData(dataset(kind, type_name))
     w.SetFileName(path)
     w.Write()
     # What is in the file, as VTK reads it back: text files hold fewer digits than memory.
-    if kind in ("mhd", "mha"):
-        r = vtkMetaImageReader()
-    elif kind.startswith("sp"):
-        r = vtkStructuredPointsReader()
-    elif kind.startswith("rg"):
-        r = vtkRectilinearGridReader()
-    else:
-        r = vtkStructuredGridReader()
+    r = reader()
     r.SetFileName(path)
     r.Update()
     return r.GetOutput()

@@ -12,16 +12,11 @@
 TEST(KxDArray, GrowsToLargerOfNeededAndOneAndAHalf)
 {
     KxDArray<int> a;
-    a.push_back(1);
-    EXPECT_EQ(a.capacity(), 1u); // max(1, 0)
-    a.push_back(2);
-    EXPECT_EQ(a.capacity(), 2u); // max(2, 1)
-    a.push_back(3);
-    EXPECT_EQ(a.capacity(), 3u); // max(3, 3)
-    a.push_back(4);
-    EXPECT_EQ(a.capacity(), 4u); // max(4, 4)
-    a.push_back(5);
-    EXPECT_EQ(a.capacity(), 6u); // max(5, 6)
+    const std::size_t capacities[] = {1, 2, 3, 4, 6}; // max(needed, 1.5 x old)
+    for (int i = 1; i <= 5; ++i) {
+        a.push_back(i);
+        EXPECT_EQ(a.capacity(), capacities[i - 1]) << i;
+    }
     for (int i = 6; i <= 100; ++i) a.push_back(i);
     for (int i = 0; i < 100; ++i) ASSERT_EQ(a[std::size_t(i)], i + 1);
     a.resize(1000);

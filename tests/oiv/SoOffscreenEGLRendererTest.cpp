@@ -1,5 +1,6 @@
-#include "TestSurfaces.h"
+#include "../support/TestSurfaces.h"
 
+#include <kx/KxHandle.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoOffscreenEGLRenderer.h>
 #include <oiv/SoTriSurface.h>
@@ -42,6 +43,15 @@ protected:
         oivInit();
         QString why;
         if (!SoOffscreenEGLRenderer::isAvailable(&why)) GTEST_SKIP() << why.toStdString();
+    }
+};
+
+// A renderer that clears to the test's background.
+struct Renderer : SoOffscreenEGLRenderer
+{
+    Renderer(int width, int height) : SoOffscreenEGLRenderer(width, height)
+    {
+        setBackgroundColor(kBackground);
     }
 };
 
@@ -94,10 +104,8 @@ void expectCornersAreBackground(const QImage& image)
 TEST_F(SoOffscreenEGLRendererTest, ShadedSphereIsLitRoundAndCentred)
 {
     // Not square: a mix-up of width and height or of the aspect ratio shows as an ellipse.
-    SoOffscreenEGLRenderer renderer(160, 120);
-    renderer.setBackgroundColor(kBackground);
-    SoSeparator* scene = sphereScene(SoTriSurface::SHADED);
-    scene->ref();
+    Renderer renderer(160, 120);
+    const KxHandle<SoSeparator> scene(sphereScene(SoTriSurface::SHADED));
     ASSERT_TRUE(renderer.renderViewAll(scene)) << renderer.errorString().toStdString();
     const QImage image = renderer.getImage();
     ASSERT_EQ(image.size(), QSize(160, 120));
@@ -120,18 +128,14 @@ TEST_F(SoOffscreenEGLRendererTest, ShadedSphereIsLitRoundAndCentred)
     int right = 0;
     while (image.pixel(159 - right, 60) == kBackgroundPixel) ++right;
     EXPECT_NEAR(left, right, 2);
-    scene->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, WireframeLeavesMoreBackgroundThanShaded)
 {
     // Few, large triangles: the lines must not merge into a filled disc.
-    SoOffscreenEGLRenderer renderer(128, 128);
-    renderer.setBackgroundColor(kBackground);
-    SoSeparator* shaded = sphereScene(SoTriSurface::SHADED, 1);
-    SoSeparator* wire = sphereScene(SoTriSurface::WIREFRAME, 1);
-    shaded->ref();
-    wire->ref();
+    Renderer renderer(128, 128);
+    const KxHandle<SoSeparator> shaded(sphereScene(SoTriSurface::SHADED, 1));
+    const KxHandle<SoSeparator> wire(sphereScene(SoTriSurface::WIREFRAME, 1));
     ASSERT_TRUE(renderer.renderViewAll(shaded)) << renderer.errorString().toStdString();
     const int shadedBackground = countPixels(renderer.getImage(), kBackgroundPixel);
     ASSERT_TRUE(renderer.renderViewAll(wire)) << renderer.errorString().toStdString();
@@ -143,18 +147,14 @@ TEST_F(SoOffscreenEGLRendererTest, WireframeLeavesMoreBackgroundThanShaded)
     EXPECT_LT(wireInk, shadedInk * 2 / 3);
     // Still a sphere's worth of lines, not an empty picture.
     EXPECT_GT(wireInk, 300);
-    shaded->unref();
-    wire->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, OutlinesAndPackedColoursReachThePicture)
 {
     const TestMesh mesh = makeIcosphere(1);
     SoTriSurface* surface = makeSurface(mesh);
-    SoSeparator* scene = materialScene(SbColor(0.8f, 0.8f, 0.8f), surface);
-    scene->ref();
-    SoOffscreenEGLRenderer renderer(128, 128);
-    renderer.setBackgroundColor(kBackground);
+    const KxHandle<SoSeparator> scene(materialScene(SbColor(0.8f, 0.8f, 0.8f), surface));
+    Renderer renderer(128, 128);
     auto darkPixels = [](const QImage& image) {
         int n = 0;
         for (int y = 0; y < image.height(); ++y)
@@ -190,13 +190,11 @@ TEST_F(SoOffscreenEGLRendererTest, OutlinesAndPackedColoursReachThePicture)
     centre = renderer.getImage().pixel(64, 64);
     EXPECT_GT(qGreen(centre), 150);
     EXPECT_LT(qRed(centre) + qBlue(centre), 40);
-    scene->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, SceneIsDrawnThroughItsOwnCamera)
 {
-    auto* root = new SoSeparator;
-    root->ref();
+    const KxHandle<SoSeparator> root(new SoSeparator);
     auto* camera = new SoOrthographicCamera;
     camera->position = SbVec3f(0.f, 0.f, 5.f);
     camera->height = 4.f;
@@ -205,8 +203,7 @@ TEST_F(SoOffscreenEGLRendererTest, SceneIsDrawnThroughItsOwnCamera)
     root->addChild(materialScene(SbColor(1.f, 1.f, 1.f), makeSurface(makeIcosphere(3))));
 
     // The unit sphere spans a quarter of the 4-unit-high view on each side of the centre: 25 of 100 pixels.
-    SoOffscreenEGLRenderer renderer(100, 100);
-    renderer.setBackgroundColor(kBackground);
+    Renderer renderer(100, 100);
     ASSERT_TRUE(renderer.render(root)) << renderer.errorString().toStdString();
     const QImage image = renderer.getImage();
     EXPECT_NE(image.pixel(50, 50), kBackgroundPixel);
@@ -215,14 +212,12 @@ TEST_F(SoOffscreenEGLRendererTest, SceneIsDrawnThroughItsOwnCamera)
     EXPECT_EQ(image.pixel(50 + 28, 50), kBackgroundPixel);
     EXPECT_EQ(image.pixel(50, 50 + 28), kBackgroundPixel);
     EXPECT_NEAR(coveredExtent(image, 50, 50, true), 50, 2);
-    root->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, ViewDirectionDecidesWhatIsInFront)
 {
     // A large red sphere at the origin and a small green one in front of it on +z.
-    auto* scene = new SoSeparator;
-    scene->ref();
+    const KxHandle<SoSeparator> scene(new SoSeparator);
     scene->addChild(materialScene(SbColor(1.f, 0.f, 0.f), new SoSphere));
     auto* front = new SoSeparator;
     auto* shift = new SoTranslation;
@@ -233,8 +228,7 @@ TEST_F(SoOffscreenEGLRendererTest, ViewDirectionDecidesWhatIsInFront)
     front->addChild(materialScene(SbColor(0.f, 1.f, 0.f), small));
     scene->addChild(front);
 
-    SoOffscreenEGLRenderer renderer(120, 120);
-    renderer.setBackgroundColor(kBackground);
+    Renderer renderer(120, 120);
     auto greenish = [](QRgb p) { return qGreen(p) > 2 * qRed(p) && qGreen(p) > 60; };
     auto reddish = [](QRgb p) { return qRed(p) > 2 * qGreen(p) && qRed(p) > 60; };
 
@@ -257,19 +251,15 @@ TEST_F(SoOffscreenEGLRendererTest, ViewDirectionDecidesWhatIsInFront)
     // Looking straight down still gives a picture (no degenerate up vector).
     ASSERT_TRUE(renderer.renderViewAll(scene, SbVec3f(0.f, -1.f, 0.f)));
     EXPECT_TRUE(reddish(renderer.getImage().pixel(60, 60)));
-    scene->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, RenderersKeepTheirOwnCachesAndRepeatExactly)
 {
-    SoSeparator* scene = sphereScene(SoTriSurface::SHADED_OUTLINED);
-    scene->ref();
+    const KxHandle<SoSeparator> scene(sphereScene(SoTriSurface::SHADED_OUTLINED));
     // Display lists from the second pass on, whatever the toolkit's heuristics would decide.
     scene->renderCaching = SoSeparator::ON;
-    auto first = std::make_unique<SoOffscreenEGLRenderer>(64, 64);
-    SoOffscreenEGLRenderer second(96, 80);
-    first->setBackgroundColor(kBackground);
-    second.setBackgroundColor(kBackground);
+    auto first = std::make_unique<Renderer>(64, 64);
+    Renderer second(96, 80);
 
     // Render caches built for one context must never be replayed in the other.
     ASSERT_TRUE(first->renderViewAll(scene));
@@ -283,13 +273,11 @@ TEST_F(SoOffscreenEGLRendererTest, RenderersKeepTheirOwnCachesAndRepeatExactly)
 
     // A renderer made after another one is gone starts without the old context's caches.
     first.reset();
-    SoOffscreenEGLRenderer third(64, 64);
-    third.setBackgroundColor(kBackground);
+    Renderer third(64, 64);
     for (int pass = 0; pass < 2; ++pass) {
         ASSERT_TRUE(third.renderViewAll(scene));
         EXPECT_EQ(third.getImage(), once) << "pass " << pass;
     }
-    scene->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, BadTrianglesAreSkippedWhenDrawing)
@@ -300,18 +288,14 @@ TEST_F(SoOffscreenEGLRendererTest, BadTrianglesAreSkippedWhenDrawing)
     // Extra triangles that point past the vertices and before the first one.
     broken->triangles.set1Value(mesh.numTriangles(), SbVec3i32(0, 1, 1 << 30));
     broken->triangles.set1Value(mesh.numTriangles() + 1, SbVec3i32(-7, 1, 2));
-    SoSeparator* cleanScene = materialScene(SbColor(0.5f, 0.5f, 0.9f), clean);
-    SoSeparator* brokenScene = materialScene(SbColor(0.5f, 0.5f, 0.9f), broken);
-    cleanScene->ref();
-    brokenScene->ref();
+    const KxHandle<SoSeparator> cleanScene(materialScene(SbColor(0.5f, 0.5f, 0.9f), clean));
+    const KxHandle<SoSeparator> brokenScene(materialScene(SbColor(0.5f, 0.5f, 0.9f), broken));
 
     SoOffscreenEGLRenderer renderer(64, 64);
     ASSERT_TRUE(renderer.renderViewAll(cleanScene));
     const QImage expected = renderer.getImage();
     ASSERT_TRUE(renderer.renderViewAll(brokenScene));
     EXPECT_EQ(renderer.getImage(), expected);
-    cleanScene->unref();
-    brokenScene->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, Text3IsDrawnWithRealFonts)
@@ -328,13 +312,10 @@ TEST_F(SoOffscreenEGLRendererTest, Text3IsDrawnWithRealFonts)
         root->addChild(text);
         return materialScene(SbColor(1.f, 1.f, 0.f), root);
     };
-    SoSeparator* sans = textScene("DejaVu Sans");
-    SoSeparator* serif = textScene("DejaVu Serif:Bold");
-    sans->ref();
-    serif->ref();
+    const KxHandle<SoSeparator> sans(textScene("DejaVu Sans"));
+    const KxHandle<SoSeparator> serif(textScene("DejaVu Serif:Bold"));
 
-    SoOffscreenEGLRenderer renderer(240, 120);
-    renderer.setBackgroundColor(kBackground);
+    Renderer renderer(240, 120);
     ASSERT_TRUE(renderer.renderViewAll(sans)) << renderer.errorString().toStdString();
     const QImage sansImage = renderer.getImage();
     const int inked = 240 * 120 - countPixels(sansImage, kBackgroundPixel);
@@ -345,16 +326,12 @@ TEST_F(SoOffscreenEGLRendererTest, Text3IsDrawnWithRealFonts)
     // family looks the same.
     ASSERT_TRUE(renderer.renderViewAll(serif)) << renderer.errorString().toStdString();
     EXPECT_NE(renderer.getImage(), sansImage);
-    sans->unref();
-    serif->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, PngIsWrittenWholeOrNotAtAll)
 {
-    SoOffscreenEGLRenderer renderer(90, 70);
-    renderer.setBackgroundColor(kBackground);
-    SoSeparator* scene = sphereScene(SoTriSurface::SHADED);
-    scene->ref();
+    Renderer renderer(90, 70);
+    const KxHandle<SoSeparator> scene(sphereScene(SoTriSurface::SHADED));
 
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
@@ -387,7 +364,6 @@ TEST_F(SoOffscreenEGLRendererTest, PngIsWrittenWholeOrNotAtAll)
     EXPECT_TRUE(error.startsWith("Cannot write the picture '" + missing + "': ")) << error.toStdString();
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
               QStringList{"sphere.png"});
-    scene->unref();
 }
 
 TEST_F(SoOffscreenEGLRendererTest, MisuseIsReportedNotCrashed)

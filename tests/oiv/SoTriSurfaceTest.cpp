@@ -1,5 +1,6 @@
-#include "TestSurfaces.h"
+#include "../support/TestSurfaces.h"
 
+#include <kx/KxHandle.h>
 #include <kx/KxMemory.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoTriSurface.h>
@@ -52,18 +53,7 @@ enum class Format
     ToolkitAscii
 };
 
-const char* formatName(Format format)
-{
-    switch (format) {
-    case Format::Binary:
-        return "binary";
-    case Format::NineDigitAscii:
-        return "ASCII with 9 digits";
-    case Format::ToolkitAscii:
-        return "ASCII as the toolkit writes it";
-    }
-    return "?";
-}
+const char* const kFormatNames[] = {"binary", "ASCII with 9 digits", "ASCII as the toolkit writes it"};
 
 // Writes the node to memory and reads it back; the returned separator holds what was read.
 SoSeparator* writeAndRead(SoNode* node, Format format)
@@ -110,8 +100,7 @@ TEST_F(SoTriSurfaceTest, AdoptedBlocksAreUsedInPlaceAndFreedByTheNode)
     float* normals = copyToBlock(mesh.normals);
     int32_t* triangles = copyToBlock(mesh.triangles);
 
-    auto* surface = new SoTriSurface;
-    surface->ref();
+    const KxHandle<SoTriSurface> surface(new SoTriSurface);
     surface->adoptCoords(mesh.numPoints(), coords);
     surface->adoptNormals(mesh.numPoints(), normals);
     surface->adoptTriangles(mesh.numTriangles(), triangles);
@@ -142,7 +131,6 @@ TEST_F(SoTriSurfaceTest, AdoptedBlocksAreUsedInPlaceAndFreedByTheNode)
     surface->clearGeometry();
     EXPECT_EQ(surface->getNumPoints(), 0);
     EXPECT_EQ(surface->normals.getNum(), 0);
-    surface->unref();
 }
 
 TEST_F(SoTriSurfaceTest, RoundTripThroughAsciiAndBinaryFilesKeepsEveryValue)
@@ -155,9 +143,8 @@ TEST_F(SoTriSurfaceTest, RoundTripThroughAsciiAndBinaryFilesKeepsEveryValue)
             return read == written || read == std::nextafter(written, read);
         };
         for (const auto style : {SoTriSurface::WIREFRAME, SoTriSurface::SHADED, SoTriSurface::POINTS}) {
-            SCOPED_TRACE(testing::Message() << formatName(format) << ", draw style " << style);
-            SoTriSurface* surface = makeSurface(mesh);
-            surface->ref();
+            SCOPED_TRACE(testing::Message() << kFormatNames[int(format)] << ", draw style " << style);
+            const KxHandle<SoTriSurface> surface(makeSurface(mesh));
             surface->drawStyle = style;
             surface->twoSidedLighting = style != SoTriSurface::WIREFRAME;
             surface->colors.setValues(0, 2, std::vector<uint32_t>{0x11223344u, 0xfedcba98u}.data());
@@ -192,7 +179,6 @@ TEST_F(SoTriSurfaceTest, RoundTripThroughAsciiAndBinaryFilesKeepsEveryValue)
             EXPECT_EQ(read->materialBinding.getValue(), SoTriSurface::PER_VERTEX);
 
             root->unref();
-            surface->unref();
         }
     }
 }
@@ -202,8 +188,7 @@ TEST_F(SoTriSurfaceTest, BoundingBoxCoversTheVerticesInWorldSpace)
     TestMesh mesh;
     mesh.coords = {-1.f, 5.f, 0.5f, 4.f, -2.f, 6.f, 0.f, 0.f, -3.f, 2.f, 1.f, 1.f};
     mesh.triangles = {0, 1, 2, 1, 2, 3};
-    auto* root = new SoSeparator;
-    root->ref();
+    const KxHandle<SoSeparator> root(new SoSeparator);
     auto* shift = new SoTranslation;
     shift->translation = SbVec3f(10.f, 20.f, 30.f);
     root->addChild(shift);
@@ -220,14 +205,12 @@ TEST_F(SoTriSurfaceTest, BoundingBoxCoversTheVerticesInWorldSpace)
     surface->clearGeometry();
     bbox.apply(root);
     EXPECT_TRUE(bbox.getBoundingBox().isEmpty());
-    root->unref();
 }
 
 TEST_F(SoTriSurfaceTest, PrimitivesMatchTheArraysAndSkipBadIndices)
 {
     TestMesh mesh = makeIcosphere(2);
-    auto* root = new SoSeparator;
-    root->ref();
+    const KxHandle<SoSeparator> root(new SoSeparator);
     SoTriSurface* surface = makeSurface(mesh);
     root->addChild(surface);
 
@@ -277,5 +260,4 @@ TEST_F(SoTriSurfaceTest, PrimitivesMatchTheArraysAndSkipBadIndices)
     surface->triangles.set1Value(9, SbVec3i32(-1, 1, 2));
     count.apply(root);
     EXPECT_EQ(count.getTriangleCount(), 318);
-    root->unref();
 }

@@ -5,6 +5,7 @@
 #include <Inventor/SoDB.h>
 
 #include <algorithm>
+#include <cstring>
 #include <set>
 #include <sstream>
 
@@ -87,6 +88,18 @@ bool isWatertight(const Mesh& m, std::string* why)
         }
     }
     return true;
+}
+
+::testing::AssertionResult sameBytes(const Mesh& a, const Mesh& b)
+{
+    auto same = [](const auto& x, const auto& y) {
+        return x.size() == y.size() &&
+               (x.empty() || !std::memcmp(x.data(), y.data(), x.size() * sizeof(x[0])));
+    };
+    if (!same(a.coords, b.coords)) return ::testing::AssertionFailure() << "the vertices differ";
+    if (!same(a.normals, b.normals)) return ::testing::AssertionFailure() << "the normals differ";
+    if (!same(a.triangles, b.triangles)) return ::testing::AssertionFailure() << "the triangles differ";
+    return ::testing::AssertionSuccess();
 }
 
 std::multiset<std::vector<float>> triangleSet(const Mesh& m)

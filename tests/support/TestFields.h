@@ -3,7 +3,10 @@
 #include <kx/KxMemory.h>
 #include <kx/KxVec3.h>
 #include <oiv/SoTriSurface.h>
+#include <vx/VxCoord3.h>
 #include <vx/VxRegScalarField3.h>
+
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
@@ -32,6 +35,27 @@ VxUniformScalarField3* makeField(int nx, int ny, int nz, const FieldFunc& f, flo
     auto* field = new VxUniformScalarField3(KxDim3l(nx, ny, nz), KxPrimType(KxPrimTypeOf<T>::value), data);
     field->setBoundingBox(KxBox3f(0, (nx - 1) * spacing, 0, (ny - 1) * spacing, 0, (nz - 1) * spacing));
     return field;
+}
+
+// A field of element type T on a curvilinear lattice: node (i, j, k) at pos(i, j, k), holding f of
+// the node's indices, values rounded for integer types.
+template <class T>
+VxRegScalarField3* makeCurvilinearField(int nx, int ny, int nz,
+                                        const std::function<KxVec3f(int, int, int)>& pos, const FieldFunc& f)
+{
+    const KxDim3l d(nx, ny, nz);
+    KxDArray<float> xyz(std::size_t(d.count()) * 3);
+    auto* data = static_cast<T*>(kxmalloc(sizeof(T) * std::size_t(d.count())));
+    for (int k = 0, n = 0; k < nz; ++k)
+        for (int j = 0; j < ny; ++j)
+            for (int i = 0; i < nx; ++i, ++n) {
+                const KxVec3f p = pos(i, j, k);
+                xyz[3 * n] = p.x, xyz[3 * n + 1] = p.y, xyz[3 * n + 2] = p.z;
+                const double v = f(i, j, k);
+                data[n] = std::is_floating_point<T>::value ? T(v) : T(std::lround(v));
+            }
+    return new VxRegScalarField3(d, KxPrimType(KxPrimTypeOf<T>::value),
+                                 new VxCurvilinearCoord3(d, std::move(xyz)), data);
 }
 
 // Distance from a centre minus a radius: positive outside, so the surface at 0 is a sphere.
@@ -72,6 +96,9 @@ std::size_t countCutEdges(const VxRegScalarField3& field, float iso,
 // Every edge is shared by exactly two triangles with opposite orientation; on failure why says
 // what is wrong.
 bool isWatertight(const Mesh& m, std::string* why = nullptr);
+
+// The same vertices, normals and triangles in the same order, to the last bit.
+::testing::AssertionResult sameBytes(const Mesh& a, const Mesh& b);
 
 // Triangles as sorted position triples (rotated so the smallest corner comes first, keeping the
 // orientation), for comparing meshes whatever their vertex numbering.

@@ -52,7 +52,8 @@ protected:
     vxtest::PortScript m_script{VxApplication::instance()->interpreter()->getTclInterp()};
 };
 
-TEST_F(DeprecatedPortTest, OldPortIsHiddenAndUnlisted)
+// The old port is hidden, unlisted and unsaved; untouching the owner clears both.
+TEST_F(DeprecatedPortTest, OldPortIsHiddenUnlistedUnsavedAndUntouchedWithTheNewOne)
 {
     OptionsPort options(&m_owner, "Options", "options");
     EXPECT_EQ(m_owner.getAllPorts().size(), 1);
@@ -61,6 +62,24 @@ TEST_F(DeprecatedPortTest, OldPortIsHiddenAndUnlisted)
     EXPECT_EQ(options.getNum(), 1);
     EXPECT_EQ(options.getDeprecatedPort().getNum(), 1);
     EXPECT_EQ(options.getDeprecatedPort().getName().toStdString(), "options");
+
+    options.getDeprecatedPort().setNum(2);
+    options.getDeprecatedPort().setValue(1, true);
+    options.setValue(0, true);
+    ASSERT_TRUE(options.getDeprecatedPort().isItemNew(1));
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* fp = open_memstream(&text, &size);
+    m_owner.savePorts(fp);
+    fclose(fp);
+    EXPECT_STREQ(text, "\"Isosurface\" options setValue 0 1\n");
+    free(text);
+
+    m_owner.untouchAllPorts();
+    EXPECT_FALSE(options.isNew());
+    EXPECT_FALSE(options.isItemNew(0));
+    EXPECT_FALSE(options.getDeprecatedPort().isNew());
+    EXPECT_FALSE(options.getDeprecatedPort().isItemNew(1));
 }
 
 TEST_F(DeprecatedPortTest, VersionChoosesThePort)
@@ -147,35 +166,6 @@ TEST_F(DeprecatedPortTest, SetPinIsIgnored)
 
     m_interpreter->setCompatibilityVersion(920);
     EXPECT_EQ(run("options setPin 1"), TCL_ERROR) << "the current port knows no setPin";
-}
-
-TEST_F(DeprecatedPortTest, UntouchClearsBothPorts)
-{
-    OptionsPort options(&m_owner, "Options", "options");
-    options.getDeprecatedPort().setNum(2);
-    options.setValue(0, true);
-    options.getDeprecatedPort().setValue(1, true);
-    ASSERT_TRUE(options.getDeprecatedPort().isItemNew(1));
-    m_owner.untouchAllPorts();
-    EXPECT_FALSE(options.isNew());
-    EXPECT_FALSE(options.isItemNew(0));
-    EXPECT_FALSE(options.getDeprecatedPort().isNew());
-    EXPECT_FALSE(options.getDeprecatedPort().isItemNew(1));
-}
-
-TEST_F(DeprecatedPortTest, SavesOnlyTheNewPort)
-{
-    OptionsPort options(&m_owner, "Options", "options");
-    options.getDeprecatedPort().setNum(2);
-    options.getDeprecatedPort().setValue(1, true);
-    options.setValue(0, true);
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* fp = open_memstream(&text, &size);
-    m_owner.savePorts(fp);
-    fclose(fp);
-    EXPECT_STREQ(text, "\"Isosurface\" options setValue 0 1\n");
-    free(text);
 }
 
 } // namespace

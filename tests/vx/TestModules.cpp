@@ -1,5 +1,7 @@
 #include "TestModules.h"
 
+#include "../support/TestSurfaces.h"
+
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxPreferences.h>
@@ -7,10 +9,7 @@
 
 #include <QCoreApplication>
 
-#include <cmath>
 #include <cstring>
-#include <map>
-#include <vector>
 
 KX_SOURCE(VxTestSphere, VxTriBase)
 KX_SOURCE(VxTestAllPorts, VxModule)
@@ -34,55 +33,16 @@ void VxTestSphere::update()
     VxTriBase::update();
 }
 
-namespace {
-
-// Octahedron subdivided n times, vertices on the sphere of radius r; edges shared, so the result
-// is closed.
-void makeSphere(float r, int n, std::vector<SbVec3f>& points, std::vector<int32_t>& tris)
-{
-    points = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
-    tris = {0, 2, 4, 2, 1, 4, 1, 3, 4, 3, 0, 4, 2, 0, 5, 1, 2, 5, 3, 1, 5, 0, 3, 5};
-    for (int level = 0; level < n; ++level) {
-        std::map<std::pair<int, int>, int> mid;
-        auto middle = [&](int a, int b) {
-            auto key = std::minmax(a, b);
-            auto it = mid.find(key);
-            if (it != mid.end()) return it->second;
-            SbVec3f m = points[a] + points[b];
-            m.normalize();
-            points.push_back(m);
-            return mid[key] = int(points.size()) - 1;
-        };
-        std::vector<int32_t> next;
-        for (size_t t = 0; t < tris.size(); t += 3) {
-            int a = tris[t], b = tris[t + 1], c = tris[t + 2];
-            int ab = middle(a, b), bc = middle(b, c), ca = middle(c, a);
-            next.insert(next.end(), {a, ab, ca, ab, b, bc, ca, bc, c, ab, bc, ca});
-        }
-        tris.swap(next);
-    }
-    for (SbVec3f& p : points) p *= r;
-}
-
-} // namespace
-
 void VxTestSphere::compute()
 {
     VxTriBase::compute();
     if (portRadius.isNew() || portSubdivisions.isNew()) computed = false;
     if (!portDoIt.wasHit(0) || computed) return;
-    std::vector<SbVec3f> points;
-    std::vector<int32_t> tris;
-    makeSphere(portRadius.getValue(), portSubdivisions.getValue(), points, tris);
-    m_surface->clearGeometry();
-    m_surface->coords.setValues(0, int(points.size()), points.data());
-    std::vector<SbVec3f> normals(points);
-    for (SbVec3f& v : normals) v.normalize();
-    m_surface->normals.setValues(0, int(normals.size()), normals.data());
-    m_surface->triangles.setNum(int(tris.size() / 3));
-    SbVec3i32* t = m_surface->triangles.startEditing();
-    for (size_t i = 0; i < tris.size(); i += 3) t[i / 3].setValue(tris[i], tris[i + 1], tris[i + 2]);
-    m_surface->triangles.finishEditing();
+    TestMesh mesh = makeIcosphere(portSubdivisions.getValue());
+    for (float& x : mesh.coords) x *= portRadius.getValue();
+    m_surface->adoptCoords(mesh.numPoints(), copyToBlock(mesh.coords));
+    m_surface->adoptNormals(mesh.numPoints(), copyToBlock(mesh.normals));
+    m_surface->adoptTriangles(mesh.numTriangles(), copyToBlock(mesh.triangles));
     VxApplication::instance()->message()->printf("TestSphere contains %d triangles", m_surface->getNumTriangles());
     computed = true;
     ++computeCount;

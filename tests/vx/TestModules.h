@@ -17,7 +17,7 @@
 #include <vx/VxPortToggleList.h>
 #include <vx/VxTriBase.h>
 
-// A sphere made of triangles: an octahedron subdivided and pushed onto the sphere. It follows the
+// A sphere made of triangles: an icosahedron subdivided and pushed onto the sphere. It follows the
 // usual module pattern: ports changed since the last computation make it stale, "Apply" computes
 // when stale, and a saved network says "doIt hit" when it had computed.
 class VxTestSphere : public VxTriBase

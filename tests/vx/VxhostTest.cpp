@@ -1,5 +1,7 @@
 // The vxhost program end to end: package loading and its warnings, scripts with arguments, errors
 // and exit codes, networks saved by one run and loaded by another, and the interactive shell.
+#include "../support/TestFiles.h"
+
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -33,11 +35,9 @@ HostRun vxhost(const QStringList& args, const QString& packagePath = VXTEST_PACK
     return r;
 }
 
-void writeFile(const QString& path, const QByteArray& text)
+void writeFile(const QString& path, const char* text)
 {
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write(text);
+    vxtest::spit(path.toStdString(), text);
 }
 
 TEST(Vxhost, TypeinfoListsThePackagesClassesWithTheirParents)
@@ -84,10 +84,10 @@ TEST(Vxhost, ScriptsGetArgumentsAndExportWhatModulesMake)
                       "puts [s getNumPoints]\n");
     HostRun r = vxhost({script, "2", mesh});
     EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, QString("args: 2 2 %1\nTestSphere contains 128 triangles\n66\n").arg(mesh));
+    EXPECT_EQ(r.out, QString("args: 2 2 %1\nTestSphere contains 320 triangles\n162\n").arg(mesh));
     QFile ply(mesh);
     ASSERT_TRUE(ply.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(ply.readAll().contains("element face 128"));
+    EXPECT_TRUE(ply.readAll().contains("element face 320"));
 }
 
 TEST(Vxhost, ErrorsNameTheirPlaceAndSetTheExitCode)
@@ -126,9 +126,9 @@ TEST(Vxhost, NetworkSavedByOneRunIsRebuiltAndRecomputedByAnother)
     ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
     r = vxhost({net});
     EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, "TestSphere contains 512 triangles\n");
+    EXPECT_EQ(r.out, "TestSphere contains 1280 triangles\n");
     r = vxhost({"-e", QString("loadNetwork %1; list [ball radius getValue] [m data source] [m text getValue]").arg(net)});
-    EXPECT_EQ(r.out, "TestSphere contains 512 triangles\n2.5 ball {a b}\n") << r.err.toStdString();
+    EXPECT_EQ(r.out, "TestSphere contains 1280 triangles\n2.5 ball {a b}\n") << r.err.toStdString();
 }
 
 TEST(Vxhost, InteractiveShellEvaluatesCompleteCommands)

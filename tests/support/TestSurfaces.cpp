@@ -60,7 +60,7 @@ SoTriSurface* makeSurface(const TestMesh& mesh)
 {
     auto* surface = new SoTriSurface;
     surface->adoptCoords(mesh.numPoints(), copyToBlock(mesh.coords));
-    surface->adoptNormals(mesh.numPoints(), copyToBlock(mesh.normals));
+    surface->adoptNormals(int(mesh.normals.size() / 3), copyToBlock(mesh.normals));
     surface->adoptTriangles(mesh.numTriangles(), copyToBlock(mesh.triangles));
     return surface;
 }

@@ -26,9 +26,10 @@ TestMesh makeIcosphere(int subdivisions);
 template <class T> T* copyToBlock(const std::vector<T>& values)
 {
     auto* block = static_cast<T*>(kxmalloc(values.size() * sizeof(T)));
-    if (block) std::memcpy(block, values.data(), values.size() * sizeof(T));
+    if (block && !values.empty()) std::memcpy(block, values.data(), values.size() * sizeof(T));
     return block;
 }
 
-// A surface node that owns copies of the mesh's arrays, handed over through adopt*.
+// A surface node that owns copies of the mesh's arrays, handed over through adopt*; the normals as
+// many as the mesh has, so that a mesh may leave them out.
 SoTriSurface* makeSurface(const TestMesh& mesh);
