@@ -19,7 +19,8 @@ echo "== head surface of the ch2 T1 scan (181 x 217 x 181, 1 mm)"
 "$vxiso" info "$ch2"
 # In ch2 the air is exactly 0 and the head's darkest voxels are 7 (its histogram has nothing in
 # between), so -t 3 follows the skin. The scan ends at the neck; --pad closes the surface there.
-"$vxiso" surface "$ch2" -t 3 --pad -o "$out/head.ply"
+# The picture looks at the face: along -y (RAS: from the front), with z (feet to head) up.
+"$vxiso" surface "$ch2" -t 3 --pad -o "$out/head.ply" --png "$out/head.png" --view 0 -1 0 --up 0 0 1
 
 echo "== the left hippocampus: the same scan inside region 37 of the AAL atlas, relaxed mask"
 "$vxiso" surface "$ch2" -t 80 --compactify --mask /usr/share/mricron/templates/aal.nii.gz --mask-label 37 \
@@ -31,4 +32,5 @@ echo "== torus, 96^3, compactified"
 "$vxiso" surface --field torus --size 96 -t 0 --compactify -o "$out/torus.ply"
 echo
 echo "Meshes written: $(ls "$out"/*.ply | tr '\n' ' ')"
+[ -f "$out/head.png" ] && echo "Picture: $out/head.png"
 echo "Open them in any mesh viewer, or run '$vxiso --help' for more."

@@ -81,6 +81,9 @@ const char* kUsage =
     "                 its border are kept too (default: strict, only triangles inside it)\n"
     "  --downsample FX FY FZ  extract from a copy averaged over FX x FY x FZ voxels (uniform\n"
     "                 volumes; each factor at most half its axis)\n"
+    "  --png PICTURE  also draw the surface into a PNG picture (800 x 600, off-screen)\n"
+    "  --view DX DY DZ  the direction the picture looks in (default 0 0 -1)\n"
+    "  --up UX UY UZ  the direction that is up in the picture (default 0 1 0)\n"
     "  --ascii        write PLY, STL and VTK as text instead of binary\n"
     "  --pad          surround the volume with one layer of nodes below VALUE, so that a surface\n"
     "                 reaching the volume's border is closed there (uniform volumes)\n"
@@ -101,7 +104,8 @@ struct UsageError
 
 struct Options
 {
-    std::string rawFile, volumeFile, fieldName, output, maskFile;
+    std::string rawFile, volumeFile, fieldName, output, maskFile, picture;
+    double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};
     VxRawDescription raw;
     bool haveDims = false, haveType = false, haveThreshold = false, compactify = false, verbose = false;
     bool labels = false, haveLabel = false, ascii = false, pad = false;
@@ -162,7 +166,8 @@ Options parseOptions(Args& args, bool surface)
         const bool surfaceOnly = a == "-t" || a == "--threshold" || a == "-o" || a == "--output" ||
                                  a == "--compactify" || a == "--cores" || a == "--verbose" ||
                                  a == "--ascii" || a == "--label" || a == "--pad" || a == "--mask" ||
-                                 a == "--mask-label" || a == "--relaxed" || a == "--downsample";
+                                 a == "--mask-label" || a == "--relaxed" || a == "--downsample" ||
+                                 a == "--png" || a == "--view" || a == "--up";
         if (surfaceOnly && !surface)
             throw UsageError{"option " + a + " belongs to 'vxiso surface', not 'vxiso info'"};
         if (a == "-t" || a == "--threshold") {
@@ -184,6 +189,10 @@ Options parseOptions(Args& args, bool surface)
         } else if (a == "--snap") {
             throw UsageError{"--snap is gone: vxiso surface runs the isosurface module, which snaps vertices "
                              "within half an edge (--compactify)"};
+        } else if (a == "--png") {
+            o.picture = args.value(a);
+        } else if (a == "--view" || a == "--up") {
+            for (double& c : a == "--view" ? o.view : o.up) c = args.number(a);
         } else if (a == "--mask") {
             o.maskFile = args.value(a);
         } else if (a == "--mask-label") {
@@ -293,6 +302,8 @@ Options parseOptions(Args& args, bool surface)
         throw UsageError{"--mask restricts the surface of a scalar volume; a label volume's region is chosen "
                          "with --label N"};
     if (o.output.empty()) throw UsageError{"no output: give -o FILE"};
+    if (!o.picture.empty() && QFileInfo(QString::fromStdString(o.picture)).suffix().toLower() != "png")
+        throw UsageError{"--png writes PNG pictures: give a file name ending in .png, not '" + o.picture + "'"};
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
         throw UsageError{"cannot write '" + o.output + "': unknown format " +
                          VxSurfaceWriter::extensionHint().toStdString()};
@@ -638,6 +649,7 @@ int runSurface(Args& args)
 {
     Options o = parseOptions(args, true);
     checkWritable(o.output);
+    if (!o.picture.empty()) checkWritable(o.picture);
     VxVolumeInfo info;
     KxHandle<VxSpatialData> data = readData(o, info);
     if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
@@ -666,6 +678,9 @@ int runSurface(Args& args)
     printRun(o, report ? report->lastExtraction() : VxExtractionReport::Figures());
     host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""),
               output});
+    if (!o.picture.empty())
+        host.run({"snapshot", QString::fromStdString(o.picture), "-view", text(o.view[0]), text(o.view[1]),
+                  text(o.view[2]), "-up", text(o.up[0]), text(o.up[1]), text(o.up[2])});
     std::fflush(stdout);
     return 0;
 }

@@ -222,10 +222,12 @@ private:
 };
 
 // Camera orientation that looks along direction, keeping +Y up on screen where it can.
-SbRotation lookingAlong(const SbVec3f& direction)
+// The camera's rotation looking along direction, with the up hint as nearly up in the picture as it
+// can be; a hint along the direction falls back to y up, or z when looking along y.
+SbRotation lookingAlong(const SbVec3f& direction, SbVec3f up)
 {
     const SbVec3f back = -direction;
-    SbVec3f up(0.f, 1.f, 0.f);
+    if (!(up.normalize() > 0.f) || std::fabs(back.dot(up)) > 0.999f) up = SbVec3f(0.f, 1.f, 0.f);
     if (std::fabs(back.dot(up)) > 0.999f) up = SbVec3f(0.f, 0.f, direction[1] < 0.f ? -1.f : 1.f);
     SbVec3f right = up.cross(back);
     right.normalize();
@@ -537,7 +539,7 @@ bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene, const SbVec3f& viewDir
     auto* root = new SoSeparator;
     root->ref();
     auto* camera = new SoPerspectiveCamera;
-    camera->orientation = lookingAlong(direction);
+    camera->orientation = lookingAlong(direction, m_viewUp);
     root->addChild(camera);
     // A light from the eye, as an interactive viewer's headlight.
     auto* headlight = new SoDirectionalLight;

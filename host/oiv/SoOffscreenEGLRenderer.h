@@ -36,6 +36,10 @@ public:
     // Direction in which renderViewAll() looks at the scene; (0, 0, -1) by default.
     void setViewDirection(const SbVec3f& direction);
     const SbVec3f& getViewDirection() const { return m_viewDirection; }
+    // Which way is up in renderViewAll()'s picture, as nearly as the view direction allows; (0, 1, 0)
+    // by default (z up suits scans whose z axis runs from feet to head).
+    void setViewUp(const SbVec3f& up) { m_viewUp = up; }
+    const SbVec3f& getViewUp() const { return m_viewUp; }
 
     // Renders the scene as it is: it must bring its own camera and lights. Returns false, with the reason
     // in errorString(), when no picture could be made.
@@ -61,6 +65,7 @@ private:
     int m_height;
     SbColor m_background{0.f, 0.f, 0.f};
     SbVec3f m_viewDirection{0.f, 0.f, -1.f};
+    SbVec3f m_viewUp{0.f, 1.f, 0.f};
     std::unique_ptr<Context> m_context;
     QImage m_image;
     QString m_error;

@@ -7,10 +7,14 @@
 #include <vx/VxPreferences.h>
 
 #include <kx/KxException.h>
+#include <oiv/SoOffscreenEGLRenderer.h>
+
+#include <Inventor/nodes/SoSeparator.h>
 
 #include <QFile>
 #include <QFileInfo>
 
+#include <cmath>
 #include <cstdarg>
 #include <cstring>
 #include <vector>
@@ -217,6 +221,40 @@ struct VxInterpreterCommands
         return TCL_OK;
     }
 
+    // snapshot FILE ?-size W H? ?-view DX DY DZ? ?-up UX UY UZ?: the scene as a PNG picture, through a
+    // camera that shows all of it.
+    static int snapshot(ClientData, Tcl_Interp* interp, int argc, const char** argv)
+    {
+        const char* usage = "usage: snapshot FILE ?-size WIDTH HEIGHT? ?-view DX DY DZ? ?-up UX UY UZ?";
+        if (argc < 2 || argv[1][0] == '-') return fail(interp, usage);
+        int size[2] = {800, 600};
+        double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};
+        for (int i = 2; i < argc;) {
+            const bool isSize = !strcmp(argv[i], "-size");
+            double* vector = !strcmp(argv[i], "-view") ? view : !strcmp(argv[i], "-up") ? up : nullptr;
+            const int words = isSize ? 2 : 3;
+            if ((!isSize && !vector) || i + words >= argc) return fail(interp, usage);
+            for (int k = 0; k < words; ++k) {
+                const char* word = argv[i + 1 + k];
+                if (isSize ? Tcl_GetInt(nullptr, word, &size[k]) != TCL_OK || size[k] < 16 || size[k] > 8192
+                           : Tcl_GetDouble(nullptr, word, &vector[k]) != TCL_OK || !std::isfinite(vector[k]))
+                    return fail(interp, QString("snapshot: %1 \"%2\" is not %3")
+                                            .arg(argv[i], word, isSize ? "a size of 16 to 8192 pixels" : "a number"));
+            }
+            i += 1 + words;
+        }
+        QString why;
+        if (!SoOffscreenEGLRenderer::isAvailable(&why))
+            return fail(interp, "snapshot: no off-screen rendering on this machine: " + why);
+        SoOffscreenEGLRenderer renderer(size[0], size[1]);
+        renderer.setBackgroundColor(SbColor(0.12f, 0.12f, 0.14f));
+        renderer.setViewUp(SbVec3f(float(up[0]), float(up[1]), float(up[2])));
+        if (!renderer.renderViewAll(app()->getSceneRoot(), SbVec3f(float(view[0]), float(view[1]), float(view[2]))))
+            return fail(interp, "snapshot: " + renderer.errorString());
+        if (!renderer.writePNG(QString::fromUtf8(argv[1]), &why)) return fail(interp, "snapshot: " + why);
+        return TCL_OK;
+    }
+
     static int preferences(ClientData, Tcl_Interp* interp, int argc, const char** argv)
     {
         VxPreferences prefs = app()->getPreferences();
@@ -272,6 +310,7 @@ VxInterpreter::VxInterpreter() : m_interp(Tcl_CreateInterp())
                     {"compatibilityVersion", C::compatibilityVersion},
                     {"typeinfo", C::typeinfo},
                     {"preferences", C::preferences},
+                    {"snapshot", C::snapshot},
                     {"deprecationWarnings", C::deprecationWarnings}};
     for (auto& c : commands) Tcl_CreateCommand(m_interp, c.name, c.proc, nullptr, nullptr);
 }

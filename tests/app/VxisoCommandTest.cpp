@@ -1,6 +1,8 @@
 // The vxiso command as a user runs it: what it prints, what it writes, how it fails.
 #include <gtest/gtest.h>
 
+#include <QImage>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -765,4 +767,37 @@ TEST_F(VxisoCommand, MultiBlockFieldsTakeTheBlockPath)
         vxiso("surface " + path("ball.vxblocks") + " -t 0 --pad -o " + path("x.ply"));
     EXPECT_EQ(padded.status, 2);
     EXPECT_EQ(padded.err, "vxiso: error: --pad does not apply to a multi-block field\n");
+}
+
+// The picture shows the surface in the middle of the background, looking the way it was told.
+TEST_F(VxisoCommand, PngDrawsTheSurfaceOffScreen)
+{
+    // A flat slab: seen edge-on it is a thin line, seen face-on it fills the middle.
+    std::vector<float> v;
+    for (int k = 0; k < 20; ++k)
+        for (int j = 0; j < 20; ++j)
+            for (int i = 0; i < 20; ++i) v.push_back(i > 2 && i < 17 && j > 2 && j < 17 && k > 8 && k < 11 ? 1.f : 0.f);
+    std::ofstream(path("slab.raw"), std::ios::binary)
+        .write(reinterpret_cast<const char*>(v.data()), std::streamsize(4 * v.size()));
+    const std::string in = "surface --raw " + path("slab.raw") + " --dims 20 20 20 --type float32 -t 0.5 -o " +
+                           path("s.ply") + " --png " + path("s.png");
+    const CommandResult faceOn = vxiso(in);
+    if (faceOn.err.find("no off-screen rendering") != std::string::npos) GTEST_SKIP() << faceOn.err;
+    ASSERT_EQ(faceOn.status, 0) << faceOn.err;
+    QImage picture(QString::fromStdString(path("s.png")));
+    ASSERT_EQ(picture.size(), QSize(800, 600));
+    const QRgb background = picture.pixel(0, 0);
+    EXPECT_EQ(picture.pixel(799, 599), background);
+    EXPECT_NE(picture.pixel(400, 300), background);
+    EXPECT_NE(picture.pixel(400, 160), background) << "face on, the slab fills most of the height";
+
+    ASSERT_EQ(vxiso(in + " --view 1 0 0 --up 0 0 1").status, 0);
+    picture.load(QString::fromStdString(path("s.png")));
+    EXPECT_NE(picture.pixel(400, 300), background);
+    EXPECT_EQ(picture.pixel(400, 160), background) << "edge on, the slab is a thin bar across the middle";
+
+    const CommandResult script = vxhostScript("snapshot x.png -size 8 8\n");
+    EXPECT_NE(script.status, 0);
+    EXPECT_NE(script.err.find("snapshot: -size \"8\" is not a size of 16 to 8192 pixels"), std::string::npos)
+        << script.err;
 }
