@@ -7,6 +7,7 @@
 #include <vx/VxPreferences.h>
 
 #include <kx/KxException.h>
+#include <kx/KxString.h>
 #include <oiv/SoOffscreenEGLRenderer.h>
 
 #include <Inventor/nodes/SoSeparator.h>
@@ -417,12 +418,7 @@ void Tcl_VaSetResult(Tcl_Interp* interp, const char* format, ...)
 {
     va_list args;
     va_start(args, format);
-    va_list copy;
-    va_copy(copy, args);
-    int n = vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    std::vector<char> buf(size_t(n > 0 ? n : 0) + 1);
-    vsnprintf(buf.data(), buf.size(), format, args);
+    const QString text = KxString::vprintf(format, args);
     va_end(args);
-    Tcl_SetObjResult(interp, Tcl_NewStringObj(buf.data(), -1));
+    vxscript::setResult(interp, text);
 }

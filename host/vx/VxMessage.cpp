@@ -1,20 +1,16 @@
 #include <vx/VxMessage.h>
 
+#include <kx/KxString.h>
+
 #include <cstdarg>
-#include <vector>
 
 void VxMessage::printf(const char* format, ...)
 {
     va_list args;
     va_start(args, format);
-    va_list copy;
-    va_copy(copy, args);
-    int n = vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    std::vector<char> buf(size_t(n > 0 ? n : 0) + 1);
-    vsnprintf(buf.data(), buf.size(), format, args);
+    const QString text = KxString::vprintf(format, args);
     va_end(args);
-    printf(QString::fromUtf8(buf.data()));
+    printf(text);
 }
 
 void VxMessage::printf(const QString& text)
