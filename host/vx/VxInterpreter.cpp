@@ -18,7 +18,6 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstring>
-#include <vector>
 
 namespace {
 
