@@ -274,24 +274,30 @@ void VxIsosurface::compute()
         portResolution.isNew())
         computed = false;
     if (!portDoIt.wasHit(0) || computed) return;
+    m_lastFailure.clear();
     try {
         if (vxconnection_cast<VxBlockStructuredScalarField3>(portData))
             computeBlockScalarField3();
         else
             computeRegScalarField3();
         computed = true;
-    } catch (const std::bad_alloc&) {
-        VxApplication::instance()->progress()->stopWorking();
-        message()->error(tr("Open Inventor Memory exception. Try with a higher Threshold."));
+    } catch (const std::bad_alloc& e) {
+        fail(tr("Open Inventor Memory exception. Try with a higher Threshold."),
+             dynamic_cast<const KxOutOfMemory*>(&e) ? QString::fromUtf8(e.what()) : QString("out of memory"));
     } catch (const KxException& e) {
-        VxApplication::instance()->progress()->stopWorking();
-        message()->error(
-            tr("Exception:\n%1\nTry to disable the compactify\noption and run again.").arg(e.text()));
+        fail(tr("Exception:\n%1\nTry to disable the compactify\noption and run again.").arg(e.text()),
+             e.text());
     } catch (const std::exception& e) {
-        VxApplication::instance()->progress()->stopWorking();
-        message()->error(tr("Exception:\n%1\nTry to disable the compactify\noption and run again.")
-                             .arg(QString::fromUtf8(e.what())));
+        const QString what = QString::fromUtf8(e.what());
+        fail(tr("Exception:\n%1\nTry to disable the compactify\noption and run again.").arg(what), what);
     }
+}
+
+void VxIsosurface::fail(const QString& message, const QString& cause)
+{
+    VxApplication::instance()->progress()->stopWorking();
+    m_lastFailure = cause.simplified();
+    ::message()->error(message);
 }
 
 int VxIsosurface::parse(Tcl_Interp* interp, int argc, char** argv)

@@ -58,10 +58,12 @@ public:
     // The averaging factor of the down-sampled copy along an axis (0, 1, 2).
     int getResampleFactor(int axis) const { return m_resampleFactors[axis]; }
     Figures lastExtraction() const override { return m_lastRun; }
+    QString lastFailure() const override { return m_lastFailure; }
 
 protected:
     // Runs the extractor; the default node filter skips cubes touching undefined values.
-    virtual void extractIsoSurfaceFromRegField3(const VxRegScalarField3* field, VxIsosurfaceExtractor& extractor);
+    virtual void extractIsoSurfaceFromRegField3(const VxRegScalarField3* field,
+                                                VxIsosurfaceExtractor& extractor);
     void computeRegScalarField3();
     void computeBlockScalarField3();
 
@@ -71,12 +73,15 @@ protected:
 private:
     bool compactify() const { return portOptions.getValue(0); }
     void report(unsigned long kept, unsigned long long removed);
+    // Shows the module's error message and keeps the cause for lastFailure().
+    void fail(const QString& message, const QString& cause);
 
     bool m_firstData = true;
     float m_paramCC = 0.5f;
     KxHandle<VxRegScalarField3> m_resampled;
     int m_resampleFactors[3] = {1, 1, 1};
     Figures m_lastRun;
+    QString m_lastFailure;
     IntersectionCallback m_intersectionCallback = nullptr;
     VxObject* m_intersectionObject = nullptr;
 };

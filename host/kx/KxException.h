@@ -1,7 +1,9 @@
 #pragma once
 #include <QString>
 
+#include <cstddef>
 #include <exception>
+#include <new>
 #include <string>
 
 // The framework's exception: carries a user-readable text.
@@ -16,4 +18,19 @@ public:
 private:
     QString m_text;
     std::string m_utf8;
+};
+
+// Memory that could not be had, with its size, so that a message can say how much was asked for.
+// Still a std::bad_alloc for code that catches only that. Building it allocates nothing.
+class KxOutOfMemory : public std::bad_alloc
+{
+public:
+    explicit KxOutOfMemory(std::size_t bytes);
+    std::size_t bytes() const { return m_bytes; }
+    // "out of memory: could not get 1.9 GiB (2040109465 bytes)"
+    const char* what() const noexcept override { return m_text; }
+
+private:
+    std::size_t m_bytes;
+    char m_text[96];
 };

@@ -1,6 +1,8 @@
+#include <kx/KxException.h>
 #include <kx/KxMemory.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -21,10 +23,24 @@ void preferHugePages(void* block, std::size_t bytes)
 
 } // namespace
 
+KxOutOfMemory::KxOutOfMemory(std::size_t bytes) : m_bytes(bytes)
+{
+    const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    double size = double(bytes);
+    int unit = 0;
+    while (size >= 1024 && unit < 6) size /= 1024, ++unit;
+    if (unit == 0)
+        std::snprintf(m_text, sizeof m_text, "out of memory: could not get %zu bytes", bytes);
+    else
+        std::snprintf(m_text, sizeof m_text, "out of memory: could not get %.1f %s (%zu bytes)", size,
+                      units[unit], bytes);
+}
+
 void* kxmalloc(std::size_t bytes)
 {
     if (!bytes) return nullptr;
-    void* block = ::operator new[](bytes);
+    void* block = ::operator new[](bytes, std::nothrow);
+    if (!block) throw KxOutOfMemory(bytes);
     preferHugePages(block, bytes);
     return block;
 }

@@ -1,6 +1,8 @@
 #pragma once
 #include <kx/KxVec3.h>
 
+#include <QString>
+
 #include <cstddef>
 
 // What a module's last extraction did, for tools that report on a run (vxiso --verbose). Modules
@@ -19,4 +21,7 @@ public:
 
     virtual ~VxExtractionReport();
     virtual Figures lastExtraction() const = 0;
+    // Why the last extraction failed, in one line without advice (the module's own message may say
+    // more); empty when it succeeded.
+    virtual QString lastFailure() const = 0;
 };

@@ -26,14 +26,18 @@ void VxMessage::printf(const QString& text)
 int VxMessage::error(const QString& text, const char*, const char*, const char*, int defaultButton, int)
 {
     m_errors.append(text);
-    fprintf(stderr, "Error: %s\n", text.toUtf8().constData());
-    fflush(stderr);
+    if (m_errorConsole) {
+        fprintf(m_errorConsole, "Error: %s\n", text.toUtf8().constData());
+        fflush(m_errorConsole);
+    }
     return defaultButton;
 }
 
 void VxMessage::warning(const QString& text)
 {
     m_lines.append("Warning: " + text);
-    fprintf(stderr, "Warning: %s\n", text.toUtf8().constData());
-    fflush(stderr);
+    if (m_errorConsole) {
+        fprintf(m_errorConsole, "Warning: %s\n", text.toUtf8().constData());
+        fflush(m_errorConsole);
+    }
 }

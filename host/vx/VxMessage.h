@@ -28,9 +28,13 @@ public:
     }
     // Where console lines go (stdout by default; null keeps them only in the record).
     void setConsole(FILE* fp) { m_console = fp; }
+    // Where errors and warnings go (stderr by default; null keeps them only in the record), for a
+    // tool that reports failures in a voice of its own.
+    void setErrorConsole(FILE* fp) { m_errorConsole = fp; }
 
 private:
     QStringList m_lines;
     QStringList m_errors;
     FILE* m_console = stdout;
+    FILE* m_errorConsole = stderr;
 };
