@@ -258,6 +258,7 @@ void VxIsosurface::computeBlockScalarField3()
     if (normals.size() == coords.size()) result->normals.setValues(0, int(normals.size()), normals.data());
     result->triangles.setValues(0, int(triangles.size()), triangles.data());
     replaceTriSurface(result.get());
+    message()->printf("Isosurface contains %lu triangles", (unsigned long)triangles.size());
     m_lastRun =
         Figures{-1, std::size_t(n),
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), KxDim3l()};
@@ -308,7 +309,14 @@ int VxIsosurface::parse(Tcl_Interp* interp, int argc, char** argv)
             vi->cmdHelp(interp, "setParamCC", true, argc, argv);
             return TCL_OK;
         }
-        m_paramCC = float(strtod(argv[2], nullptr));
+        char* end = nullptr;
+        const double value = strtod(argv[2], &end);
+        if (end == argv[2] || *end != '\0' || !std::isfinite(float(value))) {
+            vxscript::setResult(interp, QString("\"%1\" setParamCC: \"%2\" is not a finite number")
+                                            .arg(getName(), QString::fromUtf8(argv[2])));
+            return TCL_ERROR;
+        }
+        m_paramCC = float(value);
         return TCL_OK;
     }
     return VxTriBase::parse(interp, argc, argv);

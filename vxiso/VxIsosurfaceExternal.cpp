@@ -7,9 +7,11 @@
 #include <vx/VxCoord3.h>
 #include <vx/VxMessage.h>
 #include <vx/VxRegScalarField3.h>
+#include <vxiso/extractor/VxIsosurfaceTools.h>
 
 #include <QString>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <new>
@@ -319,6 +321,9 @@ KxVec3f VxIsosurfaceExternal::gridIntersection(int z, int y, int x, int edge, Va
         const KxVec3f gb = gradientAt(value, bx, by, bz, n, spacing);
         normal =
             KxVec3f(-(ga.x + t * (gb.x - ga.x)), -(ga.y + t * (gb.y - ga.y)), -(ga.z + t * (gb.z - ga.z)));
+        if (!vxiso::tools::isFinite(normal))
+            normal = vxiso::tools::normalAcrossEdge(nodePosition(ax, ay, az), nodePosition(bx, by, bz),
+                                                    R(m_threshold) < fa);
     } else {
         normal = KxVec3f();
     }
@@ -413,8 +418,9 @@ int VxIsosurfaceExternal::addIntersection(int z, int y, int x, int edge, Interse
     unsigned long nearest = 0;
     const KxVec3f p = (this->*intersection)(z, y, x, edge, normal, nearest);
     const std::size_t vertices = m_coordsOut.size() / 3;
-    // Vertex numbers are 32-bit in the surface; more would not fit any more than the memory.
-    if (vertices >= std::size_t(INT_MAX) || m_remap.size() >= std::size_t(INT_MAX)) throw std::bad_alloc();
+    // This extractor cannot count ahead: it refuses the vertex that would not fit a 32-bit number.
+    if (std::max<uint64_t>(vertices, m_remap.size()) >= m_maxElements)
+        vxiso::tools::checkSurfaceSize(std::max<uint64_t>(vertices, m_remap.size()) + 1, 0);
     auto append = [&] {
         float* c = m_coordsOut.extend(3);
         c[0] = p.x, c[1] = p.y, c[2] = p.z;
@@ -510,7 +516,8 @@ void VxIsosurfaceExternal::march(IntersectionFunction intersection)
                     if (*slot < 0) *slot = addIntersection(z, y, x, e, intersection);
                     ids[e] = *slot;
                 }
-                if (m_trianglesOut.size() / 3 + 5 > std::size_t(INT_MAX)) throw std::bad_alloc();
+                if (m_trianglesOut.size() / 3 + row[22] > m_maxElements)
+                    vxiso::tools::checkSurfaceSize(0, m_trianglesOut.size() / 3 + row[22]);
                 const int corners = 3 * row[22];
                 int32_t* t = m_trianglesOut.extend(std::size_t(corners));
                 for (int c = 0; c < corners; ++c) t[c] = ids[row[23 + c]];
@@ -642,6 +649,7 @@ void VxIsosurfaceExternal::computeSurfaceInternal()
     }
     NotifyGuard guard(m_surface);
     m_produced = false;
+    m_maxElements = vxiso::tools::maxSurfaceElements();
     if (m_method == 0)
         computeSurfaceMC();
     else if (m_method == 1)

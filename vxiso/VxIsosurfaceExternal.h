@@ -188,6 +188,8 @@ private:
     KxDArray<float> m_normalsOut;
     KxDArray<int32_t> m_trianglesOut;
     bool m_produced = false;
+    uint64_t m_maxElements = 0; // vertices or triangles that can be numbered
+
     // Vertex ids of the edges along x and y of the node layers below and above the current cells,
     // and of the edges along z between them, one per node of a layer.
     KxDArray<int> m_lowX, m_lowY, m_highX, m_highY, m_upZ;

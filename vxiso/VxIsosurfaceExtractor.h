@@ -27,19 +27,19 @@ public:
         std::atomic<float> m_value{0.f};
     };
 
-    VxIsosurfaceExtractor(const VxRegScalarField3* field, SoTriSurface* surface, KxProgressInterface* progress);
+    VxIsosurfaceExtractor(const VxRegScalarField3* field, SoTriSurface* surface,
+                          KxProgressInterface* progress);
 
     // Settings, set by the caller before compute().
-    int compact = 0;             // 0 standard cubes, 1 compact cubes; other values compute nothing
-    float isoValue = 0.f;        // the surface is where the field equals this value
-    float threshold = 0.5f;      // compact cubes: snapping distance as a fraction of an edge
-    int64_t numberOfCores = 1;   // 1 runs the sequential traversal, any other value the parallel one
+    int compact = 0;           // 0 standard cubes, 1 compact cubes; other values compute nothing
+    float isoValue = 0.f;      // the surface is where the field equals this value
+    float threshold = 0.5f;    // compact cubes: snapping distance as a fraction of an edge
+    int64_t numberOfCores = 1; // 1 runs the sequential traversal, any other value the parallel one
 
     // Extraction with the undefined-value filter of the field.
     void compute();
     // Extraction with any node filter (vxiso::filter::UndefinedValue or LabelIsoSurfaceFilter).
-    template <class Filter>
-    void compute(const Filter& filter);
+    template <class Filter> void compute(const Filter& filter);
 
     // Triangles dropped because compactification collapsed them.
     uint64_t getDegenerateCount() const { return m_degenerateCount; }
@@ -57,12 +57,9 @@ public:
     int getSplitAxis() const { return m_splitAxis; }
 
     // Internal stages, public so that the instantiation units can define them.
-    template <class Filter>
-    void doCompute(const Filter& filter);
-    template <class T, class Filter>
-    void computeUniformScalarField3(const Filter& filter);
-    template <class Filter>
-    void computeCurvilinearScalarField3(const Filter& filter);
+    template <class Filter> void doCompute(const Filter& filter);
+    template <class T, class Filter> void computeUniformScalarField3(const Filter& filter);
+    template <class Filter> void computeCurvilinearScalarField3(const Filter& filter);
     template <class Accessor, template <class> class Cubes, class Filter>
     void doComputeRegScalarField3(const Filter& filter);
     template <class Accessor, template <class, class> class Cubes, class Filter>
@@ -71,10 +68,9 @@ public:
     void computeParallel(const Filter& filter);
 
 private:
-    template <class Accessor, class Filter>
-    void dispatchCubes(const Filter& filter);
-    template <class CubesType>
-    void handOver(CubesType& cubes);
+    class Session;
+    template <class Accessor, class Filter> void dispatchCubes(const Filter& filter);
+    template <class CubesType> void handOver(CubesType& cubes);
 
     const VxRegScalarField3* m_field;
     SoTriSurface* m_surface;

@@ -45,7 +45,6 @@ private:
 template <class T> struct KxPrimTypeOf;
 template <> struct KxPrimTypeOf<unsigned char> { static constexpr KxPrimType::Type value = KxPrimType::UINT8; };
 template <> struct KxPrimTypeOf<signed char> { static constexpr KxPrimType::Type value = KxPrimType::INT8; };
-template <> struct KxPrimTypeOf<char> { static constexpr KxPrimType::Type value = KxPrimType::INT8; };
 template <> struct KxPrimTypeOf<unsigned short> { static constexpr KxPrimType::Type value = KxPrimType::UINT16; };
 template <> struct KxPrimTypeOf<short> { static constexpr KxPrimType::Type value = KxPrimType::INT16; };
 template <> struct KxPrimTypeOf<unsigned int> { static constexpr KxPrimType::Type value = KxPrimType::UINT32; };

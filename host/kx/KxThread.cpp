@@ -1,11 +1,22 @@
 #include <kx/KxThread.h>
 
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
 
 KxThread::~KxThread()
 {
-    // A thread object must not die under its running thread.
-    wait();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_running) {
+        // run() is still using the derived part that is already destroyed: nothing sane is left.
+        std::fputs(
+            "KxThread destroyed while its thread runs: the derived class must join() in its destructor\n",
+            stderr);
+        std::abort();
+    }
+    lock.unlock();
+    if (m_thread.joinable()) m_thread.join();
 }
 
 void KxThread::start()
@@ -14,17 +25,23 @@ void KxThread::start()
     if (m_running) return;
     if (m_thread.joinable()) m_thread.join();
     m_running = true;
+    m_failure = nullptr;
     m_thread = std::thread([this] {
-        run();
+        std::exception_ptr failure;
+        try {
+            run();
+        } catch (...) {
+            failure = std::current_exception();
+        }
         std::lock_guard<std::mutex> done(m_mutex);
+        m_failure = failure;
         m_running = false;
         m_done.notify_all();
     });
 }
 
-bool KxThread::wait(unsigned long timeoutMs)
+bool KxThread::waitFor(std::unique_lock<std::mutex>& lock, unsigned long timeoutMs)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
     // Timeouts beyond a few million years overflow the clock arithmetic: treat them as unlimited.
     if (timeoutMs >= (1ul << 40))
         m_done.wait(lock, [this] { return !m_running; });
@@ -34,8 +51,23 @@ bool KxThread::wait(unsigned long timeoutMs)
         std::thread t = std::move(m_thread);
         lock.unlock();
         t.join();
+        lock.lock();
     }
     return true;
+}
+
+bool KxThread::wait(unsigned long timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (!waitFor(lock, timeoutMs)) return false;
+    if (std::exception_ptr failure = std::exchange(m_failure, nullptr)) std::rethrow_exception(failure);
+    return true;
+}
+
+void KxThread::join() noexcept
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    waitFor(lock, ~0ul);
 }
 
 bool KxThread::isRunning() const

@@ -3,6 +3,7 @@
 #include "../support/TestFields.h"
 
 #include <vxiso/VxIsosurfaceExternal.h>
+#include <vxiso/extractor/VxIsosurfaceTools.h>
 
 #include <kx/KxException.h>
 #include <kx/KxHandle.h>
@@ -397,6 +398,14 @@ TEST_F(LegacyExtractor, FailuresKeepThePreviousSurfaceAndSayWhy)
     EXPECT_THROW(run(*field, 0.f, o), KxException);
     EXPECT_EQ(meshOf(*surface).triangles, before.triangles);
     EXPECT_TRUE(surface->coords.isNotifyEnabled() && surface->triangles.isNotifyEnabled());
+
+    // A surface with more vertices than can be numbered is refused by this extractor too, which
+    // counts as it goes.
+    vxiso::tools::setMaxSurfaceElements(before.coords.size() - 1);
+    o.callback = nullptr;
+    EXPECT_THROW(run(*field, 0.f, o), KxException);
+    vxiso::tools::setMaxSurfaceElements(0);
+    EXPECT_EQ(meshOf(*surface).triangles, before.triangles);
 
     // A field whose lattice is not the one the extraction was set up for is refused.
     KxHandle<VxUniformScalarField3> other = makeField<float>(9, 10, 10, sphere(4.5, 4.5, 4.5, 3));

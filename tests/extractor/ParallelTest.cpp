@@ -4,12 +4,14 @@
 #include <vxiso/VxIsosurfaceExtractor.h>
 #include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
 
+#include <kx/KxException.h>
 #include <kx/KxHandle.h>
 #include <oiv/OivInit.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <random>
 #include <set>
 #include <thread>
@@ -47,7 +49,8 @@ std::multiset<std::vector<float>> referencedVertices(const Mesh& m)
     std::set<int> used;
     for (const KxVec3i& t : m.triangles) used.insert({t.x, t.y, t.z});
     std::multiset<std::vector<float>> out;
-    for (int v : used) out.insert({m.coords[std::size_t(v)].x, m.coords[std::size_t(v)].y, m.coords[std::size_t(v)].z});
+    for (int v : used)
+        out.insert({m.coords[std::size_t(v)].x, m.coords[std::size_t(v)].y, m.coords[std::size_t(v)].z});
     return out;
 }
 
@@ -85,7 +88,11 @@ KxHandle<VxUniformScalarField3> field(int longAxis, bool undefined)
 class SlabThreads : public ::testing::Test
 {
 protected:
-    void TearDown() override { VxIsosurfaceExtractor::setHardwareThreadsForSlabs(0); }
+    void TearDown() override
+    {
+        VxIsosurfaceExtractor::setHardwareThreadsForSlabs(0);
+        vxiso::tools::setMaxSurfaceElements(0);
+    }
 };
 
 } // namespace
@@ -114,6 +121,65 @@ TEST_F(SlabThreads, BothCubesEqualSequentialForEveryAxisAndSlabCount)
                     EXPECT_EQ(par.dropped, seq.dropped);
                 }
                 EXPECT_GE(slabCounts.size(), 2u); // the hook really cut the field differently
+            }
+}
+
+// Numbers of vertices and triangles are 32-bit: a surface with more is refused, with its counts,
+// before its arrays are made, on every path; the refusal reaches the caller from the worker thread
+// and from the slabs' threads (each slab below the limit, their sum above it). Counts made ahead
+// bound the standard surface, so that one always fits.
+TEST_F(SlabThreads, SurfacesTooLargeToNumberAreRefusedOnEveryPath)
+{
+    KxHandle<VxUniformScalarField3> f = field(0, false);
+    const vxiso::filter::UndefinedValue filter(*f);
+    auto most = [](const Mesh& m) { return uint64_t(std::max(m.coords.size(), m.triangles.size())); };
+    const uint64_t standard = most(run(*f, filter, 0, 1).mesh);
+    VxIsosurfaceExtractor::setHardwareThreadsForSlabs(4);
+    for (int compact : {0, 1})
+        for (int64_t cores : {1, 2}) {
+            SCOPED_TRACE("compact " + std::to_string(compact) + " cores " + std::to_string(cores));
+            vxiso::tools::setMaxSurfaceElements(standard);
+            const uint64_t made = most(run(*f, filter, compact, cores).mesh);
+            vxiso::tools::setMaxSurfaceElements(made - 1);
+            try {
+                run(*f, filter, compact, cores);
+                ADD_FAILURE() << "not refused";
+            } catch (const KxException& e) {
+                EXPECT_TRUE(e.text().startsWith("the surface would have ")) << e.what();
+                EXPECT_TRUE(e.text().contains(QString("; a surface holds at most %1 of each").arg(made - 1)))
+                    << e.what();
+            }
+        }
+}
+
+// Infinite and NaN values (also doubles beyond the float range) have no proportion to interpolate:
+// every vertex and normal still comes out finite.
+TEST_F(SlabThreads, InfiniteAndNaNValuesGiveFiniteVerticesAndNormals)
+{
+    const double odd[] = {HUGE_VAL, -HUGE_VAL, NAN, 1e300, -1e300};
+    KxHandle<VxUniformScalarField3> floats = field(0, false);
+    KxHandle<VxUniformScalarField3> doubles =
+        makeField<double>(70, 21, 19, [&](double x, double y, double z) {
+            return double(
+                static_cast<const float*>(floats->lattice().dataPtr())[(int(z) * 21 + int(y)) * 70 + int(x)]);
+        });
+    std::mt19937 rng(5);
+    for (int i = 0; i < 900; ++i) {
+        const uint32_t n = rng() % uint32_t(floats->getDims().count());
+        static_cast<float*>(floats->lattice().dataPtr())[n] = float(odd[i % 3]);
+        static_cast<double*>(doubles->lattice().dataPtr())[n] = odd[i % 5];
+    }
+    VxIsosurfaceExtractor::setHardwareThreadsForSlabs(3);
+    for (VxUniformScalarField3* f : {floats.get(), doubles.get()})
+        for (int compact : {0, 1})
+            for (int64_t cores : {1, 2}) {
+                const Mesh m = run(*f, vxiso::filter::UndefinedValue(*f), compact, cores).mesh;
+                EXPECT_GT(m.triangles.size(), 100u);
+                std::size_t bad = 0;
+                for (const std::vector<KxVec3f>* a : {&m.coords, &m.normals})
+                    for (const KxVec3f& p : *a)
+                        bad += !(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
+                EXPECT_EQ(bad, 0u) << "compact " << compact << " cores " << cores;
             }
 }
 
@@ -183,8 +249,10 @@ Mesh runSlabs(const VxRegScalarField3& f, const std::vector<unsigned long>& cuts
     if (dropped) *dropped = cubes.degenerateCount();
     std::vector<KxVec3i> kept;
     for (const KxVec3i& t : m.triangles)
-        if (!vxiso::tools::isDegenerate(t)) kept.push_back(t);
-        else if (dropped) ++*dropped;
+        if (!vxiso::tools::isDegenerate(t))
+            kept.push_back(t);
+        else if (dropped)
+            ++*dropped;
     m.triangles = kept;
     return m;
 }
@@ -207,22 +275,26 @@ TEST(ParallelSlabs, AnySetOfSlabsGivesTheSequentialSurface)
     };
     for (std::size_t p = 0; p < plans.size(); ++p) {
         SCOPED_TRACE("plan with " + std::to_string(plans[p].size() - 1) + " slabs");
-        const Mesh a = runSlabs<vxiso::VxIsosurfaceParallelStandardCubes, vxiso::tools::Yaxis>(*f, plans[p], unsigned(p), 0.5f, nullptr);
+        const Mesh a = runSlabs<vxiso::VxIsosurfaceParallelStandardCubes, vxiso::tools::Yaxis>(
+            *f, plans[p], unsigned(p), 0.5f, nullptr);
         EXPECT_EQ(a.coords.size(), seqStd.mesh.coords.size());
         EXPECT_EQ(triangleSet(a), triangleSet(seqStd.mesh));
         unsigned long long dropped = 0;
-        const Mesh b = runSlabs<vxiso::VxIsosurfaceParallelCompactCubes, vxiso::tools::Yaxis>(*f, plans[p], unsigned(p), 0.5f, &dropped);
+        const Mesh b = runSlabs<vxiso::VxIsosurfaceParallelCompactCubes, vxiso::tools::Yaxis>(
+            *f, plans[p], unsigned(p), 0.5f, &dropped);
         EXPECT_EQ(referencedVertices(b), allVertices(seqCC.mesh));
         EXPECT_EQ(triangleSet(b), triangleSet(seqCC.mesh));
         EXPECT_EQ(dropped, seqCC.dropped);
-        const Mesh c = runSlabs<vxiso::VxIsosurfaceParallelCompactCubes, vxiso::tools::Yaxis>(*f, plans[p], unsigned(p), 0.f, nullptr);
+        const Mesh c = runSlabs<vxiso::VxIsosurfaceParallelCompactCubes, vxiso::tools::Yaxis>(
+            *f, plans[p], unsigned(p), 0.f, nullptr);
         EXPECT_EQ(triangleSet(c), triangleSet(seqZero));
     }
 }
 
 TEST(ParallelSlabs, RepeatedRunsAreByteIdentical)
 {
-    KxHandle<VxUniformScalarField3> f = makeField<unsigned char>(90, 40, 36, torus(45, 19.5, 17.5, 14, 5, 10, 100));
+    KxHandle<VxUniformScalarField3> f =
+        makeField<unsigned char>(90, 40, 36, torus(45, 19.5, 17.5, 14, 5, 10, 100));
     const vxiso::filter::UndefinedValue filter(*f);
     VxIsosurfaceExtractor::setHardwareThreadsForSlabs(4);
     for (int compact : {0, 1}) {
@@ -241,7 +313,11 @@ namespace {
 class RecordingProgress : public KxProgressInterface
 {
 public:
-    void startWorking(const QString& text) override { this->text = text; started = true; }
+    void startWorking(const QString& text) override
+    {
+        this->text = text;
+        started = true;
+    }
     void setProgressValue(float v) override { values.push_back(v); }
     void stopWorking() override { stopped = true; }
 
@@ -256,7 +332,8 @@ TEST(ExtractorFrontEnd, ProgressStartsAtZeroNeverDecreasesAndEndsAtOne)
 {
     // Large enough for the 250 ms polls to forward values on the way, on both paths.
     KxHandle<VxUniformScalarField3> f = makeField<float>(240, 240, 240, [](double x, double y, double z) {
-        return std::sin(x * 0.3) * std::cos(y * 0.3) + std::sin(y * 0.3) * std::cos(z * 0.3) + std::sin(z * 0.3) * std::cos(x * 0.3);
+        return std::sin(x * 0.3) * std::cos(y * 0.3) + std::sin(y * 0.3) * std::cos(z * 0.3) +
+               std::sin(z * 0.3) * std::cos(x * 0.3);
     });
     for (int64_t cores : {1, 2}) {
         oivInit();

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -137,7 +138,7 @@ public:
     ~GatedThread() override
     {
         release();
-        wait();
+        join();
     }
     void release()
     {
@@ -146,6 +147,7 @@ public:
         m_gate.notify_all();
     }
     std::atomic<int> runs{0};
+    std::atomic<bool> fail{false};
 
 protected:
     void run() override
@@ -154,6 +156,7 @@ protected:
         m_gate.wait(lock, [this] { return m_open; });
         m_open = false;
         ++runs;
+        if (fail) throw std::runtime_error("no memory");
     }
 
 private:
@@ -186,4 +189,21 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     while (!t.wait(10)) {
     }
     EXPECT_EQ(t.runs, 2);
+
+    // What run() throws reaches the waiting thread once, and the thread runs again afterwards.
+    t.fail = true;
+    t.start();
+    t.release();
+    EXPECT_THROW(
+        try { t.wait(); } catch (const std::runtime_error& e) {
+            EXPECT_STREQ(e.what(), "no memory");
+            throw;
+        },
+        std::runtime_error);
+    EXPECT_TRUE(t.wait());
+    t.fail = false;
+    t.start();
+    t.release();
+    EXPECT_TRUE(t.wait());
+    EXPECT_EQ(t.runs, 4);
 }

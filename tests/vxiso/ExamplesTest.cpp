@@ -119,4 +119,23 @@ TEST(HostScript, IsosurfaceModuleBehavesAsAUserSeesIt)
     EXPECT_EQ(contents(dir.filePath("second.ply")), contents(dir.filePath("first.ply")));
 }
 
+// Memory that runs out during an extraction (on its worker and the slabs' threads) gives the
+// module's message, keeps the previous surface and leaves the host running.
+TEST_F(Examples, MemoryRunningOutKeepsThePreviousSurfaceAndTheHostGoesOn)
+{
+    QProcess p;
+    p.start("/bin/sh", {"-c", "ulimit -v 250000; exec \"$0\" -e \"$1\"", VXHOST_PROGRAM,
+                        "load /usr/share/mricron/templates/ch2better.nii.gz vol; create VxIsosurface iso; "
+                        "iso data connect vol; iso threshold setValue 120; iso doIt hit; iso fire; "
+                        "set small [iso getNumTriangles]; iso threshold setValue 100.5; iso doIt hit; "
+                        "catch {iso fire}; list $small [iso getNumTriangles]"});
+    ASSERT_TRUE(p.waitForFinished(120000));
+    const QString out = QString::fromUtf8(p.readAllStandardOutput()),
+                  err = QString::fromUtf8(p.readAllStandardError());
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit) << err.toStdString();
+    EXPECT_TRUE(err.contains("Error: Open Inventor Memory exception. Try with a higher Threshold.\n"))
+        << err.toStdString();
+    EXPECT_TRUE(out.endsWith("\n61894 61894\n")) << out.toStdString();
+}
+
 } // namespace

@@ -177,6 +177,12 @@ TEST_F(Module, ParamCCNeedsAValueAndSavedNetworksSayDoItOnlyAfterComputing)
     EXPECT_EQ(run("iso setParamCC"), "usage: iso setParamCC VALUE");
     EXPECT_FLOAT_EQ(object<VxIsosurface>("iso")->getCompactCubesParameter(), 0.5f);
     run("iso setParamCC 0.25");
+    QString why;
+    for (const char* bad : {"abc", "0.3x", "nan", "1e39"}) {
+        EXPECT_EQ(VxApplication::instance()->interpreter()->eval(QString("iso setParamCC ") + bad, &why),
+                  TCL_ERROR);
+        EXPECT_EQ(why, QString("\"iso\" setParamCC: \"%1\" is not a finite number").arg(bad));
+    }
     EXPECT_FLOAT_EQ(object<VxIsosurface>("iso")->getCompactCubesParameter(), 0.25f);
 
     char buf[4096] = {};
@@ -284,9 +290,9 @@ TEST_F(Module, BlocksAreExtractedOneByOneAndMergedWithOffsetIndices)
     run("create VxIsosurface iso; iso data connect blocks; iso options setValue 0 0; iso threshold setValue "
         "0; "
         "iso doIt hit");
-    // Each block's extractor reports, then the module names the block's counts.
+    // Each block's extractor reports, then the module names the block's counts, and the total.
     const QStringList said = lines();
-    ASSERT_EQ(said.size(), 6) << said.join("|").toStdString();
+    ASSERT_EQ(said.size(), 7) << said.join("|").toStdString();
     EXPECT_TRUE(said[0].startsWith("Isosurface contains ") && said[0].endsWith(" triangles."))
         << said[0].toStdString();
     EXPECT_TRUE(said[1].startsWith("block 0 # of coords: "));
@@ -294,6 +300,7 @@ TEST_F(Module, BlocksAreExtractedOneByOneAndMergedWithOffsetIndices)
     EXPECT_TRUE(said[5].startsWith("block 1 # of triangles: "));
     const int total = said[2].section(' ', -1).toInt() + said[5].section(' ', -1).toInt();
     EXPECT_EQ(run("iso getNumTriangles").toInt(), total);
+    EXPECT_EQ(said[6], QString("Isosurface contains %1 triangles").arg(total));
     // Weld the copies of the shared plane's vertices by position: the whole must be closed.
     Mesh m = meshOf(*object<VxIsosurface>("iso")->getTriSurface());
     std::map<std::tuple<float, float, float>, int> first;

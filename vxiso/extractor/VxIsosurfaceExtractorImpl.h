@@ -154,7 +154,7 @@ void VxIsosurfaceExtractor::handOver(CubesType& cubes)
 // Every value type of the uniform accessor, through one of the macros above.
 #define VXISO_FOR_EACH_UNIFORM_ACCESSOR(Macro, ...)                                                          \
     Macro(vxiso::tools::RegField3Accessor<unsigned char> __VA_OPT__(, ) __VA_ARGS__)                       \
-    Macro(vxiso::tools::RegField3Accessor<char> __VA_OPT__(, ) __VA_ARGS__)                                \
+    Macro(vxiso::tools::RegField3Accessor<signed char> __VA_OPT__(, ) __VA_ARGS__)                         \
     Macro(vxiso::tools::RegField3Accessor<unsigned short> __VA_OPT__(, ) __VA_ARGS__)                      \
     Macro(vxiso::tools::RegField3Accessor<short> __VA_OPT__(, ) __VA_ARGS__)                               \
     Macro(vxiso::tools::RegField3Accessor<unsigned int> __VA_OPT__(, ) __VA_ARGS__)                        \

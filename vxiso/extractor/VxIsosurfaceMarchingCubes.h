@@ -22,8 +22,7 @@ struct NoUserData
 // edgeVertex(tools, box, cell, edge, index, userData) called once the edge's index is known; and
 // addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices;
 // reserve(vertices, triangles, userData) with upper bounds of both, before the first cell.
-template <class Tools, class Cubes>
-class VxIsosurfaceMarchingCubes
+template <class Tools, class Cubes> class VxIsosurfaceMarchingCubes
 {
 public:
     // Vertex markers of the edge slots.
@@ -42,8 +41,7 @@ public:
     }
 
 private:
-    template <class UserData>
-    void computeRow(const KxBox3i& box, int j, int k, UserData& userData);
+    template <class UserData> void computeRow(const KxBox3i& box, int j, int k, UserData& userData);
     template <class UserData>
     int vertexFor(const KxBox3i& box, const KxVec3i& cell, int edge, std::size_t rowPos, std::size_t slicePos,
                   UserData& userData);
@@ -73,7 +71,8 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::sizeBuffers(int cellsX, int cellsY
 {
     if (cellsX != m_bufferCellsX || cellsY != m_bufferCellsY) {
         for (auto& r : m_rows) r.assign(std::size_t(4) * std::size_t(cellsX), NOT_MADE);
-        for (auto& s : m_slices) s.assign(std::size_t(4) * std::size_t(cellsX) * std::size_t(cellsY), NOT_MADE);
+        for (auto& s : m_slices)
+            s.assign(std::size_t(4) * std::size_t(cellsX) * std::size_t(cellsY), NOT_MADE);
         m_bufferCellsX = cellsX;
         m_bufferCellsY = cellsY;
     }
@@ -97,7 +96,9 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, Use
     m_index.beginBox(m_tools.accessor, m_tools.iso, box);
     m_cubes.beginBox(m_tools, box, userData);
     // Room for every vertex and triangle up front: no array is copied while it grows.
-    m_cubes.reserve(m_index.countCutEdges(), m_index.countTriangles(), userData);
+    const uint64_t vertices = m_index.countCutEdges(), triangles = m_index.countTriangles();
+    tools::checkSurfaceSize(vertices, triangles);
+    m_cubes.reserve(vertices, triangles, userData);
     m_slicesDone = 0;
 
     if (progress) progress->setProgressValue(0.f);
@@ -184,16 +185,35 @@ int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const
     const int* ps = m_prevSlice + slicePos;
     int v = NOT_MADE;
     switch (e) {
-    case 1: v = prevRow ? pr[1] : prevSlice ? ps[0] : NOT_MADE; break;
-    case 2: v = prevSlice ? ps[1] : NOT_MADE; break;
-    case 3: v = prevSlice ? ps[2] : NOT_MADE; break;
-    case 4: v = prevCell ? m_prevCell[0] : prevSlice ? ps[3] : NOT_MADE; break;
-    case 5: v = prevRow ? pr[3] : NOT_MADE; break;
-    case 8: v = prevCell ? m_prevCell[1] : NOT_MADE; break;
-    case 9: v = prevCell ? m_prevCell[2] : prevRow ? pr[0] : NOT_MADE; break;
-    case 10: v = prevRow ? pr[2] : NOT_MADE; break;
-    case 11: v = prevCell ? m_prevCell[3] : NOT_MADE; break;
-    default: break; // edges 6, 7 and 12 are first met by this cell
+    case 1:
+        v = prevRow ? pr[1] : prevSlice ? ps[0] : NOT_MADE;
+        break;
+    case 2:
+        v = prevSlice ? ps[1] : NOT_MADE;
+        break;
+    case 3:
+        v = prevSlice ? ps[2] : NOT_MADE;
+        break;
+    case 4:
+        v = prevCell ? m_prevCell[0] : prevSlice ? ps[3] : NOT_MADE;
+        break;
+    case 5:
+        v = prevRow ? pr[3] : NOT_MADE;
+        break;
+    case 8:
+        v = prevCell ? m_prevCell[1] : NOT_MADE;
+        break;
+    case 9:
+        v = prevCell ? m_prevCell[2] : prevRow ? pr[0] : NOT_MADE;
+        break;
+    case 10:
+        v = prevRow ? pr[2] : NOT_MADE;
+        break;
+    case 11:
+        v = prevCell ? m_prevCell[3] : NOT_MADE;
+        break;
+    default:
+        break; // edges 6, 7 and 12 are first met by this cell
     }
     if (v == NOT_MADE) v = m_cubes.addNode(m_tools, box, cell, e, userData);
     m_cubes.edgeVertex(m_tools, box, cell, e, v, userData);

@@ -177,6 +177,7 @@ public:
         uint64_t vertices = 0, triangles = 0;
         std::vector<ThreadSpecificData*> slabs = orderSlabs<ThreadSpecificData>(
             store, [](const ThreadSpecificData& r) { return r.nodes.size(); }, vertices, triangles);
+        tools::checkSurfaceSize(vertices, triangles);
         m_dropped = 0;
         for (const ThreadSpecificData* d : slabs) m_dropped += d->droppedTriangles;
         m_out.coords.resize(vertices);

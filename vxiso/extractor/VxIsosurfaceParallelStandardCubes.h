@@ -106,6 +106,7 @@ public:
         uint64_t vertices = 0, triangles = 0;
         std::vector<ThreadSpecificData*> slabs = orderSlabs<ThreadSpecificData>(
             store, [](const ThreadSpecificData& r) { return r.coords.size(); }, vertices, triangles);
+        tools::checkSurfaceSize(vertices, triangles);
         m_coords.resize(vertices);
         m_normals.resize(vertices);
         m_triangles.resize(triangles);

@@ -1,5 +1,12 @@
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 
+#include <kx/KxException.h>
+
+#include <QStringList>
+
+#include <atomic>
+#include <climits>
+
 namespace vxiso {
 namespace tools {
 
@@ -24,6 +31,34 @@ CurvField3Accessor::CurvField3Accessor(const VxRegScalarField3& field) : m_field
                 out[2] = p.z;
             }
     m_positions = m_ownPositions.data();
+}
+
+namespace {
+std::atomic<uint64_t> g_maxSurfaceElements{0};
+}
+
+uint64_t maxSurfaceElements()
+{
+    const uint64_t lowered = g_maxSurfaceElements;
+    return lowered ? lowered : uint64_t(INT_MAX);
+}
+
+void setMaxSurfaceElements(uint64_t limit)
+{
+    g_maxSurfaceElements = limit;
+}
+
+void checkSurfaceSize(uint64_t vertices, uint64_t triangles)
+{
+    const uint64_t limit = maxSurfaceElements();
+    if (vertices <= limit && triangles <= limit) return;
+    QStringList counts;
+    if (vertices > limit) counts << QString("%1 vertices").arg(vertices);
+    if (triangles > limit) counts << QString("%1 triangles").arg(triangles);
+    throw KxException(QString("the surface would have %1; a surface holds at most %2 of each (choose another "
+                              "threshold, down-sample or cut the volume)")
+                          .arg(counts.join(" and "))
+                          .arg(limit));
 }
 
 } // namespace tools

@@ -32,8 +32,7 @@ struct Zaxis
 };
 
 // Values and positions of a field on uniform coordinates, values of element type T.
-template <class T>
-class RegField3Accessor
+template <class T> class RegField3Accessor
 {
 public:
     using ValueType = T;
@@ -138,8 +137,7 @@ private:
 // the shared face of the cell before it in the same row; the scan-line interface classifies whole
 // node rows of a slice into bits once, so that a row of cells is walked by its non-empty cells only,
 // 64 cells per test, and each index is assembled from bits without reading a value.
-template <class Accessor>
-class ComputeIndexScanline
+template <class Accessor> class ComputeIndexScanline
 {
 public:
     unsigned computeIndex(const Accessor& a, float iso, const KxVec3i& cell)
@@ -189,7 +187,8 @@ public:
         const int slices = m_box.zmax - m_box.zmin;
         for (int z = 0; z < slices; ++z)
             for (int y = 0; y < m_rowsPerSlice; ++y) {
-                const uint64_t* row = m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
+                const uint64_t* row =
+                    m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
                 for (int w = 0; w < m_words; ++w) {
                     // Along x: node x against node x + 1, for x + 1 inside the row.
                     uint64_t next = row[w] >> 1;
@@ -198,7 +197,8 @@ public:
                     const int left = m_nodesX - 1 - 64 * w;
                     if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
                     cut += uint64_t(__builtin_popcountll(along));
-                    if (y + 1 < m_rowsPerSlice) cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_words]));
+                    if (y + 1 < m_rowsPerSlice)
+                        cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_words]));
                     if (z + 1 < slices) cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_sliceWords]));
                 }
             }
@@ -211,27 +211,25 @@ public:
         uint64_t n = 0;
         for (int k = m_box.zmin; k < m_box.zmax - 1; ++k)
             for (int j = m_box.ymin; j < m_box.ymax - 1; ++j)
-                forEachCutCellOf(slice(k), j, [&](int, unsigned c) { n += unsigned(tables::g_marchingCases[c][tables::TRIANGLE_COUNT]); });
+                forEachCutCellOf(slice(k), j, [&](int, unsigned c) {
+                    n += unsigned(tables::g_marchingCases[c][tables::TRIANGLE_COUNT]);
+                });
         return n;
     }
 
     // Calls f(i, index) for every cell of row (j, k) that some surface crosses, in order of i.
-    template <class F>
-    void forEachCutCell(int j, F&& f) const
-    {
-        forEachCutCellOf(m_slice, j, f);
-    }
+    template <class F> void forEachCutCell(int j, F&& f) const { forEachCutCellOf(m_slice, j, f); }
 
 private:
     std::size_t slice(int k) const { return std::size_t(k - m_box.zmin) * m_sliceWords; }
 
-    template <class F>
-    void forEachCutCellOf(std::size_t sliceStart, int j, F&& f) const
+    template <class F> void forEachCutCellOf(std::size_t sliceStart, int j, F&& f) const
     {
-        const uint64_t* a = m_bits.data() + sliceStart + std::size_t(j - m_box.ymin) * std::size_t(m_words); // (j, k)
-        const uint64_t* b = a + m_words;        // (j + 1, k)
-        const uint64_t* c = a + m_sliceWords;   // (j, k + 1)
-        const uint64_t* d = c + m_words;        // (j + 1, k + 1)
+        const uint64_t* a =
+            m_bits.data() + sliceStart + std::size_t(j - m_box.ymin) * std::size_t(m_words); // (j, k)
+        const uint64_t* b = a + m_words;                                                     // (j + 1, k)
+        const uint64_t* c = a + m_sliceWords;                                                // (j, k + 1)
+        const uint64_t* d = c + m_words;                                                     // (j + 1, k + 1)
         const int cells = m_nodesX - 1;
         for (int w = 0; w * 64 < cells; ++w) {
             // A cell is empty when its eight nodes agree: the nodes at x and x + 1 in all four rows.
@@ -249,7 +247,8 @@ private:
                 cut &= cut - 1;
                 const int x = w * 64 + bit;
                 f(m_box.xmin + x, bit_(a, x) | bit_(a, x + 1) << 1 | bit_(b, x + 1) << 2 | bit_(b, x) << 3 |
-                                      bit_(c, x) << 4 | bit_(c, x + 1) << 5 | bit_(d, x + 1) << 6 | bit_(d, x) << 7);
+                                      bit_(c, x) << 4 | bit_(c, x + 1) << 5 | bit_(d, x + 1) << 6 |
+                                      bit_(d, x) << 7);
             }
         }
     }
@@ -292,6 +291,30 @@ inline void edgeNodes(const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b)
     b = KxVec3i(cell.x + nb[0], cell.y + nb[1], cell.z + nb[2]);
 }
 
+// Where iso lies between the values fa and fb of a cut edge, from 0 at a to 1 at b. An infinite or
+// NaN end gives no proportion: the vertex goes to the finite end (the limit as the other end grows
+// without bound), midway when neither end is finite. Finite values keep the plain quotient.
+inline float edgeParameter(float iso, float fa, float fb)
+{
+    const float t = (iso - fa) / (fb - fa);
+    if (__builtin_expect(t == t, 1)) return t;
+    return std::isfinite(fa) ? 0.f : std::isfinite(fb) ? 1.f : 0.5f;
+}
+
+inline bool isFinite(const KxVec3f& v)
+{
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+// A vertex normal from gradients that met an infinite or NaN value has no direction to give; the
+// direction across the edge from node a to node b, turned to point away from the node above iso,
+// stands in for it.
+inline KxVec3f normalAcrossEdge(const KxVec3f& pa, const KxVec3f& pb, bool aAbove)
+{
+    const KxVec3f d(pb.x - pa.x, pb.y - pa.y, pb.z - pa.z);
+    return aAbove ? d : KxVec3f(-d.x, -d.y, -d.z);
+}
+
 // Parameter and position of the iso value on edge e of a cell, always measured from the edge's lower
 // node so that every cell sharing the edge gets the same point. a and b receive the end nodes.
 template <class Accessor>
@@ -301,7 +324,7 @@ float interpolateEdge(const Accessor& acc, float iso, const KxVec3i& cell, int e
     edgeNodes(cell, edge, a, b);
     const float fa = acc.value(a.x, a.y, a.z);
     const float fb = acc.value(b.x, b.y, b.z);
-    const float t = (iso - fa) / (fb - fa);
+    const float t = edgeParameter(iso, fa, fb);
     const KxVec3f pa = acc.position(a.x, a.y, a.z);
     const KxVec3f pb = acc.position(b.x, b.y, b.z);
     position = KxVec3f(pa.x + t * (pb.x - pa.x), pa.y + t * (pb.y - pa.y), pa.z + t * (pb.z - pa.z));
@@ -310,8 +333,7 @@ float interpolateEdge(const Accessor& acc, float iso, const KxVec3i& cell, int e
 
 // Vertex with the negated, interpolated gradient (not normalised), which points from higher toward
 // lower values.
-template <class Accessor>
-struct ComputeIntersection
+template <class Accessor> struct ComputeIntersection
 {
     static constexpr bool hasNormals = true;
 
@@ -322,15 +344,18 @@ struct ComputeIntersection
         const float t = interpolateEdge(acc, iso, cell, edge, a, b, position);
         const KxVec3f ga = acc.gradient(a.x, a.y, a.z);
         const KxVec3f gb = acc.gradient(b.x, b.y, b.z);
-        normal = KxVec3f(-(ga.x + t * (gb.x - ga.x)), -(ga.y + t * (gb.y - ga.y)), -(ga.z + t * (gb.z - ga.z)));
+        normal =
+            KxVec3f(-(ga.x + t * (gb.x - ga.x)), -(ga.y + t * (gb.y - ga.y)), -(ga.z + t * (gb.z - ga.z)));
+        if (__builtin_expect(!isFinite(normal), 0))
+            normal = normalAcrossEdge(acc.position(a.x, a.y, a.z), acc.position(b.x, b.y, b.z),
+                                      acc.value(a.x, a.y, a.z) > iso);
         return t;
     }
 };
 
 // Vertex without gradients: every vertex gets the fixed normal (1, 0, 0), a placeholder that the
 // surface's own normals replace.
-template <class Accessor>
-struct ComputeIntersectionWithoutNormal
+template <class Accessor> struct ComputeIntersectionWithoutNormal
 {
     static constexpr bool hasNormals = false;
 
@@ -346,8 +371,7 @@ struct ComputeIntersectionWithoutNormal
 // The policy bundle every traversal is a template over, with the iso value they share. The bundle
 // is read-only during a traversal; per-traversal state (the case index's memory) lives in the
 // traversal object.
-template <class Accessor_, class Index_, class Intersection_, class Filter_>
-struct VxIsosurfaceTools
+template <class Accessor_, class Index_, class Intersection_, class Filter_> struct VxIsosurfaceTools
 {
     using Accessor = Accessor_;
     using Index = Index_;
@@ -371,6 +395,15 @@ inline KxVec3f unitNormal(const KxVec3f& v)
     const float len = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
     return len > 0.f ? KxVec3f(v.x / len, v.y / len, v.z / len) : v;
 }
+
+// Vertices and triangles are numbered by 32-bit ints whose negative values mark edges without a
+// vertex: a surface with more of either than maxSurfaceElements() cannot be numbered.
+uint64_t maxSurfaceElements();
+// Lowers that limit (0 restores it), so that tests reach it on small volumes.
+void setMaxSurfaceElements(uint64_t limit);
+// Refuses, with a KxException naming the counts, a surface that would have more vertices or
+// triangles than can be numbered; called with the counts made before anything is allocated.
+void checkSurfaceSize(uint64_t vertices, uint64_t triangles);
 
 // A triangle whose corners are not three distinct vertices.
 inline bool isDegenerate(const KxVec3i& t)
