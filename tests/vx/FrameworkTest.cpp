@@ -74,6 +74,7 @@ protected:
     void SetUp() override
     {
         unsetenv("RUNNING_TEST");
+        unsetenv("VXTEST_THROW_IN_CONSTRUCTOR");
         VxApplication::instance()->message()->clearRecords();
         run("remove -all; compatibilityVersion 1000; deprecationWarnings 1");
     }
@@ -169,7 +170,6 @@ TEST_F(Framework, ThrowingModulesFailOnceAndThrowingConstructorsFailTheirCommand
     EXPECT_EQ(runError("bad fire"), "\"bad\": told to throw");
     setenv("VXTEST_THROW_IN_CONSTRUCTOR", "1", 1);
     EXPECT_EQ(runError("create VxTestAllPorts"), "create: told to throw in the constructor");
-    unsetenv("VXTEST_THROW_IN_CONSTRUCTOR");
     EXPECT_EQ(run("all"), "bad good");
 }
 
