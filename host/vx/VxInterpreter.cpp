@@ -349,8 +349,8 @@ VxInterpreter::VxInterpreter() : m_interp(Tcl_CreateInterp())
                     {"snapshot", C::snapshot},
                     {"deprecationWarnings", C::deprecationWarnings}};
     for (auto& c : commands) addCommand(c.name, c.proc);
-    Tcl_GetCommandInfo(m_interp, "rename", &m_tclRename);
-    Tcl_CreateObjCommand(m_interp, "rename", renameCommand, &m_tclRename, nullptr);
+    if (Tcl_GetCommandInfo(m_interp, "rename", &m_tclRename) && m_tclRename.objProc)
+        Tcl_CreateObjCommand(m_interp, "rename", renameCommand, &m_tclRename, nullptr);
 }
 
 void VxInterpreter::addCommand(const char* name, Tcl_CmdProc* proc)
