@@ -2,6 +2,8 @@
 #include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/VxMaskedLabelIsosurface.h>
 
+#include <vx/VxApplication.h>
+#include <vx/VxMessage.h>
 #include <vx/VxPortColormap.h>
 #include <vx/VxUniformLabelField3.h>
 
@@ -44,7 +46,27 @@ void VxMaskedLabelIsosurface::update()
 {
     VxIsosurface::update();
     portMaskRestrictionType.setVisible(portMask.getSource() != nullptr);
-    if (portMaskRestrictionType.isNew()) computed = false;
+    // Another mask, or other labels in it, make the surface out of date as much as another mode.
+    if (portMaskRestrictionType.isNew() || portMask.isNew()) computed = false;
+}
+
+void VxMaskedLabelIsosurface::compute()
+{
+    const auto* field = vxconnection_cast<VxRegScalarField3>(portData);
+    const auto* mask = vxconnection_cast<VxUniformLabelField3>(portMask);
+    // A wrong input, not a failed extraction: it is named as such, and nothing is extracted.
+    if (field && mask && portDoIt.wasHit(0) && !(mask->getDims() == field->getDims())) {
+        auto size = [](const KxDim3l& d) { return QString("%1 x %2 x %3").arg(d.nx).arg(d.ny).arg(d.nz); };
+        VxApplication::instance()->message()->error(
+            QString("%1: the mask \"%2\" has %3 nodes but the volume \"%4\" has %5; they must match")
+                .arg(getName(), mask->getName(), size(mask->getDims()), field->getName(),
+                     size(field->getDims())));
+        computed = false;
+        // The rest of what the module does on a run without extraction.
+        VxTriBase::compute();
+        return;
+    }
+    VxIsosurface::compute();
 }
 
 int VxMaskedLabelIsosurface::sourceCheckColorMap(void* userData, VxObject* candidate)
@@ -94,7 +116,7 @@ VxMaskedLabelIsosurface::maskOfResampledField(const VxLabelLattice3& mask,
     const KxDim3l& m = mask.getDims();
     const KxDim3l& d = field.getDims();
     const int f[3] = {getResampleFactor(0), getResampleFactor(1), getResampleFactor(2)};
-    // A mask of other dimensions than the field's would be read out of bounds: refuse it.
+    // compute() refuses a mask of other dimensions than the full field's; this guards the reads.
     if (&field != getResampledField() || d.nx * f[0] > m.nx || d.ny * f[1] > m.ny || d.nz * f[2] > m.nz)
         throw KxException(
             QString("the mask has %1 x %2 x %3 nodes but the field has %4 x %5 x %6; they must match")

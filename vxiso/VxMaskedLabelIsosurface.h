@@ -21,11 +21,15 @@ public:
     VxPortRadioBox portMaskRestrictionType;
 
     void update() override;
+    // Refuses, in one line that names both, a mask whose nodes are not the volume's; else extracts
+    // as the plain module does.
+    void compute() override;
     // Accepts a colour map unless it is the object that the mask's label field is linked to.
     static int sourceCheckColorMap(void* userData, VxObject* candidate);
 
 protected:
-    void extractIsoSurfaceFromRegField3(const VxRegScalarField3* field, VxIsosurfaceExtractor& extractor) override;
+    void extractIsoSurfaceFromRegField3(const VxRegScalarField3* field,
+                                        VxIsosurfaceExtractor& extractor) override;
 
 private:
     // The mask on the nodes of the down-sampled copy that the module extracts from while the

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -36,13 +37,16 @@ const char* kUsage =
     "folders of VXHOST_PACKAGE_PATH (colon-separated).\n"
     "\n"
     "options:\n"
-    "  -e COMMANDS      run the commands (after SCRIPT, if one is given) and print their result\n"
+    "  -e COMMANDS      run the commands (after SCRIPT, if one is given) and print their result;\n"
+    "                   several -e run in order\n"
     "  --no-packages    start without loading any package\n"
     "  -h, --help       this text\n"
     "\n"
     "Commands: create CLASS ?NAME?, remove NAME..., all ?-type CLASS?, load ?-labels? FILE ?NAME?,\n"
     "NAME PORT VERB ..., NAME fire, saveNetwork FILE, loadNetwork FILE, compatibilityVersion ?N?,\n"
-    "typeinfo ?CLASS?, packages, preferences, exit. See the README for the conventions.\n";
+    "typeinfo ?CLASS?, packages, preferences, exit. See the README for the conventions.\n"
+    "\n"
+    "Exit status: 0, or 1 when a script or command failed or a module reported an error.\n";
 
 std::unique_ptr<VxPackageManager> g_packages;
 
@@ -135,8 +139,8 @@ int interactive(VxInterpreter* vi)
 int main(int argc, char** argv)
 {
     QCoreApplication qapp(argc, argv);
-    std::string commands;
-    bool haveCommands = false, loadPackages = true;
+    std::vector<std::string> commands;
+    bool loadPackages = true;
     int i = 1;
     for (; i < argc; ++i) {
         if (!strcmp(argv[i], "-h") || !strcmp(argv[i], "--help")) {
@@ -148,8 +152,7 @@ int main(int argc, char** argv)
                 std::fprintf(stderr, "vxhost: error: -e needs the commands to run\n%s", kUsage);
                 return 2;
             }
-            commands = argv[++i];
-            haveCommands = true;
+            commands.emplace_back(argv[++i]);
         } else if (!strcmp(argv[i], "--no-packages")) {
             loadPackages = false;
         } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
@@ -168,18 +171,21 @@ int main(int argc, char** argv)
     Tcl_SetExitProc(exitProc);
     g_packages = std::make_unique<VxPackageManager>();
     if (loadPackages) g_packages->loadAll(VxPackageManager::defaultDirectories());
-    Tcl_CreateCommand(interp, "packages", packagesCommand, nullptr, nullptr);
+    vi->addCommand("packages", packagesCommand);
 
     // Scripts see their arguments as Tcl's own shell passes them.
     const char* script = i < argc ? argv[i] : nullptr;
     Tcl_Obj* args = Tcl_NewListObj(0, nullptr);
-    for (int k = script ? i + 1 : i; k < argc; ++k) Tcl_ListObjAppendElement(interp, args, Tcl_NewStringObj(argv[k], -1));
+    for (int k = script ? i + 1 : i; k < argc; ++k)
+        Tcl_ListObjAppendElement(interp, args, Tcl_NewStringObj(argv[k], -1));
     Tcl_SetVar2Ex(interp, "argv", nullptr, args, TCL_GLOBAL_ONLY);
     Tcl_SetVar2Ex(interp, "argc", nullptr, Tcl_NewIntObj(script ? argc - i - 1 : argc - i), TCL_GLOBAL_ONLY);
     Tcl_SetVar2Ex(interp, "argv0", nullptr, Tcl_NewStringObj(script ? script : argv[0], -1), TCL_GLOBAL_ONLY);
-    Tcl_SetVar2Ex(interp, "tcl_interactive", nullptr, Tcl_NewIntObj(!script && !haveCommands && isatty(0)),
+    Tcl_SetVar2Ex(interp, "tcl_interactive", nullptr, Tcl_NewIntObj(!script && commands.empty() && isatty(0)),
                   TCL_GLOBAL_ONLY);
 
+    // Modules report their failures as messages, not as script errors; they fail the run too.
+    const int errorsBefore = app->message()->errors().size();
     int status = 0;
     if (script) {
         QString result;
@@ -188,16 +194,17 @@ int main(int argc, char** argv)
             status = 1;
         }
     }
-    if (status == 0 && haveCommands) {
+    for (std::size_t k = 0; status == 0 && k < commands.size(); ++k) {
         QString result;
-        if (vi->eval(QString::fromStdString(commands), &result) != TCL_OK) {
+        if (vi->eval(QString::fromStdString(commands[k]), &result) != TCL_OK) {
             std::fprintf(stderr, "vxhost: error: %s\n", result.toUtf8().constData());
             status = 1;
         } else if (!result.isEmpty()) {
             std::printf("%s\n", result.toUtf8().constData());
         }
     }
-    if (!script && !haveCommands) status = interactive(vi);
+    if (status == 0 && app->message()->errors().size() > errorsBefore) status = 1;
+    if (!script && commands.empty()) status = interactive(vi);
     std::fflush(stdout);
     shutdown();
     return status;

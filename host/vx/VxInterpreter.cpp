@@ -32,30 +32,73 @@ int fail(Tcl_Interp* interp, const QString& text)
     return TCL_ERROR;
 }
 
+// The text of the exception being handled; call it only inside a catch block.
+QString exceptionText()
+{
+    try {
+        throw;
+    } catch (const KxException& e) {
+        return e.text();
+    } catch (const std::exception& e) {
+        return QString::fromUtf8(e.what());
+    } catch (...) {
+        return "an exception of unknown type";
+    }
+}
+
+// The one boundary between Tcl and the host's C++: what a command throws becomes its error.
+template <class Run> int guarded(Tcl_Interp* interp, const QString& who, Run&& run)
+{
+    try {
+        return run();
+    } catch (...) {
+        return fail(interp, QString("%1: %2").arg(who, exceptionText()));
+    }
+}
+
 int objectCommand(ClientData data, Tcl_Interp* interp, int argc, const char** argv)
 {
     auto* object = static_cast<VxObject*>(data);
     // The command may remove the object; keep it alive until the command returns.
     object->ref();
-    int code;
-    try {
-        code = object->parse(interp, argc, const_cast<char**>(argv));
-    } catch (const KxException& e) {
-        code = fail(interp, QString("\"%1\": %2").arg(object->getName(), e.text()));
-    } catch (const std::exception& e) {
-        code = fail(interp, QString("\"%1\": %2").arg(object->getName(), QString::fromUtf8(e.what())));
-    }
+    const int code = guarded(interp, QString("\"%1\"").arg(object->getName()),
+                             [&] { return object->parse(interp, argc, const_cast<char**>(argv)); });
     object->unref();
     return code;
 }
 
-// Characters that would break the quoted names of saved networks or clash with Tcl's syntax.
-bool validObjectName(const QString& name)
+struct HostCommand
 {
-    if (name.isEmpty()) return false;
-    for (QChar c : name)
-        if (c.unicode() < 32 || QString("\"[]${}\\;").contains(c)) return false;
-    return true;
+    Tcl_CmdProc* proc;
+};
+
+int hostCommand(ClientData data, Tcl_Interp* interp, int argc, const char** argv)
+{
+    Tcl_CmdProc* proc = static_cast<HostCommand*>(data)->proc;
+    return guarded(interp, QString::fromUtf8(argv[0]), [&] { return proc(nullptr, interp, argc, argv); });
+}
+
+// The label an object takes from its command's name: names in the global namespace without "::".
+QString labelOfCommandName(const char* name)
+{
+    const QString label = QString::fromUtf8(name);
+    return label.startsWith("::") ? label.mid(2) : label;
+}
+
+// Tcl's rename, refused where an object would take a name that it may not have.
+int renameCommand(ClientData data, Tcl_Interp* interp, int objc, Tcl_Obj* const objv[])
+{
+    const auto* tclRename = static_cast<const Tcl_CmdInfo*>(data);
+    Tcl_CmdInfo info;
+    const Tcl_Command command = objc == 3 ? Tcl_GetCommandFromObj(interp, objv[1]) : nullptr;
+    const char* newName = objc == 3 ? Tcl_GetString(objv[2]) : "";
+    if (command && *newName && Tcl_GetCommandInfoFromToken(command, &info) && info.proc == objectCommand) {
+        QString why;
+        if (!app()->objectPool()->mayTakeName(labelOfCommandName(newName),
+                                              static_cast<VxObject*>(info.clientData), &why))
+            return fail(interp, "rename: " + why);
+    }
+    return tclRename->objProc(tclRename->objClientData, interp, objc, objv);
 }
 
 } // namespace
@@ -67,24 +110,17 @@ struct VxInterpreterCommands
     {
         if (argc < 2 || argc > 3) return fail(interp, "usage: create CLASS ?NAME?");
         const KxTypeInfo* type = KxTypeInfo::fromName(argv[1]);
-        if (!type) return fail(interp, QString("create: unknown class \"%1\" (typeinfo lists the classes)").arg(argv[1]));
+        if (!type)
+            return fail(interp,
+                        QString("create: unknown class \"%1\" (typeinfo lists the classes)").arg(argv[1]));
         if (!type->isDerivedFrom(VxObject::getClassTypeId()) || !type->canCreate())
-            return fail(interp, QString("create: class \"%1\" cannot be created (it is abstract or not an object)")
-                                    .arg(argv[1]));
-        QString name = QString::fromUtf8(argc == 3 ? argv[2] : argv[1]);
-        if (!validObjectName(name))
-            return fail(interp, QString("create: \"%1\" is not a valid object name (no quotes, brackets, braces, "
-                                        "dollars, backslashes, semicolons or control characters)")
-                                    .arg(name));
+            return fail(interp,
+                        QString("create: class \"%1\" cannot be created (it is abstract or not an object)")
+                            .arg(argv[1]));
         VxObjectPool* pool = app()->objectPool();
-        if (argc == 3) {
-            if (pool->findObject(name)) return fail(interp, QString("create: an object named \"%1\" exists").arg(name));
-            Tcl_CmdInfo info;
-            if (Tcl_GetCommandInfo(interp, argv[2], &info))
-                return fail(interp, QString("create: \"%1\" is a command of the interpreter; choose another name").arg(name));
-        } else {
-            name = pool->makeUniqueLabel(name);
-        }
+        QString name = QString::fromUtf8(argc == 3 ? argv[2] : argv[1]), why;
+        if (argc == 3 && !pool->mayTakeName(name, nullptr, &why)) return fail(interp, "create: " + why);
+        if (argc == 2) name = pool->makeUniqueLabel(name);
         KxTypedObject* typed = type->createInstance();
         auto* object = dynamic_cast<VxObject*>(typed);
         if (!object) {
@@ -139,19 +175,12 @@ struct VxInterpreterCommands
         QString path = QString::fromUtf8(argv[i]);
         QString name = argc - i == 2 ? QString::fromUtf8(argv[i + 1]) : QString();
         VxObjectPool* pool = app()->objectPool();
-        if (!name.isEmpty()) {
-            if (!validObjectName(name)) return fail(interp, QString("load: \"%1\" is not a valid object name").arg(name));
-            if (pool->findObject(name)) return fail(interp, QString("load: an object named \"%1\" exists").arg(name));
-        }
-        if (!app()->loader()) return fail(interp, "load: this host reads no file formats");
         QString why;
+        if (!name.isEmpty() && !pool->mayTakeName(name, nullptr, &why)) return fail(interp, "load: " + why);
+        if (!app()->loader()) return fail(interp, "load: this host reads no file formats");
         VxObject* object = app()->loader()(path, labels, &why);
         if (!object) return fail(interp, why.isEmpty() ? QString("load: cannot read \"%1\"").arg(path) : why);
-        if (name.isEmpty()) {
-            name = QFileInfo(path).fileName();
-            if (!validObjectName(name)) name = "Data";
-            name = pool->makeUniqueLabel(name);
-        }
+        if (name.isEmpty()) name = pool->makeUniqueLabel(QFileInfo(path).fileName());
         object->setLabel(name);
         pool->addObject(object);
         QStringList words{"load"};
@@ -191,7 +220,8 @@ struct VxInterpreterCommands
         if (argc == 2) {
             int v;
             if (Tcl_GetInt(nullptr, argv[1], &v) != TCL_OK || v <= 0)
-                return fail(interp, QString("compatibilityVersion: \"%1\" is not a positive integer").arg(argv[1]));
+                return fail(interp,
+                            QString("compatibilityVersion: \"%1\" is not a positive integer").arg(argv[1]));
             vi->setCompatibilityVersion(v);
         } else if (argc != 1) {
             return fail(interp, "usage: compatibilityVersion ?VERSION?");
@@ -238,8 +268,9 @@ struct VxInterpreterCommands
                 const char* word = argv[i + 1 + k];
                 if (isSize ? Tcl_GetInt(nullptr, word, &size[k]) != TCL_OK || size[k] < 16 || size[k] > 8192
                            : Tcl_GetDouble(nullptr, word, &vector[k]) != TCL_OK || !std::isfinite(vector[k]))
-                    return fail(interp, QString("snapshot: %1 \"%2\" is not %3")
-                                            .arg(argv[i], word, isSize ? "a size of 16 to 8192 pixels" : "a number"));
+                    return fail(interp,
+                                QString("snapshot: %1 \"%2\" is not %3")
+                                    .arg(argv[i], word, isSize ? "a size of 16 to 8192 pixels" : "a number"));
             }
             i += 1 + words;
         }
@@ -249,7 +280,8 @@ struct VxInterpreterCommands
         SoOffscreenEGLRenderer renderer(size[0], size[1]);
         renderer.setBackgroundColor(SbColor(0.12f, 0.12f, 0.14f));
         renderer.setViewUp(SbVec3f(float(up[0]), float(up[1]), float(up[2])));
-        if (!renderer.renderViewAll(app()->getSceneRoot(), SbVec3f(float(view[0]), float(view[1]), float(view[2]))))
+        if (!renderer.renderViewAll(app()->getSceneRoot(),
+                                    SbVec3f(float(view[0]), float(view[1]), float(view[2]))))
             return fail(interp, "snapshot: " + renderer.errorString());
         if (!renderer.writePNG(QString::fromUtf8(argv[1]), &why)) return fail(interp, "snapshot: " + why);
         return TCL_OK;
@@ -259,11 +291,14 @@ struct VxInterpreterCommands
     {
         VxPreferences prefs = app()->getPreferences();
         if (argc == 1) {
-            vxscript::setResult(interp, QString("simplifiedRendering %1").arg(prefs.simplifiedRenderingDuringInteraction));
+            vxscript::setResult(
+                interp, QString("simplifiedRendering %1").arg(prefs.simplifiedRenderingDuringInteraction));
             return TCL_OK;
         }
         if (strcmp(argv[1], "simplifiedRendering") != 0)
-            return fail(interp, QString("preferences: unknown preference \"%1\"; known: simplifiedRendering").arg(argv[1]));
+            return fail(
+                interp,
+                QString("preferences: unknown preference \"%1\"; known: simplifiedRendering").arg(argv[1]));
         if (argc == 3) {
             int on;
             if (Tcl_GetBoolean(nullptr, argv[2], &on) != TCL_OK)
@@ -273,7 +308,8 @@ struct VxInterpreterCommands
         } else if (argc != 2) {
             return fail(interp, "usage: preferences ?simplifiedRendering ?BOOLEAN??");
         }
-        vxscript::setResult(interp, QString::number(app()->getPreferences().simplifiedRenderingDuringInteraction));
+        vxscript::setResult(interp,
+                            QString::number(app()->getPreferences().simplifiedRenderingDuringInteraction));
         return TCL_OK;
     }
 
@@ -312,7 +348,15 @@ VxInterpreter::VxInterpreter() : m_interp(Tcl_CreateInterp())
                     {"preferences", C::preferences},
                     {"snapshot", C::snapshot},
                     {"deprecationWarnings", C::deprecationWarnings}};
-    for (auto& c : commands) Tcl_CreateCommand(m_interp, c.name, c.proc, nullptr, nullptr);
+    for (auto& c : commands) addCommand(c.name, c.proc);
+    if (Tcl_GetCommandInfo(m_interp, "rename", &m_tclRename) && m_tclRename.objProc)
+        Tcl_CreateObjCommand(m_interp, "rename", renameCommand, &m_tclRename, nullptr);
+}
+
+void VxInterpreter::addCommand(const char* name, Tcl_CmdProc* proc)
+{
+    Tcl_CreateCommand(m_interp, name, hostCommand, new HostCommand{proc},
+                      [](ClientData command) { delete static_cast<HostCommand*>(command); });
 }
 
 VxInterpreter::~VxInterpreter()
@@ -358,43 +402,72 @@ int VxInterpreter::evalFile(const QString& path, QString* result)
 
 void VxInterpreter::processPendingModules()
 {
-    VxObjectPool* pool = VxApplication::instance()->objectPool();
-    // A computation may touch modules downstream, also ones earlier in the list; a bound on the
-    // rounds keeps a cycle of modules from running for ever.
-    for (int round = 0; round < 100; ++round) {
-        VxModule* next = nullptr;
-        for (VxObject* o : pool->getObjects(VxModule::getClassTypeId())) {
+    VxApplication* app = VxApplication::instance();
+    VxObjectPool* pool = app->objectPool();
+    // Passes in project order, each running every pending module once. A computation may touch
+    // modules downstream, also ones earlier in the list, which the next pass runs; a bound on the
+    // passes keeps a cycle of modules from running for ever. A module that throws is done too
+    // (fire() clears its changes): it is reported once and the modules after it still run.
+    for (int pass = 0; pass < 100; ++pass) {
+        const QList<VxObject*> modules = pool->getObjects(VxModule::getClassTypeId());
+        for (VxObject* o : modules) o->ref();
+        bool ran = false;
+        for (VxObject* o : modules) {
             auto* m = static_cast<VxModule*>(o);
-            if (m->isPending()) {
-                next = m;
-                break;
+            // A computation may have removed it.
+            if (!m->isPending() || !pool->contains(m)) continue;
+            ran = true;
+            try {
+                m->fire();
+            } catch (...) {
+                app->message()->error(QString("%1: %2").arg(m->getName(), exceptionText()));
             }
         }
-        if (!next) return;
-        next->ref();
-        try {
-            next->fire();
-        } catch (const KxException& e) {
-            VxApplication::instance()->message()->error(QString("%1: %2").arg(next->getName(), e.text()));
-        } catch (const std::exception& e) {
-            VxApplication::instance()->message()->error(QString("%1: %2").arg(next->getName(), e.what()));
-        }
-        next->unref();
+        for (VxObject* o : modules) o->unref();
+        if (!ran) return;
     }
 }
 
 void VxInterpreter::addObjectCommand(VxObject* object)
 {
     QByteArray name = object->getName().toUtf8();
-    Tcl_CreateCommand(m_interp, name.constData(), objectCommand, object, nullptr);
+    object->m_command =
+        Tcl_CreateCommand(m_interp, name.constData(), objectCommand, object, objectCommandDeleted);
+    Tcl_TraceCommand(m_interp, name.constData(), TCL_TRACE_RENAME, objectCommandRenamed, object);
 }
 
 void VxInterpreter::removeObjectCommand(VxObject* object)
 {
-    QByteArray name = object->getName().toUtf8();
-    Tcl_CmdInfo info;
-    if (Tcl_GetCommandInfo(m_interp, name.constData(), &info) && info.clientData == object)
-        Tcl_DeleteCommand(m_interp, name.constData());
+    const Tcl_Command command = object->m_command;
+    if (!command) return;
+    // Cleared first: the delete callback then knows that the pool is removing the object.
+    object->m_command = nullptr;
+    Tcl_DeleteCommandFromToken(m_interp, command);
+}
+
+void VxInterpreter::objectCommandDeleted(ClientData data)
+{
+    auto* object = static_cast<VxObject*>(data);
+    if (!object->m_command) return;
+    object->m_command = nullptr;
+    VxApplication* app = VxApplication::instance();
+    // While the interpreter goes, the pool is emptied by its owner.
+    if (!Tcl_InterpDeleted(app->interpreter()->getTclInterp())) app->objectPool()->removeObject(object);
+}
+
+void VxInterpreter::objectCommandRenamed(ClientData data, Tcl_Interp*, const char*, const char* newName, int)
+{
+    // Saved networks and messages name the object by its label: it stays the command's name.
+    if (newName && *newName)
+        VxApplication::instance()->objectPool()->relabel(static_cast<VxObject*>(data),
+                                                         labelOfCommandName(newName));
+}
+
+bool VxInterpreter::hasCommand(const QString& name, const VxObject* except) const
+{
+    const Tcl_Command command =
+        Tcl_FindCommand(m_interp, name.toUtf8().constData(), nullptr, TCL_GLOBAL_ONLY);
+    return command && !(except && command == except->m_command);
 }
 
 bool VxInterpreter::cmdCheck(const QString& word, const QString& command, const QString& usage)

@@ -34,9 +34,20 @@ public:
     bool isDeprecationWarningAllowed() const { return m_deprecationWarnings; }
     void setDeprecationWarningAllowed(bool on) { m_deprecationWarnings = on; }
 
-    // Makes the object a command named by its label (or removes that command).
+    // A command of the host. Every host command runs behind one guard: an exception it throws
+    // becomes its error result ("NAME: text"), as it does for object commands, instead of ending
+    // the process.
+    void addCommand(const char* name, Tcl_CmdProc* proc);
+
+    // Makes the object a command named by its label, or deletes exactly that command, whatever it
+    // is called by now. The object follows renames of its command (its label becomes the new
+    // name); deleting the command otherwise (rename NAME "", a proc of that name) removes the
+    // object from the pool, as closing a window drops what it shows: an object that no script can
+    // reach would still be saved in networks and kept alive.
     void addObjectCommand(VxObject* object);
     void removeObjectCommand(VxObject* object);
+    // Whether the name is a command of the interpreter, other than the command of except.
+    bool hasCommand(const QString& name, const VxObject* except = nullptr) const;
 
     // Object commands of modules: cmdCheck tells whether the command word is that command and
     // records its usage for cmdHelp; cmdHelp sets the usage of a command as the result and prints it.
@@ -50,7 +61,13 @@ public:
 
 private:
     friend struct VxInterpreterCommands;
+    static void objectCommandDeleted(ClientData object);
+    static void objectCommandRenamed(ClientData object, Tcl_Interp* interp, const char* oldName,
+                                     const char* newName, int flags);
+
     Tcl_Interp* m_interp;
+    // Tcl's own rename, which the host's rename checks object names for, then calls.
+    Tcl_CmdInfo m_tclRename{};
     int m_loading = 0;
     int m_compatibilityVersion = CURRENT_VERSION;
     bool m_deprecationWarnings = true;

@@ -11,7 +11,8 @@
 
 KX_ABSTRACT_SOURCE(VxModule, VxObject)
 
-VxModule::VxModule(const KxTypeInfo* dataType) : portData(this, translate("VxModule", "Data"), "data", dataType)
+VxModule::VxModule(const KxTypeInfo* dataType)
+    : portData(this, translate("VxModule", "Data"), "data", dataType)
 {
 }
 
@@ -30,10 +31,19 @@ void VxModule::portTouched(VxPort*)
 
 void VxModule::fire()
 {
+    // A run that throws is a run too: the module is no longer pending, so its error is reported
+    // once, and it runs again when a port changes again.
+    struct Done
+    {
+        VxModule* module;
+        ~Done()
+        {
+            module->untouchAllPorts();
+            module->m_pending = false;
+        }
+    } done{this};
     update();
     compute();
-    untouchAllPorts();
-    m_pending = false;
 }
 
 bool VxModule::autoConnect(VxObject* data)
@@ -98,7 +108,8 @@ void VxModule::hideGeom(SoNode* node)
 QString VxModule::getLabel(bool withDecoration) const
 {
     // The decoration a viewer shows is the class name beside the label.
-    return withDecoration ? QString("%1 (%2)").arg(getLabel(), QString::fromUtf8(getTypeId()->getName())) : getLabel();
+    return withDecoration ? QString("%1 (%2)").arg(getLabel(), QString::fromUtf8(getTypeId()->getName()))
+                          : getLabel();
 }
 
 QString VxModule::translate(const char* context, const char* text, const char* comment)

@@ -26,7 +26,8 @@ public:
 
     virtual void update() {}
     virtual void compute() {}
-    // update(), compute(), then clears every change flag; the module is no longer pending.
+    // update(), compute(), then clears every change flag; the module is no longer pending, also
+    // when update() or compute() throws (the exception goes on to the caller).
     void fire();
     // Whether a port changed since the module last ran (or the module is new).
     bool isPending() const { return m_pending; }

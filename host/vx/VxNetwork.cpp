@@ -21,12 +21,16 @@ static void writeBody(FILE* fp)
     for (VxObject* o : pool->getObjects()) {
         QByteArray name = o->getName().toUtf8();
         QByteArray type = o->getTypeId()->getName();
-        if (!o->getLoadCommand().isEmpty())
+        if (!o->getLoadCommand().isEmpty()) {
             fprintf(fp, "%s \"%s\"\n", o->getLoadCommand().toUtf8().constData(), name.constData());
-        else if (o->isOfType(VxModule::getClassTypeId()))
+            // The file holds the contents as they were read; scripts may have changed them since.
+            for (const QString& edit : o->getEdits())
+                fprintf(fp, "\"%s\" %s\n", name.constData(), edit.toUtf8().constData());
+        } else if (o->isOfType(VxModule::getClassTypeId()))
             fprintf(fp, "create %s \"%s\"\n", type.constData(), name.constData());
         else
-            fprintf(fp, "# \"%s\" (%s) is not saved: it was not read from a file\n", name.constData(), type.constData());
+            fprintf(fp, "# \"%s\" (%s) is not saved: it was not read from a file\n", name.constData(),
+                    type.constData());
     }
     // Ports after every object exists, so a connection may name any of them.
     for (VxObject* o : pool->getObjects()) {

@@ -3,6 +3,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <tcl.h>
 
@@ -28,9 +29,13 @@ public:
     int getRefCount() const { return m_refCount.load(); }
 
     const QString& getLabel() const { return m_label; }
+    // Names the object before it joins the pool; the pool renames the objects it holds
+    // (VxObjectPool::relabel), since it finds them by their labels.
     void setLabel(const QString& label) { m_label = label; }
     // The name scripts use; the same as the label.
     const QString& getName() const { return m_label; }
+    // The object's command in the interpreter, null while it has none.
+    Tcl_Command getCommand() const { return m_command; }
 
     // Ports in display order (connections included).
     const QList<VxPort*>& getAllPorts() const { return m_ports; }
@@ -59,6 +64,9 @@ public:
     // file: "load FILE"); empty for objects that are made otherwise.
     void setLoadCommand(const QString& command) { m_loadCommand = command; }
     const QString& getLoadCommand() const { return m_loadCommand; }
+    // What was done to the contents since the object was made, as the words after its name of the
+    // script lines that do it again ("keepLabel 37"); a saved network replays them after the load.
+    const QStringList& getEdits() const { return m_edits; }
 
     // The object verbs handled by VxObject::parse, for help and error messages.
     virtual QStringList commands() const;
@@ -68,12 +76,16 @@ protected:
     // The "exportData" and "save" words (argv[1]) with their arguments, written by write.
     int parseExport(Tcl_Interp* interp, int argc, char** argv, const Writer& write);
 
+    // Records a change of the contents (see getEdits); every verb that changes them records itself.
+    void recordEdit(const QString& words) { m_edits.append(words); }
+
     VxObject() = default;
     ~VxObject() override;
 
 private:
     friend class VxPort;
     friend class VxConnection;
+    friend class VxInterpreter;
     void addPort(VxPort* port);
     void removePort(VxPort* port);
 
@@ -83,4 +95,6 @@ private:
     VxPort* m_treeViewPort = nullptr;
     QList<VxConnection*> m_downstream;
     QString m_loadCommand;
+    QStringList m_edits;
+    Tcl_Command m_command = nullptr;
 };

@@ -4,38 +4,106 @@
 #include <vx/VxObject.h>
 #include <vx/VxObjectPool.h>
 
+#include <algorithm>
+
+namespace {
+
+VxInterpreter* interpreter()
+{
+    return VxApplication::instance()->interpreter();
+}
+
+// Characters that would break the quoted names of saved networks or clash with Tcl's syntax; "::"
+// would put the command into a namespace under another name than the label.
+bool validCharacters(const QString& name)
+{
+    if (name.isEmpty() || name.contains("::")) return false;
+    for (QChar c : name)
+        if (c.unicode() < 32 || QString("\"[]${}\\;").contains(c)) return false;
+    return true;
+}
+
+} // namespace
+
 VxObjectPool::~VxObjectPool()
 {
     removeAll();
 }
 
+bool VxObjectPool::mayTakeName(const QString& name, const VxObject* self, QString* why) const
+{
+    QString problem;
+    if (!validCharacters(name))
+        problem =
+            QString("\"%1\" is not a valid object name (no quotes, brackets, braces, dollars, backslashes, "
+                    "semicolons, control characters or \"::\")")
+                .arg(name);
+    else if (VxObject* other = findObject(name); other && other != self)
+        problem = QString("an object named \"%1\" exists").arg(name);
+    else if (interpreter()->hasCommand(name, self))
+        problem = QString("\"%1\" is a command of the interpreter; choose another name").arg(name);
+    if (why) *why = problem;
+    return problem.isEmpty();
+}
+
 QString VxObjectPool::makeUniqueLabel(const QString& label) const
 {
-    if (!findObject(label)) return label;
-    for (int i = 2;; ++i) {
-        QString candidate = label + QString::number(i);
-        if (!findObject(candidate)) return candidate;
+    // A file name, say, that no object may have gives way to a plain one.
+    const QString base = validCharacters(label) ? label : QString("Data");
+    if (mayTakeName(base)) return base;
+    int& next = m_nextNumber[base];
+    next = std::max(next, 2);
+    while (m_byLabel.contains(base + QString::number(next))) ++next;
+    // Past the objects, a name may still be an interpreter's command: skip those without moving
+    // the hint, since they are no object's.
+    for (int n = next;; ++n)
+        if (mayTakeName(base + QString::number(n))) return base + QString::number(n);
+}
+
+void VxObjectPool::forgetLabel(const QString& label)
+{
+    // The label may be a base's numbered one ("Data12" of "Data1" or of "Data"): lower every such
+    // base's hint, so that the freed number is the next one given, as the lowest free one.
+    for (int i = label.size() - 1; i > 0 && label[i].isDigit(); --i) {
+        if (label[i] == '0') continue;
+        bool ok = false;
+        const int n = label.mid(i).toInt(&ok);
+        auto it = m_nextNumber.find(label.left(i));
+        if (ok && n >= 2 && it != m_nextNumber.end() && it.value() > n) it.value() = n;
     }
 }
 
 bool VxObjectPool::addObject(VxObject* object, bool uniqueLabel)
 {
     if (!object || contains(object)) return false;
-    if (findObject(object->getLabel())) {
+    if (!mayTakeName(object->getLabel(), object)) {
         if (!uniqueLabel) return false;
         object->setLabel(makeUniqueLabel(object->getLabel()));
     }
     object->ref();
     m_objects.append(object);
-    VxApplication::instance()->interpreter()->addObjectCommand(object);
+    m_byLabel.insert(object->getLabel(), object);
+    interpreter()->addObjectCommand(object);
     return true;
+}
+
+void VxObjectPool::relabel(VxObject* object, const QString& label)
+{
+    if (!contains(object) || label == object->getLabel()) return;
+    m_byLabel.remove(object->getLabel());
+    forgetLabel(object->getLabel());
+    object->setLabel(label);
+    m_byLabel.insert(label, object);
 }
 
 void VxObjectPool::removeObject(VxObject* object)
 {
     if (!contains(object)) return;
-    m_objects.removeOne(object);
-    VxApplication::instance()->interpreter()->removeObjectCommand(object);
+    // From the end: removeAll takes the newest first.
+    m_objects.removeAt(m_objects.lastIndexOf(object));
+    m_byLabel.remove(object->getLabel());
+    forgetLabel(object->getLabel());
+    interpreter()->removeObjectCommand(object);
     // Readers lose their source now, not when the last handle goes.
     for (VxConnection* c : QList<VxConnection*>(object->getDownstreamConnections())) c->disconnect();
     // Its own inputs let go too, so objects it reads are not kept alive by a removed one.
@@ -52,9 +120,12 @@ void VxObjectPool::removeAll()
 
 VxObject* VxObjectPool::findObject(const QString& label) const
 {
-    for (VxObject* o : m_objects)
-        if (o->getLabel() == label) return o;
-    return nullptr;
+    return m_byLabel.value(label);
+}
+
+bool VxObjectPool::contains(const VxObject* object) const
+{
+    return object && m_byLabel.value(object->getLabel()) == object;
 }
 
 QList<VxObject*> VxObjectPool::getObjects(const KxTypeInfo* type) const

@@ -1,4 +1,5 @@
 #pragma once
+#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -12,7 +13,7 @@ class VxObjectPool
 public:
     ~VxObjectPool();
     // Adds the object under its label, made unique by a number when taken ("Isosurface2").
-    // uniqueLabel false keeps the label and fails (returns false) when it is taken.
+    // uniqueLabel false keeps the label and fails (returns false) when it may not be taken.
     bool addObject(VxObject* object, bool uniqueLabel = true);
     // Disconnects every reader of the object and drops it.
     void removeObject(VxObject* object);
@@ -21,10 +22,26 @@ public:
     VxObject* findObject(const QString& label) const;
     const QList<VxObject*>& getObjects() const { return m_objects; }
     QList<VxObject*> getObjects(const KxTypeInfo* type) const;
-    bool contains(const VxObject* object) const { return m_objects.contains(const_cast<VxObject*>(object)); }
-    // A label not yet taken, based on the given one.
+    bool contains(const VxObject* object) const;
+
+    // Whether an object (self, or a new one when null) may take the name: no characters that
+    // would break a saved network or Tcl's syntax, no other object of that name, and no command of
+    // the interpreter that the object's command would replace. False, with a sentence naming the
+    // problem in *why, otherwise. Every way an object gets a name goes through here.
+    bool mayTakeName(const QString& name, const VxObject* self = nullptr, QString* why = nullptr) const;
+    // A name a new object may take, based on the given one: the label itself, else the label with
+    // the lowest number from 2 on that is free ("Isosurface2"); "Data" stands in for a label of
+    // characters that no name may have.
     QString makeUniqueLabel(const QString& label) const;
+    // Gives a pooled object another label (its command was renamed).
+    void relabel(VxObject* object, const QString& label);
 
 private:
+    void forgetLabel(const QString& label);
+
     QList<VxObject*> m_objects;
+    QHash<QString, VxObject*> m_byLabel;
+    // Per base label, a number below which every numbered label is an object's: automatic names
+    // start looking there, so that thousands of them stay cheap. Lowered when a label is freed.
+    mutable QHash<QString, int> m_nextNumber;
 };

@@ -41,7 +41,10 @@ public:
     // A second script name the port answers to.
     void setAliasName(const QString& alias) { m_alias = alias; }
     const QString& getAliasName() const { return m_alias; }
-    bool answersTo(const QString& word) const { return word == m_name || (!m_alias.isEmpty() && word == m_alias); }
+    bool answersTo(const QString& word) const
+    {
+        return word == m_name || (!m_alias.isEmpty() && word == m_alias);
+    }
     void setToolTip(const QString& text) { m_toolTip = text; }
     const QString& getToolTip() const { return m_toolTip; }
 
@@ -52,17 +55,21 @@ public:
     // Clears the change flags (the framework does so after compute()).
     virtual void untouch(bool all = true);
 
-    // Visibility is a counter, so independent reasons to hide a port can nest.
-    void show() { m_hideMask = 0; }
-    void hide() { m_hideMask = m_hideMask ? m_hideMask : 1; }
-    void setVisible(bool on) { on ? show() : hide(); }
-    bool isVisible() const { return m_hideMask == 0; }
+    // Two kinds of hiding. show(), hide() and setVisible() are the module's own switch: modules set
+    // it on every update(), so it is a flag, not a count. hideMaskIncrease() and hideMaskDecrease()
+    // count further, independent reasons to hide the port, which nest. A port is visible when its
+    // own switch is on and no reason is left; show() never lifts the counted reasons.
+    void show() { m_hidden = false; }
+    void hide() { m_hidden = true; }
+    void setVisible(bool on) { m_hidden = !on; }
+    bool isVisible() const { return !m_hidden && m_hideMask == 0; }
     void hideMaskIncrease() { ++m_hideMask; }
     void hideMaskDecrease()
     {
         if (m_hideMask > 0) --m_hideMask;
     }
-    int getHideMask() const { return m_hideMask; }
+    // How many reasons hide the port: the counted ones, and one for the switch when it is off.
+    int getHideMask() const { return m_hideMask + (m_hidden ? 1 : 0); }
 
     // Whether the user may change the port (a port can be shown greyed out).
     void setSensitive(bool on) { m_sensitive = on; }
@@ -135,6 +142,7 @@ private:
     QString m_toolTip;
     unsigned m_flags = 0;
     int m_hideMask = 0;
+    bool m_hidden = false;
     bool m_sensitive = true;
     bool m_listed = false;
 };

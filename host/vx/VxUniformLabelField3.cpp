@@ -24,6 +24,7 @@ int64_t VxUniformLabelField3::keepLabel(double label)
             kept += keep;
         }
     });
+    recordEdit("keepLabel " + vxscript::number(label));
     touchDownstream();
     return kept;
 }

@@ -2,13 +2,13 @@
 // across update() and compute(), script verbs, saved networks, and old scripts' ports.
 #include <vx/VxApplication.h>
 #include <vx/VxColormap.h>
-#include <vx/VxTriBase.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
 #include <vx/VxModule.h>
 #include <vx/VxObjectPool.h>
 #include <vx/VxPackageManager.h>
 #include <vx/VxPreferences.h>
+#include <vx/VxTriBase.h>
 
 #include <gtest/gtest.h>
 
@@ -44,7 +44,8 @@ QString run(const QString& script)
 QString runError(const QString& script)
 {
     QString result;
-    EXPECT_EQ(vi()->eval(script, &result), TCL_ERROR) << script.toStdString() << " succeeded: " << result.toStdString();
+    EXPECT_EQ(vi()->eval(script, &result), TCL_ERROR)
+        << script.toStdString() << " succeeded: " << result.toStdString();
     return result;
 }
 
@@ -73,6 +74,7 @@ protected:
     void SetUp() override
     {
         unsetenv("RUNNING_TEST");
+        unsetenv("VXTEST_THROW_IN_CONSTRUCTOR");
         VxApplication::instance()->message()->clearRecords();
         run("remove -all; compatibilityVersion 1000; deprecationWarnings 1");
     }
@@ -82,7 +84,8 @@ VxPackageManager* Framework::packages = nullptr;
 
 TEST_F(Framework, TypeRecordsKnowTheirParentsAndAnswerIsOfType)
 {
-    EXPECT_EQ(run("typeinfo VxTestSphere"), "VxTestSphere VxTriBase VxViewBase VxModule VxObject KxTypedObject");
+    EXPECT_EQ(run("typeinfo VxTestSphere"),
+              "VxTestSphere VxTriBase VxViewBase VxModule VxObject KxTypedObject");
     run("create VxTestSphere s");
     EXPECT_EQ(run("s isOfType VxViewBase"), "1");
     EXPECT_EQ(run("s isOfType VxRegScalarField3"), "0");
@@ -95,6 +98,37 @@ TEST_F(Framework, TypeRecordsKnowTheirParentsAndAnswerIsOfType)
     EXPECT_NE(runError("create VxTestSphere {a\"b}").indexOf("not a valid object name"), -1);
     // Unnamed objects take the class name, made unique.
     EXPECT_EQ(run("create VxTestSphere; create VxTestSphere"), "VxTestSphere2");
+}
+
+// An object and its command go together: the label follows Tcl's rename, removing the object
+// deletes the command by whatever name, and deleting the command removes the object.
+TEST_F(Framework, ObjectsFollowTheirCommandsAndNeverShadowOthers)
+{
+    run("create VxTestSphere a; rename a b; create VxColormap m; rename m ::n");
+    EXPECT_EQ(run("list [b getLabel] [n getLabel] [all]"), "b n {b n}");
+    EXPECT_NE(runError("remove a").indexOf("there is no object \"a\""), -1);
+    run("remove b");
+    EXPECT_EQ(run("info commands b"), "");
+    run("rename n {}; create VxTestSphere p; proc p {} {return proc}");
+    EXPECT_EQ(run("list [all] [p]"), "{} proc");
+
+    // Names that would break saved networks or Tcl's syntax, or replace a command, are refused
+    // wherever an object gets one; automatic names skip them.
+    run("create VxTestSphere s; create VxTestSphere t; proc VxTestSphere2 {} {}");
+    const char* invalid = "is not a valid object name (no quotes, brackets, braces, dollars, backslashes, "
+                          "semicolons, control characters or \"::\")";
+    const std::pair<const char*, QString> refused[] = {
+        {"rename s t", "rename: an object named \"t\" exists"},
+        {"rename s {x[y}", QString("rename: \"x[y\" %1").arg(invalid)},
+        {"rename s ns::u", QString("rename: \"ns::u\" %1").arg(invalid)},
+        {"create VxTestSphere incr", "create: \"incr\" is a command of the interpreter; choose another name"},
+    };
+    for (const auto& r : refused) EXPECT_EQ(runError(r.first), r.second);
+    EXPECT_EQ(run("create VxTestSphere; create VxTestSphere; all"), "s t VxTestSphere VxTestSphere3");
+
+    // Thousands of unnamed objects number on quickly, a freed number first.
+    run("for {set i 0} {$i < 8000} {incr i} {create VxColormap}; remove VxColormap17 VxColormap300");
+    EXPECT_EQ(run("lmap i {1 2 3} {create VxColormap}"), "VxColormap17 VxColormap300 VxColormap8001");
 }
 
 TEST_F(Framework, ShippedPackageLoadsAndNamesItsVersion)
@@ -126,6 +160,19 @@ TEST_F(Framework, ChangeFlagsLastFromTheChangeUntilAfterCompute)
     EXPECT_EQ(run("m isPending"), "0");
 }
 
+// A module that throws is run once, reported once and no longer pending, and the others still run;
+// a constructor that throws fails its command, not the host.
+TEST_F(Framework, ThrowingModulesFailOnceAndThrowingConstructorsFailTheirCommand)
+{
+    run("create VxTestAllPorts bad; create VxTestAllPorts good; bad text setValue throw");
+    EXPECT_EQ(run("list [bad computeCount] [bad isPending] [good computeCount]"), "1 0 1");
+    EXPECT_EQ(VxApplication::instance()->message()->errors(), QStringList{"bad: told to throw"});
+    EXPECT_EQ(runError("bad fire"), "\"bad\": told to throw");
+    setenv("VXTEST_THROW_IN_CONSTRUCTOR", "1", 1);
+    EXPECT_EQ(runError("create VxTestAllPorts"), "create: told to throw in the constructor");
+    EXPECT_EQ(run("all"), "bad good");
+}
+
 TEST_F(Framework, VerbsClampAndRejectBadWordsWithTheirNames)
 {
     run("create VxTestAllPorts m");
@@ -153,10 +200,17 @@ TEST_F(Framework, ConnectionsCheckTheirSourcesAndFollowThem)
     VxConnection& c = m->portData;
     c.addType(VxTriBase::getClassTypeId());
     c.addType(VxColormap::getClassTypeId());
-    EXPECT_NE(runError("m data connect other").indexOf("\"other\" (VxTestAllPorts) is not accepted here; accepted: VxTriBase, VxColormap"), -1);
+    EXPECT_NE(
+        runError("m data connect other")
+            .indexOf("\"other\" (VxTestAllPorts) is not accepted here; accepted: VxTriBase, VxColormap"),
+        -1);
     // A source check narrows the accepted types further.
     static int checks = 0;
-    c.setSourceCheck([](void* data, VxObject* source) { return ++*static_cast<int*>(data), int(source->getName() != "s"); }, &checks);
+    c.setSourceCheck(
+        [](void* data, VxObject* source) {
+            return ++*static_cast<int*>(data), int(source->getName() != "s");
+        },
+        &checks);
     EXPECT_NE(runError("m data connect s").indexOf("is not accepted here"), -1);
     EXPECT_EQ(checks, 1);
     c.setSourceCheck(nullptr, nullptr);
@@ -198,7 +252,8 @@ TEST_F(Framework, SavedNetworkReloadsToTheSamePortsAndRecomputes)
     QTemporaryDir dir;
     const QString first = dir.filePath("first.tcl"), second = dir.filePath("second.tcl");
     run("create VxTestAllPorts m; create VxTestSphere {my sphere}");
-    run("m float setValue 2.5; m int setValue 12; m toggles setValue 2 1; m onOff setValue 1; m radio setValue 2;"
+    run("m float setValue 2.5; m int setValue 12; m toggles setValue 2 1; m onOff setValue 1; m radio "
+        "setValue 2;"
         "m ints setValue 0 1; m floats setValue 1 0.125; m menu setValue 1 2; m text setValue {two words};"
         "m colors setColor 1 0.5 0.25 1; m hidden setValue 0.75; m data connect {my sphere}");
     run("{my sphere} radius setValue 2; {my sphere} subdivisions setValue 2; {my sphere} doIt hit");
@@ -242,10 +297,11 @@ TEST_F(Framework, NetworkFlagAndVersionLastOnlyWhileTheScriptRuns)
 
 TEST_F(Framework, OldScriptsReachTheRedesignedPortWithOneWarning)
 {
-    const QString warning =
-        "WARNING: You are using a deprecated port. Please see Section \"Versioning of Script Objects and backward "
-        "compatibility\" for compatibility details.\nPort \"options\" from module \"m\" has been modified in the "
-        "current version.\nPlease see \"m\" documentation for a recent port list. \n";
+    const QString warning = "WARNING: You are using a deprecated port. Please see Section \"Versioning of "
+                            "Script Objects and backward "
+                            "compatibility\" for compatibility details.\nPort \"options\" from module \"m\" "
+                            "has been modified in the "
+                            "current version.\nPlease see \"m\" documentation for a recent port list. \n";
     run("create VxTestAllPorts m; m fire");
     run("compatibilityVersion 919; m options setValue 0 0; m options setValue 1 1; m options setPin 1");
     const QStringList& lines = VxApplication::instance()->message()->lines();

@@ -486,6 +486,18 @@ TEST_F(PortsTest, GenericPortItemsByID)
     ASSERT_EQ(run(owner, "format setItemVisible 5 1"), TCL_OK);
     EXPECT_TRUE(g.isItemVisible(5));
     EXPECT_TRUE(g.isVisible()) << "items are shown and hidden apart from the port";
+    // Counted reasons to hide nest; the port's own switch (what modules set on every update) is
+    // one more reason, which show() lifts and no count undoes.
+    const std::pair<std::function<void()>, bool> steps[] = {
+        {[&] { g.hideMaskIncrease(), g.hideMaskIncrease(); }, false},
+        {[&] { g.show(); }, false},
+        {[&] { g.hideMaskDecrease(), g.hide(), g.hide(); }, false},
+        {[&] { g.hideMaskDecrease(); }, false},
+        {[&] { g.setVisible(true); }, true}};
+    for (const auto& step : steps) {
+        step.first();
+        EXPECT_EQ(g.isVisible(), step.second) << "hide mask " << g.getHideMask();
+    }
 
     g.insertComboBox(0, {"One"}, 4);
     EXPECT_EQ(g.findItem(0), 0) << "inserting an existing id replaces the item in place";

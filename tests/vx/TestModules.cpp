@@ -4,21 +4,22 @@
 
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
-#include <vx/VxPreferences.h>
 #include <vx/VxMessage.h>
+#include <vx/VxPreferences.h>
+
+#include <kx/KxException.h>
 
 #include <QCoreApplication>
 
+#include <cstdlib>
 #include <cstring>
 
 KX_SOURCE(VxTestSphere, VxTriBase)
 KX_SOURCE(VxTestAllPorts, VxModule)
 
 VxTestSphere::VxTestSphere()
-    : VxTriBase(VxObject::getClassTypeId()),
-      portRadius(this, "Radius", "radius"),
-      portSubdivisions(this, "Subdivisions", "subdivisions"),
-      portDoIt(this, "Action", "doIt")
+    : VxTriBase(VxObject::getClassTypeId()), portRadius(this, "Radius", "radius"),
+      portSubdivisions(this, "Subdivisions", "subdivisions"), portDoIt(this, "Action", "doIt")
 {
     portData.setOptional(true);
     portRadius.setMinMax(0.1f, 10.f);
@@ -43,7 +44,8 @@ void VxTestSphere::compute()
     m_surface->adoptCoords(mesh.numPoints(), copyToBlock(mesh.coords));
     m_surface->adoptNormals(mesh.numPoints(), copyToBlock(mesh.normals));
     m_surface->adoptTriangles(mesh.numTriangles(), copyToBlock(mesh.triangles));
-    VxApplication::instance()->message()->printf("TestSphere contains %d triangles", m_surface->getNumTriangles());
+    VxApplication::instance()->message()->printf("TestSphere contains %d triangles",
+                                                 m_surface->getNumTriangles());
     computed = true;
     ++computeCount;
 }
@@ -88,18 +90,12 @@ int VxTestSphere::parse(Tcl_Interp* interp, int argc, char** argv)
 }
 
 VxTestAllPorts::VxTestAllPorts()
-    : portFloat(this, "Float", "float"),
-      portInt(this, "Int", "int"),
-      portToggles(this, "Toggles", "toggles", 3),
-      portOnOff(this, "On Off", "onOff"),
-      portRadio(this, "Radio", "radio", 3),
-      portInts(this, "Ints", "ints", 3),
-      portFloats(this, "Floats", "floats", 2),
-      portMenu(this, "Menu", "menu", 2),
-      portColors(this, "Colors", "colors", 2),
-      portText(this, "Text", "text"),
-      portHidden(this, "Hidden", "hidden"),
-      portOptions(this, "Options", "options"),
+    : portFloat(this, "Float", "float"), portInt(this, "Int", "int"),
+      portToggles(this, "Toggles", "toggles", 3), portOnOff(this, "On Off", "onOff"),
+      portRadio(this, "Radio", "radio", 3), portInts(this, "Ints", "ints", 3),
+      portFloats(this, "Floats", "floats", 2), portMenu(this, "Menu", "menu", 2),
+      portColors(this, "Colors", "colors", 2), portText(this, "Text", "text"),
+      portHidden(this, "Hidden", "hidden"), portOptions(this, "Options", "options"),
       portDoIt(this, "Action", "doIt")
 {
     portData.setOptional(true);
@@ -118,6 +114,8 @@ VxTestAllPorts::VxTestAllPorts()
     portOptions.getDeprecatedPort().setValue(0, true);
     portOptions.getDeprecatedPort().setValue(1, false);
     portOptions.getDeprecatedPort().untouch();
+    // For tests of how the host survives modules that fail.
+    if (getenv("VXTEST_THROW_IN_CONSTRUCTOR")) throw KxException("told to throw in the constructor");
 }
 
 VxTestAllPorts::~VxTestAllPorts() = default;
@@ -145,6 +143,7 @@ void VxTestAllPorts::compute()
 {
     newInCompute = newPorts(*this);
     ++computeCount;
+    if (portText.getValue() == "throw") throw KxException("told to throw");
 }
 
 int VxTestAllPorts::parse(Tcl_Interp* interp, int argc, char** argv)

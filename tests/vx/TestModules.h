@@ -44,7 +44,8 @@ public:
 };
 
 // One port of every kind, and a redesigned port kept for old scripts. Each run records which
-// ports update() and compute() found new.
+// ports update() and compute() found new. It fails on demand: compute() throws while "text" says
+// "throw", the constructor while the environment has VXTEST_THROW_IN_CONSTRUCTOR.
 class VxTestAllPorts : public VxModule
 {
     KX_HEADER(VxTestAllPorts)

@@ -83,6 +83,14 @@ TEST_F(Examples, RelaxedMaskKeepsMoreOfTheRegionThanStrict)
     const int s = plyFaces(dir.filePath("strict.ply")), r = plyFaces(dir.filePath("relaxed.ply"));
     EXPECT_GT(s, 0);
     EXPECT_GT(r, s);
+
+    // The network keeps the atlas's "keepLabel 37": reloaded, it masks the same region.
+    HostRun saved = vxhost({"-e", QString("source %1; saveNetwork hippocampus.tcl").arg(script)}, dir.path());
+    ASSERT_EQ(saved.exitCode, 0) << saved.err.toStdString();
+    HostRun again =
+        vxhost({"-e", "loadNetwork hippocampus.tcl; hippocampus exportData ply again.ply"}, dir.path());
+    ASSERT_EQ(again.exitCode, 0) << again.err.toStdString();
+    EXPECT_EQ(contents(dir.filePath("again.ply")), contents(dir.filePath("relaxed.ply")));
 }
 
 // The module end to end through vxhost: when Apply recomputes, what it prints, the resampling while
