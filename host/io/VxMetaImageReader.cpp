@@ -18,9 +18,10 @@ namespace {
 KxPrimType elementType(const std::string& name)
 {
     static const std::map<std::string, KxPrimType::Type> types = {
-        {"MET_UCHAR", KxPrimType::UINT8},  {"MET_CHAR", KxPrimType::INT8},   {"MET_USHORT", KxPrimType::UINT16},
-        {"MET_SHORT", KxPrimType::INT16},  {"MET_UINT", KxPrimType::UINT32}, {"MET_INT", KxPrimType::INT32},
-        {"MET_FLOAT", KxPrimType::FLOAT}, {"MET_DOUBLE", KxPrimType::DOUBLE},
+        {"MET_UCHAR", KxPrimType::UINT8},   {"MET_CHAR", KxPrimType::INT8},
+        {"MET_USHORT", KxPrimType::UINT16}, {"MET_SHORT", KxPrimType::INT16},
+        {"MET_UINT", KxPrimType::UINT32},   {"MET_INT", KxPrimType::INT32},
+        {"MET_FLOAT", KxPrimType::FLOAT},   {"MET_DOUBLE", KxPrimType::DOUBLE},
     };
     const auto it = types.find(name);
     return it == types.end() ? KxPrimType(KxPrimType::UNKNOWN) : KxPrimType(it->second);
@@ -59,8 +60,8 @@ bool isTrue(VxInputFile& f, const std::map<std::string, std::string>& keys, cons
 }
 
 // The numbers under the first of the keys present, which must be n of them; false when none is.
-bool numbers(VxInputFile& f, const std::map<std::string, std::string>& keys, std::initializer_list<const char*> names,
-             std::size_t n, std::vector<double>& out)
+bool numbers(VxInputFile& f, const std::map<std::string, std::string>& keys,
+             std::initializer_list<const char*> names, std::size_t n, std::vector<double>& out)
 {
     for (const char* name : names) {
         const auto it = keys.find(name);
@@ -86,22 +87,26 @@ VxUniformScalarField3* readMeta(const QString& path)
     if (object != keys.end() && lower(object->second) != "image")
         file.fail(QString("holds a MetaIO object of type '%1', not an Image").arg(quote(object->second)));
     int64_t ndims = 0;
-    if (!toInt(need("NDims"), ndims)) file.fail(QString("NDims is '%1', not a number").arg(quote(need("NDims"))));
-    if (ndims != 3) file.fail(QString("holds a %1-dimensional image; only 3-D volumes are supported").arg(ndims));
+    if (!toInt(need("NDims"), ndims))
+        file.fail(QString("NDims is '%1', not a number").arg(quote(need("NDims"))));
+    if (ndims != 3)
+        file.fail(QString("holds a %1-dimensional image; only 3-D volumes are supported").arg(ndims));
     std::vector<int64_t> size;
     if (!toInts(need("DimSize"), size) || size.size() != 3)
         file.fail(QString("DimSize is '%1', not 3 whole numbers").arg(quote(need("DimSize"))));
     const KxDim3l dims(size[0], size[1], size[2]);
-    const QString badDims = VxValueReader::checkDims(dims);
-    if (!badDims.isEmpty()) file.fail(badDims);
     const KxPrimType type = elementType(need("ElementType"));
     if (!type.isValid())
-        file.fail(QString("unsupported ElementType '%1'; supported are MET_UCHAR, MET_CHAR, MET_USHORT, MET_SHORT, "
-                          "MET_UINT, MET_INT, MET_FLOAT and MET_DOUBLE")
-                      .arg(quote(need("ElementType"))));
+        file.fail(
+            QString("unsupported ElementType '%1'; supported are MET_UCHAR, MET_CHAR, MET_USHORT, MET_SHORT, "
+                    "MET_UINT, MET_INT, MET_FLOAT and MET_DOUBLE")
+                .arg(quote(need("ElementType"))));
+    const QString badDims = VxValueReader::checkDims(dims, type);
+    if (!badDims.isEmpty()) file.fail(badDims);
     const auto channels = keys.find("ElementNumberOfChannels");
     if (channels != keys.end() && trim(channels->second) != "1")
-        file.fail(QString("holds %1 values per voxel; only scalar volumes are supported").arg(quote(channels->second)));
+        file.fail(QString("holds %1 values per voxel; only scalar volumes are supported")
+                      .arg(quote(channels->second)));
 
     VxVolumePlacement where;
     std::vector<double> v;
@@ -113,12 +118,13 @@ VxUniformScalarField3* readMeta(const QString& path)
     if (numbers(file, keys, {"TransformMatrix", "Rotation", "Orientation"}, 9, v))
         for (int a = 0; a < 3; ++a)
             for (int c = 0; c < 3; ++c) where.axis[a][c] = v[std::size_t(3 * a + c)];
-    const QString badPlace = where.normalise();
+    const QString badPlace = where.normalise(dims);
     if (!badPlace.isEmpty()) file.fail(badPlace);
 
     const bool binary = keys.count("BinaryData") ? isTrue(file, keys, "BinaryData") : true;
     const bool compressed = isTrue(file, keys, "CompressedData");
-    const bool msb = isTrue(file, keys, "BinaryDataByteOrderMSB") || isTrue(file, keys, "ElementByteOrderMSB");
+    const bool msb =
+        isTrue(file, keys, "BinaryDataByteOrderMSB") || isTrue(file, keys, "ElementByteOrderMSB");
     const VxEncoding encoding = !binary ? VxEncoding::Ascii : compressed ? VxEncoding::Gzip : VxEncoding::Raw;
     int64_t headerSize = 0;
     const auto hs = keys.find("HeaderSize");
@@ -130,25 +136,31 @@ VxUniformScalarField3* readMeta(const QString& path)
     VxInputFile* data = &file;
     if (dataName.empty()) file.fail("ElementDataFile names no file");
     if (dataName != "LOCAL" && dataName != "Local" && dataName != "local") {
-        if (dataName.compare(0, 4, "LIST") == 0 || dataName.find('%') != std::string::npos || words(dataName).size() > 1)
-            file.fail(QString("values split over several files (ElementDataFile '%1') are not supported").arg(quote(dataName)));
+        if (dataName.compare(0, 4, "LIST") == 0 || dataName.find('%') != std::string::npos ||
+            words(dataName).size() > 1)
+            file.fail(QString("values split over several files (ElementDataFile '%1') are not supported")
+                          .arg(quote(dataName)));
         detached = VxReadSupport::openDataFile(file, dataName);
         data = detached.get();
     }
     if (headerSize == -1) {
         // The values are the file's last bytes.
-        if (encoding != VxEncoding::Raw) file.fail("HeaderSize -1 is only meaningful for uncompressed binary values");
-        const uint64_t bytes = VxValueReader::byteCount(*data, uint64_t(dims.count()), type);
+        if (encoding != VxEncoding::Raw)
+            file.fail("HeaderSize -1 is only meaningful for uncompressed binary values");
+        const uint64_t bytes = VxValueReader::byteCount(*data, dims, type);
         if (data->size() < bytes)
-            data->fail(QString("file holds %1 bytes, but the %2 values need %3; the file is truncated or its header "
-                               "is wrong")
-                           .arg(data->size())
-                           .arg(VxValueReader::describe(dims, type))
-                           .arg(bytes));
+            data->fail(
+                QString("file holds %1 bytes, but the %2 values need %3; the file is truncated or its header "
+                        "is wrong")
+                    .arg(data->size())
+                    .arg(VxValueReader::describe(dims, type))
+                    .arg(bytes));
         data->seek(data->size() - bytes);
     } else if (headerSize > 0) {
         if (uint64_t(headerSize) > data->size() - std::min(data->size(), data->tell()))
-            data->fail(QString("file holds %1 bytes, fewer than the HeaderSize of %2").arg(data->size()).arg(headerSize));
+            data->fail(QString("file holds %1 bytes, fewer than the HeaderSize of %2")
+                           .arg(data->size())
+                           .arg(headerSize));
         data->seek(data->tell() + uint64_t(headerSize));
     }
     void* values = VxValueReader::read(*data, dims, type, encoding, msb);

@@ -1,5 +1,8 @@
 #include <io/VxNiftiReader.h>
 
+#include <io/VxReadSupport.h>
+#include <io/VxVolumePlacement.h>
+#include <kx/KxLatticeSize.h>
 #include <kx/KxMemory.h>
 #include <kx/KxPrimType.h>
 #include <vx/VxRegScalarField3.h>
@@ -23,10 +26,7 @@ constexpr int kHeaderSize1 = 348;
 constexpr int kHeaderSize2 = 540;
 
 // Raised inside the reader and turned into "<file>: <why>" at its surface.
-struct Failure
-{
-    QString file, why;
-};
+using Failure = VxReadFailure;
 
 // The fields the reader uses, from either header version, in native byte order and wide types.
 struct Header
@@ -50,8 +50,7 @@ class Fields
 {
 public:
     Fields(const unsigned char* p, bool swap) : m_p(p), m_swap(swap) {}
-    template <class T>
-    T at(std::size_t offset) const
+    template <class T> T at(std::size_t offset) const
     {
         unsigned char b[sizeof(T)];
         std::memcpy(b, m_p + offset, sizeof(T));
@@ -76,32 +75,52 @@ int32_t byteSwapped(int32_t v)
 KxPrimType primTypeOf(int datatype)
 {
     switch (datatype) {
-    case 2: return KxPrimType::UINT8;
-    case 4: return KxPrimType::INT16;
-    case 8: return KxPrimType::INT32;
-    case 16: return KxPrimType::FLOAT;
-    case 64: return KxPrimType::DOUBLE;
-    case 256: return KxPrimType::INT8;
-    case 512: return KxPrimType::UINT16;
-    case 768: return KxPrimType::UINT32;
-    default: return KxPrimType::UNKNOWN;
+    case 2:
+        return KxPrimType::UINT8;
+    case 4:
+        return KxPrimType::INT16;
+    case 8:
+        return KxPrimType::INT32;
+    case 16:
+        return KxPrimType::FLOAT;
+    case 64:
+        return KxPrimType::DOUBLE;
+    case 256:
+        return KxPrimType::INT8;
+    case 512:
+        return KxPrimType::UINT16;
+    case 768:
+        return KxPrimType::UINT32;
+    default:
+        return KxPrimType::UNKNOWN;
     }
 }
 
 const char* unsupportedName(int datatype)
 {
     switch (datatype) {
-    case 0: return "none";
-    case 1: return "binary";
-    case 32: return "complex64";
-    case 128: return "rgb24";
-    case 1024: return "int64";
-    case 1280: return "uint64";
-    case 1536: return "float128";
-    case 1792: return "complex128";
-    case 2048: return "complex256";
-    case 2304: return "rgba32";
-    default: return "unknown";
+    case 0:
+        return "none";
+    case 1:
+        return "binary";
+    case 32:
+        return "complex64";
+    case 128:
+        return "rgb24";
+    case 1024:
+        return "int64";
+    case 1280:
+        return "uint64";
+    case 1536:
+        return "float128";
+    case 1792:
+        return "complex128";
+    case 2048:
+        return "complex256";
+    case 2304:
+        return "rgba32";
+    default:
+        return "unknown";
     }
 }
 
@@ -320,16 +339,12 @@ void checkHeader(const Header& h, const QString& path, KxDim3l& dims, KxPrimType
                                 .arg(rank)
                                 .arg(shape)};
     }
-    for (int a = 0; a < 3; ++a) {
+    for (int a = 0; a < 3; ++a)
         if (h.dim[a + 1] <= 0)
             throw Failure{path, QString("dimensions must be positive, not %1 %2 %3")
                                     .arg(h.dim[1])
                                     .arg(h.dim[2])
                                     .arg(h.dim[3])};
-        if (h.dim[a + 1] > INT32_MAX / 2)
-            throw Failure{
-                path, QString("dimensions %1 %2 %3 are too large").arg(h.dim[1]).arg(h.dim[2]).arg(h.dim[3])};
-    }
     dims = KxDim3l(h.dim[1], h.dim[2], h.dim[3]);
 
     type = primTypeOf(h.datatype);
@@ -345,15 +360,11 @@ void checkHeader(const Header& h, const QString& path, KxDim3l& dims, KxPrimType
                                 .arg(h.datatype)
                                 .arg(type.name())};
 
-    unsigned __int128 bytes =
-        (unsigned __int128)dims.nx * uint64_t(dims.ny) * uint64_t(dims.nz) * type.size();
-    if (bytes > (unsigned __int128)(INT64_MAX / 2))
-        throw Failure{path,
-                      QString("dimensions %1 %2 %3 are too large").arg(dims.nx).arg(dims.ny).arg(dims.nz)};
-
     const double minOffset = h.singleFile ? (h.version == 1 ? kHeaderSize1 : kHeaderSize2) : 0;
     if (!(h.voxOffset >= minOffset) || h.voxOffset > 9e15 || h.voxOffset != std::floor(h.voxOffset))
         throw Failure{path, QString("vox_offset %1 is not a valid position for the values").arg(h.voxOffset)};
+    const QString tooLarge = KxLatticeSize::check(dims, type, uint64_t(h.voxOffset));
+    if (!tooLarge.isEmpty()) throw Failure{path, tooLarge};
 }
 
 // Reads the values from s, which stands at the end of what it has consumed (consumed bytes).
@@ -399,17 +410,36 @@ void* readValues(Stream& s, uint64_t consumed, uint64_t offset, const KxDim3l& d
     return data.release();
 }
 
-// Linear part A and translation t of voxel index -> world: from the sform, else the qform, else pixdim.
-void indexToWorld(const Header& h, const double spacing[3], double A[3][3], double t[3])
+bool allZero(const double srow[3][4])
 {
-    if (h.sformCode > 0) {
-        for (int r = 0; r < 3; ++r) {
-            for (int c = 0; c < 3; ++c) A[r][c] = h.srow[r][c];
-            t[r] = h.srow[r][3];
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c)
+            if (srow[r][c] != 0) return false;
+    return true;
+}
+
+// Where the nodes go: from the sform, else the qform, else pixdim. The sform's columns are the
+// index axes in world space, so their lengths are the spacing and pixdim does not count; an sform
+// whose matrix is all zeros places nothing (writers leave it so) and counts as absent.
+VxVolumePlacement placement(const Header& h, const KxDim3l& d, const QString& path)
+{
+    VxVolumePlacement p;
+    const char* source = "sform";
+    if (h.sformCode > 0 && !allZero(h.srow)) {
+        for (int a = 0; a < 3; ++a) {
+            for (int c = 0; c < 3; ++c) p.axis[a][c] = h.srow[c][a];
+            p.origin[a] = h.srow[a][3];
         }
-        return;
+    } else {
+        source = h.qformCode > 0 ? "qform" : "pixdim";
+        for (int a = 0; a < 3; ++a) {
+            const double s = std::fabs(h.pixdim[a + 1]);
+            if (!std::isfinite(s))
+                throw Failure{path, QString("pixdim[%1] is not a finite number").arg(a + 1)};
+            p.spacing[a] = s > 0 ? s : 1.0; // unset in some files: unit spacing then
+        }
     }
-    if (h.qformCode > 0) {
+    if (source[0] == 'q') {
         double b = h.quatern[0], c = h.quatern[1], d = h.quatern[2], a = 1.0 - (b * b + c * c + d * d);
         if (a < 1e-7) {
             // A half turn: the stored vector is the whole rotation; renormalise it.
@@ -422,62 +452,13 @@ void indexToWorld(const Header& h, const double spacing[3], double A[3][3], doub
                                 {2 * (b * c + a * d), a * a + c * c - b * b - d * d, 2 * (c * d - a * b)},
                                 {2 * (b * d - a * c), 2 * (c * d + a * b), a * a + d * d - c * c - b * b}};
         const double qfac = h.pixdim[0] < 0 ? -1.0 : 1.0;
-        for (int r = 0; r < 3; ++r) {
-            for (int k = 0; k < 3; ++k) A[r][k] = R[r][k] * spacing[k] * (k == 2 ? qfac : 1.0);
-            t[r] = h.qoffset[r];
-        }
-        return;
-    }
-    for (int r = 0; r < 3; ++r) {
-        for (int k = 0; k < 3; ++k) A[r][k] = r == k ? spacing[k] : 0.0;
-        t[r] = 0;
-    }
-}
-
-// Where the field goes: the box from the first voxel's world position and the spacing, and what
-// remains of the index-to-world map once the spacing is divided out, as a transform about that voxel.
-struct Placement
-{
-    KxBox3f box;
-    bool turned = false;
-    SbMatrix transform = SbMatrix::identity();
-};
-
-Placement placement(const Header& h, const KxDim3l& d, const QString& path)
-{
-    double spacing[3];
-    for (int a = 0; a < 3; ++a) {
-        const double s = std::fabs(h.pixdim[a + 1]);
-        if (!std::isfinite(s)) throw Failure{path, QString("pixdim[%1] is not a finite number").arg(a + 1)};
-        spacing[a] = s > 0 ? s : 1.0; // unset in some files: unit spacing then
-    }
-    double A[3][3], t[3];
-    indexToWorld(h, spacing, A, t);
-    double M[3][3];
-    bool identity = true;
-    for (int r = 0; r < 3; ++r) {
-        if (!std::isfinite(t[r]))
-            throw Failure{path, "the header's voxel-to-world mapping holds a non-finite value"};
-        for (int c = 0; c < 3; ++c) {
-            M[r][c] = A[r][c] / spacing[c];
-            if (!std::isfinite(M[r][c]))
-                throw Failure{path, "the header's voxel-to-world mapping holds a non-finite value"};
-            identity = identity && std::fabs(M[r][c] - (r == c ? 1.0 : 0.0)) < 1e-6;
+        for (int k = 0; k < 3; ++k) {
+            for (int r = 0; r < 3; ++r) p.axis[k][r] = R[r][k] * (k == 2 ? qfac : 1.0);
+            p.origin[k] = h.qoffset[k];
         }
     }
-    Placement p;
-    p.box = KxBox3f(float(t[0]), float(t[0] + double(d.nx - 1) * spacing[0]), float(t[1]),
-                    float(t[1] + double(d.ny - 1) * spacing[1]), float(t[2]),
-                    float(t[2] + double(d.nz - 1) * spacing[2]));
-    if (identity) return p;
-    // world = M p + (t - M t); SbMatrix multiplies row vectors, so M goes in transposed.
-    double shift[3];
-    for (int r = 0; r < 3; ++r) shift[r] = t[r] - (M[r][0] * t[0] + M[r][1] * t[1] + M[r][2] * t[2]);
-    p.turned = true;
-    p.transform = SbMatrix(float(M[0][0]), float(M[1][0]), float(M[2][0]), 0.f, //
-                           float(M[0][1]), float(M[1][1]), float(M[2][1]), 0.f, //
-                           float(M[0][2]), float(M[1][2]), float(M[2][2]), 0.f, //
-                           float(shift[0]), float(shift[1]), float(shift[2]), 1.f);
+    const QString bad = p.normalise(d);
+    if (!bad.isEmpty()) throw Failure{path, QString("%1 (placement from the %2)").arg(bad, source)};
     return p;
 }
 
@@ -567,7 +548,7 @@ VxUniformScalarField3* VxNiftiReader::read(const QString& path, QString* error, 
         KxPrimType type;
         checkHeader(h, names.header, dims, type);
 
-        const Placement where = placement(h, dims, names.header);
+        const VxVolumePlacement where = placement(h, dims, names.header);
 
         const uint64_t offset = uint64_t(h.voxOffset);
         void* values = nullptr;
@@ -580,10 +561,7 @@ VxUniformScalarField3* VxNiftiReader::read(const QString& path, QString* error, 
         }
         if (h.swapped) swapEach(static_cast<unsigned char*>(values), uint64_t(dims.count()), type.size());
 
-        auto* field = new VxUniformScalarField3(dims, type, values);
-        field->setBoundingBox(where.box);
-        if (where.turned) field->setTransform(where.transform);
-        field->setLabel(QFileInfo(path).fileName());
+        VxUniformScalarField3* field = VxReadSupport::uniformField(dims, type, values, where, path);
 
         if (info) {
             info->version = h.version;

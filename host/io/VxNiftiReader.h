@@ -26,9 +26,10 @@ struct VxNiftiInfo
 
 // Reads a NIfTI-1 or NIfTI-2 volume: one file (.nii, .nii.gz) or a header and image pair (.hdr with
 // .img or .img.gz, given by either name), either byte order, eight value types, 3-D only. The box
-// runs from the world position of the first voxel to origin + (n - 1) * spacing, spacing taken from
-// pixdim; when the sform (or else the qform) turns or mirrors the axes, that becomes the field's
-// transform, about the first voxel.
+// runs from the world position of the first voxel to origin + (n - 1) * spacing. The sform places
+// the voxels (its column lengths are the spacing), else the qform with pixdim's spacing, else
+// pixdim alone; when they turn or mirror the axes, that becomes the field's transform, about the
+// first voxel.
 class VxNiftiReader
 {
 public:

@@ -80,16 +80,19 @@ KxPrimType typeNamed(const std::string& name)
 void parseField(VxInputFile& f, Header& h, const std::string& field, const std::string& value)
 {
     auto bad = [&](const char* what) {
-        f.fail(QString("the header's \"%1\" is '%2', not %3").arg(QString::fromStdString(field), quote(value), what));
+        f.fail(QString("the header's \"%1\" is '%2', not %3")
+                   .arg(QString::fromStdString(field), quote(value), what));
     };
     if (field == "dimension") {
         if (!toInt(value, h.dimension)) bad("a number");
     } else if (field == "type") {
         h.type = typeNamed(value);
         if (!h.type.isValid())
-            f.fail(QString("unsupported value type '%1'; supported are int8, uint8, int16, uint16, int32, uint32, "
-                           "float and double")
-                       .arg(quote(value)));
+            f.fail(
+                QString(
+                    "unsupported value type '%1'; supported are int8, uint8, int16, uint16, int32, uint32, "
+                    "float and double")
+                    .arg(quote(value)));
         h.haveType = true;
     } else if (field == "sizes") {
         if (!toInts(value, h.sizes)) bad("a list of whole numbers");
@@ -166,7 +169,8 @@ Header parseHeader(VxInputFile& f)
         if (line.find(":=") != std::string::npos) continue; // key/value pairs: free text
         const std::size_t colon = line.find(':');
         if (colon == std::string::npos || colon == 0)
-            f.fail(QString("header line %1 '%2' is not a \"field: value\" line").arg(number).arg(quote(line)));
+            f.fail(
+                QString("header line %1 '%2' is not a \"field: value\" line").arg(number).arg(quote(line)));
         parseField(f, h, lower(trim(line.substr(0, colon))), trim(line.substr(colon + 1)));
     }
     return h;
@@ -196,19 +200,20 @@ KxDim3l dimensionsOf(VxInputFile& f, Header& h)
         if (h.directions.size() == 4) h.directions.erase(h.directions.begin());
     }
     const KxDim3l dims(h.sizes[0], h.sizes[1], h.sizes[2]);
-    const QString bad = VxValueReader::checkDims(dims);
+    const QString bad = VxValueReader::checkDims(dims, h.type);
     if (!bad.isEmpty()) f.fail(bad);
     if (h.type.size() > 1 && h.encoding != VxEncoding::Ascii && !h.haveEndian)
         f.fail(QString("the header gives no endian for its %1 values").arg(h.type.name()));
     return dims;
 }
 
-VxVolumePlacement placementOf(VxInputFile& f, const Header& h)
+VxVolumePlacement placementOf(VxInputFile& f, const Header& h, const KxDim3l& dims)
 {
     VxVolumePlacement p;
     if (!h.directions.empty()) {
         if (h.spaceDimension != 3)
-            f.fail(QString("space directions need a 3-D space, but the space has %1 dimensions").arg(h.spaceDimension));
+            f.fail(QString("space directions need a 3-D space, but the space has %1 dimensions")
+                       .arg(h.spaceDimension));
         if (h.directions.size() != 3) f.fail("the header's space directions do not give one vector per axis");
         for (int a = 0; a < 3; ++a) {
             if (!toVector(h.directions[std::size_t(a)], 3, p.axis[a]))
@@ -220,15 +225,19 @@ VxVolumePlacement placementOf(VxInputFile& f, const Header& h)
         if (!h.spaceOrigin.empty() && !toVector(h.spaceOrigin, 3, p.origin))
             f.fail(QString("the space origin is '%1', not a point (x,y,z)").arg(quote(h.spaceOrigin)));
     } else {
-        if (!h.spacings.empty() && h.spacings.size() != 3) f.fail("the header's spacings do not give one per axis");
-        if (!h.axisMins.empty() && h.axisMins.size() != 3) f.fail("the header's axis mins do not give one per axis");
+        if (!h.spacings.empty() && h.spacings.size() != 3)
+            f.fail("the header's spacings do not give one per axis");
+        if (!h.axisMins.empty() && h.axisMins.size() != 3)
+            f.fail("the header's axis mins do not give one per axis");
         for (int a = 0; a < 3; ++a) {
             // NaN marks an axis without spacing: unit spacing then.
-            if (!h.spacings.empty() && !std::isnan(h.spacings[std::size_t(a)])) p.spacing[a] = h.spacings[std::size_t(a)];
-            if (!h.axisMins.empty() && !std::isnan(h.axisMins[std::size_t(a)])) p.origin[a] = h.axisMins[std::size_t(a)];
+            if (!h.spacings.empty() && !std::isnan(h.spacings[std::size_t(a)]))
+                p.spacing[a] = h.spacings[std::size_t(a)];
+            if (!h.axisMins.empty() && !std::isnan(h.axisMins[std::size_t(a)]))
+                p.origin[a] = h.axisMins[std::size_t(a)];
         }
     }
-    const QString bad = p.normalise();
+    const QString bad = p.normalise(dims);
     if (!bad.isEmpty()) f.fail(bad);
     return p;
 }
@@ -244,19 +253,22 @@ std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& f, const std::strin
 void* readValues(VxInputFile& data, const Header& h, const KxDim3l& dims)
 {
     for (int64_t i = 0; i < h.lineSkip; ++i)
-        if (!data.skipLine()) data.fail(QString("ends within the %1 lines the header says to skip").arg(h.lineSkip));
+        if (!data.skipLine())
+            data.fail(QString("ends within the %1 lines the header says to skip").arg(h.lineSkip));
     if (h.byteSkip == -1) {
         if (h.encoding != VxEncoding::Raw) data.fail("byte skip -1 is only meaningful for raw encoding");
-        const uint64_t bytes = VxValueReader::byteCount(data, uint64_t(dims.count()), h.type);
+        const uint64_t bytes = VxValueReader::byteCount(data, dims, h.type);
         if (data.size() < bytes)
-            data.fail(QString("file holds %1 bytes, but the %2 values need %3; the file is truncated or its header "
-                              "is wrong")
-                          .arg(data.size())
-                          .arg(VxValueReader::describe(dims, h.type))
-                          .arg(bytes));
+            data.fail(
+                QString("file holds %1 bytes, but the %2 values need %3; the file is truncated or its header "
+                        "is wrong")
+                    .arg(data.size())
+                    .arg(VxValueReader::describe(dims, h.type))
+                    .arg(bytes));
         data.seek(data.size() - bytes);
     } else if (h.byteSkip > 0) {
-        if (h.encoding == VxEncoding::Gzip) data.fail("byte skip inside gzip-compressed data is not supported");
+        if (h.encoding == VxEncoding::Gzip)
+            data.fail("byte skip inside gzip-compressed data is not supported");
         if (uint64_t(h.byteSkip) > data.size() - std::min(data.size(), data.tell()))
             data.fail(QString("file holds %1 bytes, fewer than the %2 bytes the header says to skip")
                           .arg(data.size())
@@ -271,13 +283,14 @@ VxUniformScalarField3* readNrrd(const QString& path)
     VxInputFile file(path, "a NRRD file");
     Header h = parseHeader(file);
     const KxDim3l dims = dimensionsOf(file, h);
-    const VxVolumePlacement where = placementOf(file, h);
+    const VxVolumePlacement where = placementOf(file, h, dims);
 
     void* values = nullptr;
     if (!h.dataFile.empty()) {
         values = readValues(*openDataFile(file, h.dataFile), h, dims);
     } else {
-        if (!h.attached) file.fail("the header names no data file and ends without the blank line before the data");
+        if (!h.attached)
+            file.fail("the header names no data file and ends without the blank line before the data");
         values = readValues(file, h, dims);
     }
     return VxReadSupport::uniformField(dims, h.type, values, where, path);

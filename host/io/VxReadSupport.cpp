@@ -1,6 +1,7 @@
 #include <io/VxReadSupport.h>
 
 #include <io/VxVolumePlacement.h>
+#include <kx/KxException.h>
 #include <vx/VxRegScalarField3.h>
 
 #include <QFileInfo>
@@ -18,8 +19,13 @@ std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& header, const std::
 VxUniformScalarField3* uniformField(const KxDim3l& dims, KxPrimType type, void* values,
                                     const VxVolumePlacement& where, const QString& path)
 {
-    auto* field = new VxUniformScalarField3(dims, type, values);
-    field->setBoundingBox(where.box(dims));
+    VxUniformScalarField3* field = nullptr;
+    try {
+        field = new VxUniformScalarField3(dims, type, values);
+    } catch (const KxException& e) {
+        throw VxReadFailure{path, e.text()};
+    }
+    field->setBoundingBox(where.box(dims), where.voxelSize());
     SbMatrix m;
     if (where.transform(m)) field->setTransform(m);
     field->setLabel(QFileInfo(path).fileName());

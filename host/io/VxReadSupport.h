@@ -17,7 +17,8 @@ namespace VxReadSupport {
 // Opens the data file a header names: an absolute name as it is, else beside the header.
 std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& header, const std::string& name);
 
-// A uniform field taking over the values, placed, and labelled with the file's name.
+// A uniform field taking over the values (freed when it fails), placed where `where` says (which
+// must have been normalised for dims), and labelled with the file's name.
 VxUniformScalarField3* uniformField(const KxDim3l& dims, KxPrimType type, void* values,
                                     const VxVolumePlacement& where, const QString& path);
 

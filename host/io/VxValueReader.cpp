@@ -1,6 +1,7 @@
 #include <io/VxValueReader.h>
 
 #include <io/VxInputFile.h>
+#include <kx/KxLatticeSize.h>
 #include <kx/KxMemory.h>
 
 #include <algorithm>
@@ -36,12 +37,13 @@ void requireBytes(VxInputFile& file, uint64_t bytes, const QString& what)
 {
     const uint64_t at = file.tell();
     if (file.size() < at || file.size() - at < bytes)
-        file.fail(QString("file holds %1 bytes, but the %2 values at offset %3 need %4; the file is truncated "
-                          "or its header is wrong")
-                      .arg(file.size())
-                      .arg(what)
-                      .arg(at)
-                      .arg(at + bytes));
+        file.fail(
+            QString("file holds %1 bytes, but the %2 values at offset %3 need %4; the file is truncated "
+                    "or its header is wrong")
+                .arg(file.size())
+                .arg(what)
+                .arg(at)
+                .arg(at + bytes));
 }
 
 void readRaw(VxInputFile& file, void* out, uint64_t bytes, const QString& what)
@@ -64,7 +66,25 @@ void requireCompressed(VxInputFile& file, uint64_t bytes, const QString& what)
                       .arg(bytes));
 }
 
-// Inflates a gzip or zlib stream (told apart by its header) that must hold exactly bytes.
+// Why a compressed stream that ran out of input is unusable.
+[[noreturn]] void failEarlyEnd(VxInputFile& file, uint64_t produced, uint64_t bytes, const QString& what)
+{
+    // Every value may be there with only the stream's end and checksum cut off; say so rather than
+    // "ends after 120 of the 120 bytes".
+    if (produced == bytes)
+        file.fail(QString("compressed stream is truncated: it holds all %1 bytes of the %2 values but ends "
+                          "before its end mark and checksum")
+                      .arg(bytes)
+                      .arg(what));
+    file.fail(QString("compressed stream ends after %1 of the %2 bytes of %3 values; the file is truncated")
+                  .arg(produced)
+                  .arg(bytes)
+                  .arg(what));
+}
+
+// Inflates a gzip or zlib stream (told apart by its header) that must hold exactly bytes. A gzip
+// file may hold several members one after the other (as cat and parallel compressors make them):
+// their data follow each other.
 void readCompressed(VxInputFile& file, void* out, uint64_t bytes, const QString& what)
 {
     z_stream z = {};
@@ -75,18 +95,21 @@ void readCompressed(VxInputFile& file, void* out, uint64_t bytes, const QString&
     uint64_t produced = 0;
     int status = Z_OK;
     bool inputLeft = true;
-    while (status != Z_STREAM_END) {
+    for (;;) {
         if (z.avail_in == 0 && inputLeft) {
             const uint64_t got = file.read(in.data(), in.size());
             inputLeft = got == in.size();
             z.next_in = in.data();
             z.avail_in = unsigned(got);
         }
-        if (z.avail_in == 0 && !inputLeft)
-            file.fail(QString("compressed stream ends after %1 of the %2 bytes of %3 values; the file is truncated")
-                          .arg(produced)
-                          .arg(bytes)
-                          .arg(what));
+        if (status == Z_STREAM_END) {
+            // Another member follows only when the values are not complete and a gzip header is next.
+            const bool member =
+                z.avail_in > 0 && z.next_in[0] == 0x1f && (z.avail_in < 2 || z.next_in[1] == 0x8b);
+            if (produced == bytes || !member) break;
+            if (inflateReset(&z) != Z_OK) file.fail("cannot restart decompression");
+        }
+        if (z.avail_in == 0 && !inputLeft) failEarlyEnd(file, produced, bytes, what);
         // One spare byte past the end tells a stream that holds more than the header says.
         unsigned char spare;
         const bool intoSpare = produced == bytes;
@@ -104,11 +127,7 @@ void readCompressed(VxInputFile& file, void* out, uint64_t bytes, const QString&
         if (status == Z_NEED_DICT || status == Z_DATA_ERROR)
             file.fail(QString("compressed data is corrupt (%1)").arg(z.msg ? z.msg : "bad stream"));
         if (status == Z_MEM_ERROR) file.fail("out of memory while decompressing");
-        if (status == Z_BUF_ERROR && z.avail_in == 0 && !inputLeft)
-            file.fail(QString("compressed stream ends after %1 of the %2 bytes of %3 values; the file is truncated")
-                          .arg(produced)
-                          .arg(bytes)
-                          .arg(what));
+        if (status == Z_BUF_ERROR && z.avail_in == 0 && !inputLeft) failEarlyEnd(file, produced, bytes, what);
     }
     if (produced < bytes)
         file.fail(QString("compressed stream holds %1 bytes, but the %2 values need %3; the header is wrong")
@@ -117,8 +136,7 @@ void readCompressed(VxInputFile& file, void* out, uint64_t bytes, const QString&
                       .arg(bytes));
 }
 
-template <class T>
-bool parseNumber(const std::string& token, T& out)
+template <class T> bool parseNumber(const std::string& token, T& out)
 {
     const char* s = token.c_str();
     char* end = nullptr;
@@ -146,8 +164,7 @@ bool parseNumber(const std::string& token, T& out)
     }
 }
 
-template <class T>
-void readText(VxInputFile& file, T* out, uint64_t count, const QString& what)
+template <class T> void readText(VxInputFile& file, T* out, uint64_t count, const QString& what)
 {
     std::string token;
     for (uint64_t i = 0; i < count; ++i) {
@@ -171,20 +188,20 @@ QString VxValueReader::describe(const KxDim3l& d, KxPrimType type)
     return QString("%1x%2x%3 %4").arg(d.nx).arg(d.ny).arg(d.nz).arg(type.name());
 }
 
-QString VxValueReader::checkDims(const KxDim3l& d)
+QString VxValueReader::checkDims(const KxDim3l& d, KxPrimType type)
 {
     for (int a = 0; a < 3; ++a)
-        if (d[a] <= 0) return QString("dimensions must be positive, not %1 %2 %3").arg(d.nx).arg(d.ny).arg(d.nz);
-    for (int a = 0; a < 3; ++a)
-        if (d[a] >= (int64_t(1) << 30)) return QString("dimensions %1 %2 %3 are too large").arg(d.nx).arg(d.ny).arg(d.nz);
-    return QString();
+        if (d[a] <= 0)
+            return QString("dimensions must be positive, not %1 %2 %3").arg(d.nx).arg(d.ny).arg(d.nz);
+    return KxLatticeSize::check(d, type);
 }
 
-uint64_t VxValueReader::byteCount(VxInputFile& file, uint64_t count, KxPrimType type)
+uint64_t VxValueReader::byteCount(VxInputFile& file, const KxDim3l& dims, KxPrimType type)
 {
-    if (count > (uint64_t(1) << 62) / std::max<std::size_t>(type.size(), 1))
-        file.fail(QString("%1 values are too many to hold").arg(count));
-    return count * type.size();
+    KxLatticeSize size;
+    const QString bad = KxLatticeSize::check(dims, type, 0, &size);
+    if (!bad.isEmpty()) file.fail(bad);
+    return size.bytes;
 }
 
 void VxValueReader::swapBytes(void* data, uint64_t count, std::size_t width)
@@ -197,10 +214,10 @@ void VxValueReader::swapBytes(void* data, uint64_t count, std::size_t width)
 void* VxValueReader::read(VxInputFile& file, const KxDim3l& dims, KxPrimType type, VxEncoding encoding,
                           bool bigEndian)
 {
-    const QString bad = checkDims(dims);
+    const QString bad = checkDims(dims, type);
     if (!bad.isEmpty()) file.fail(bad);
-    const uint64_t count = uint64_t(dims.nx) * uint64_t(dims.ny) * uint64_t(dims.nz);
-    const uint64_t bytes = byteCount(file, count, type);
+    const uint64_t bytes = byteCount(file, dims, type);
+    const uint64_t count = bytes / type.size();
     const QString what = describe(dims, type);
     if (encoding == VxEncoding::Ascii) {
         // Every number takes at least one character and one separator (bar the last).
@@ -240,8 +257,13 @@ void VxValueReader::readFloats(VxInputFile& file, float* out, uint64_t count, Kx
         }
         return;
     }
-    const uint64_t bytes = byteCount(file, count, type);
-    requireBytes(file, bytes, what);
+    // Divided, not multiplied: a count that no file could hold must not wrap into a small one.
+    const uint64_t left = file.size() - std::min(file.size(), file.tell());
+    if (count > left / type.size())
+        file.fail(QString("file is too short for its %1 %2; the file is truncated or its header is wrong")
+                      .arg(count)
+                      .arg(what));
+    const uint64_t bytes = count * type.size();
     Block data = allocate(file, bytes, what);
     readRaw(file, data.get(), bytes, what);
     if (bigEndian != kHostBigEndian) swapBytes(data.get(), count, type.size());

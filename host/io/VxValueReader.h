@@ -11,9 +11,9 @@ class VxInputFile;
 // How the values of a volume are stored after its header.
 enum class VxEncoding
 {
-    Raw,   // the bytes themselves
-    Gzip,  // a gzip or zlib stream of those bytes
-    Ascii  // numbers as text, separated by blanks
+    Raw,  // the bytes themselves
+    Gzip, // a gzip or zlib stream of those bytes
+    Ascii // numbers as text, separated by blanks
 };
 
 // Reads the values of a volume from where a file stands into a new kxmalloc'd block in native byte
@@ -28,11 +28,12 @@ public:
     // count numbers of any type as floats (coordinates of grids); type gives the stored width.
     static void readFloats(VxInputFile& file, float* out, uint64_t count, KxPrimType type, bool ascii,
                            bool bigEndian, const QString& what);
-    // Bytes that count values of type occupy; fails with "dimensions are too large" past 2^62.
-    static uint64_t byteCount(VxInputFile& file, uint64_t count, KxPrimType type);
+    // Bytes that dims values of type occupy; fails naming the sizes when they are too large.
+    static uint64_t byteCount(VxInputFile& file, const KxDim3l& dims, KxPrimType type);
     static void swapBytes(void* data, uint64_t count, std::size_t width);
     // "5x4x3 int16"
     static QString describe(const KxDim3l& dims, KxPrimType type);
-    // Positive dimensions, each below 2^30, or a message naming them.
-    static QString checkDims(const KxDim3l& dims);
+    // Positive dimensions whose nodes (and values of type, when known) can be counted and indexed,
+    // or a message naming them.
+    static QString checkDims(const KxDim3l& dims, KxPrimType type = KxPrimType::UNKNOWN);
 };

@@ -17,14 +17,16 @@ namespace {
 QString vtkKind(const VxRegScalarField3& field)
 {
     switch (field.coordType()) {
-    case VX_COORD_UNIFORM: return "VTK structured points";
-    case VX_COORD_RECTILINEAR: return "VTK rectilinear grid";
-    default: return "VTK structured grid";
+    case VX_COORD_UNIFORM:
+        return "VTK structured points";
+    case VX_COORD_RECTILINEAR:
+        return "VTK rectilinear grid";
+    default:
+        return "VTK structured grid";
     }
 }
 
-template <class From, class To>
-void* convert(const void* data, int64_t n)
+template <class From, class To> void* convert(const void* data, int64_t n)
 {
     auto* out = static_cast<To*>(kxmalloc(std::size_t(n) * sizeof(To)));
     const From* in = static_cast<const From*>(data);
@@ -58,12 +60,14 @@ VxUniformLabelField3* VxVolumeReader::toLabels(const VxRegScalarField3& field, Q
         return nullptr;
     };
     if (field.coordType() != VX_COORD_UNIFORM)
-        return refuse("labels need uniform coordinates, but these nodes lie on a rectilinear or curvilinear grid");
+        return refuse(
+            "labels need uniform coordinates, but these nodes lie on a rectilinear or curvilinear grid");
     const KxPrimType type = field.primType();
     if (type == KxPrimType::FLOAT || type == KxPrimType::DOUBLE)
-        return refuse(QString("holds %1 values; a label volume needs integer values (uint8, int8, uint16, int16, "
-                              "uint32 or int32)")
-                          .arg(type.name()));
+        return refuse(
+            QString("holds %1 values; a label volume needs integer values (uint8, int8, uint16, int16, "
+                    "uint32 or int32)")
+                .arg(type.name()));
     double lo = 0, hi = 0;
     field.getRange(lo, hi);
     const int64_t n = field.getDims().count();
@@ -93,14 +97,17 @@ VxUniformLabelField3* VxVolumeReader::toLabels(const VxRegScalarField3& field, Q
         break;
     case KxPrimType::UINT32:
         if (hi > double(INT32_MAX))
-            return refuse(QString("holds the label %1, beyond the largest label %2").arg(hi, 0, 'f', 0).arg(INT32_MAX));
+            return refuse(
+                QString("holds the label %1, beyond the largest label %2").arg(hi, 0, 'f', 0).arg(INT32_MAX));
         labelType = KxPrimType::INT32;
         labels = convert<unsigned int, int>(data, n);
         break;
-    default: return refuse("holds values of an unknown type");
+    default:
+        return refuse("holds values of an unknown type");
     }
     auto* out = new VxUniformLabelField3(field.getDims(), labelType, labels);
-    out->setBoundingBox(field.getBoundingBox());
+    out->setBoundingBox(field.getBoundingBox(),
+                        static_cast<const VxUniformCoord3*>(field.lattice().coords())->getVoxelSize());
     SbMatrix m;
     if (field.getTransform(m)) out->setTransform(m);
     out->setLabel(field.getLabel());

@@ -5,6 +5,7 @@
 #include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
 #include <io/VxVolumePlacement.h>
+#include <kx/KxException.h>
 #include <kx/KxMemory.h>
 #include <vx/VxRectilinearCoord3.h>
 #include <vx/VxRegScalarField3.h>
@@ -39,18 +40,30 @@ struct TypeName
 bool typeNamed(const std::string& name, TypeName& t)
 {
     static const std::map<std::string, TypeName> types = {
-        {"unsigned_char", {KxPrimType::UINT8, 1}},   {"char", {KxPrimType::INT8, 1}},
-        {"signed_char", {KxPrimType::INT8, 1}},      {"unsigned_short", {KxPrimType::UINT16, 2}},
-        {"short", {KxPrimType::INT16, 2}},           {"unsigned_int", {KxPrimType::UINT32, 4}},
-        {"int", {KxPrimType::INT32, 4}},             {"float", {KxPrimType::FLOAT, 4}},
-        {"double", {KxPrimType::DOUBLE, 8}},         {"vtktypeint8", {KxPrimType::INT8, 1}},
-        {"vtktypeuint8", {KxPrimType::UINT8, 1}},    {"vtktypeint16", {KxPrimType::INT16, 2}},
-        {"vtktypeuint16", {KxPrimType::UINT16, 2}},  {"vtktypeint32", {KxPrimType::INT32, 4}},
-        {"vtktypeuint32", {KxPrimType::UINT32, 4}},  {"vtktypefloat32", {KxPrimType::FLOAT, 4}},
-        {"vtktypefloat64", {KxPrimType::DOUBLE, 8}}, {"long", {KxPrimType::UNKNOWN, 8}},
-        {"unsigned_long", {KxPrimType::UNKNOWN, 8}}, {"vtktypeint64", {KxPrimType::UNKNOWN, 8}},
-        {"vtktypeuint64", {KxPrimType::UNKNOWN, 8}}, {"vtkidtype", {KxPrimType::UNKNOWN, 8}},
-        {"long_long", {KxPrimType::UNKNOWN, 8}},     {"unsigned_long_long", {KxPrimType::UNKNOWN, 8}},
+        {"unsigned_char", {KxPrimType::UINT8, 1}},
+        {"char", {KxPrimType::INT8, 1}},
+        {"signed_char", {KxPrimType::INT8, 1}},
+        {"unsigned_short", {KxPrimType::UINT16, 2}},
+        {"short", {KxPrimType::INT16, 2}},
+        {"unsigned_int", {KxPrimType::UINT32, 4}},
+        {"int", {KxPrimType::INT32, 4}},
+        {"float", {KxPrimType::FLOAT, 4}},
+        {"double", {KxPrimType::DOUBLE, 8}},
+        {"vtktypeint8", {KxPrimType::INT8, 1}},
+        {"vtktypeuint8", {KxPrimType::UINT8, 1}},
+        {"vtktypeint16", {KxPrimType::INT16, 2}},
+        {"vtktypeuint16", {KxPrimType::UINT16, 2}},
+        {"vtktypeint32", {KxPrimType::INT32, 4}},
+        {"vtktypeuint32", {KxPrimType::UINT32, 4}},
+        {"vtktypefloat32", {KxPrimType::FLOAT, 4}},
+        {"vtktypefloat64", {KxPrimType::DOUBLE, 8}},
+        {"long", {KxPrimType::UNKNOWN, 8}},
+        {"unsigned_long", {KxPrimType::UNKNOWN, 8}},
+        {"vtktypeint64", {KxPrimType::UNKNOWN, 8}},
+        {"vtktypeuint64", {KxPrimType::UNKNOWN, 8}},
+        {"vtkidtype", {KxPrimType::UNKNOWN, 8}},
+        {"long_long", {KxPrimType::UNKNOWN, 8}},
+        {"unsigned_long_long", {KxPrimType::UNKNOWN, 8}},
         {"bit", {KxPrimType::UNKNOWN, 0}},
     };
     const auto it = types.find(lower(name));
@@ -59,7 +72,8 @@ bool typeNamed(const std::string& name, TypeName& t)
     return true;
 }
 
-const char* kSupportedTypes = "unsigned_char, char, unsigned_short, short, unsigned_int, int, float and double";
+const char* kSupportedTypes =
+    "unsigned_char, char, unsigned_short, short, unsigned_int, int, float and double";
 
 class Parser
 {
@@ -74,13 +88,18 @@ public:
         std::unique_ptr<void, void (*)(void*)> guard(values, &kxfree);
         if (m_dataset == Dataset::Points)
             return VxReadSupport::uniformField(m_dims, m_type, guard.release(), m_place, m_file.path());
+        // The coordinates check their positions: a NaN or an overflowing span names its point.
         VxRegScalarField3* field = nullptr;
-        if (m_dataset == Dataset::Rectilinear) {
-            auto* coords = new VxRectilinearCoord3(m_dims, std::move(m_axes[0]), std::move(m_axes[1]), std::move(m_axes[2]));
+        try {
+            VxCoord3* coords = nullptr;
+            if (m_dataset == Dataset::Rectilinear)
+                coords = new VxRectilinearCoord3(m_dims, std::move(m_axes[0]), std::move(m_axes[1]),
+                                                 std::move(m_axes[2]));
+            else
+                coords = new VxCurvilinearCoord3(m_dims, std::move(m_points));
             field = new VxRegScalarField3(m_dims, m_type, coords, guard.release());
-        } else {
-            auto* coords = new VxCurvilinearCoord3(m_dims, std::move(m_points));
-            field = new VxRegScalarField3(m_dims, m_type, coords, guard.release());
+        } catch (const KxException& e) {
+            fail(e.text());
         }
         field->setLabel(QFileInfo(m_file.path()).fileName());
         return field;
@@ -106,7 +125,8 @@ private:
     {
         const std::string t = token(what);
         double v;
-        if (!toDouble(t, v) || !std::isfinite(v)) fail(QString("%1 is '%2', not a finite number").arg(what, quote(t)));
+        if (!toDouble(t, v) || !std::isfinite(v))
+            fail(QString("%1 is '%2', not a finite number").arg(what, quote(t)));
         return v;
     }
     TypeName type(const char* what)
@@ -123,10 +143,12 @@ private:
         int64_t comps = 1;
         std::string next = token("LOOKUP_TABLE");
         if (lower(next) != "lookup_table") {
-            if (!toInt(next, comps) || comps < 1) fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
+            if (!toInt(next, comps) || comps < 1)
+                fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
             next = token("LOOKUP_TABLE");
         }
-        if (lower(next) != "lookup_table") fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
+        if (lower(next) != "lookup_table")
+            fail(QString("has '%1' where LOOKUP_TABLE belongs").arg(quote(next)));
         token("the lookup table's name");
         return comps;
     }
@@ -161,7 +183,8 @@ private:
         else if (kind == "structured_grid")
             m_dataset = Dataset::Curvilinear;
         else
-            fail(QString("holds a %1 dataset; supported are STRUCTURED_POINTS, RECTILINEAR_GRID and STRUCTURED_GRID")
+            fail(QString("holds a %1 dataset; supported are STRUCTURED_POINTS, RECTILINEAR_GRID and "
+                         "STRUCTURED_GRID")
                      .arg(quote(kind)));
     }
 
@@ -169,7 +192,8 @@ private:
     {
         for (int a = 0; a < 3; ++a) {
             const std::string t = token("DIMENSIONS");
-            if (!toInt(t, m_dims[a])) fail(QString("DIMENSIONS holds '%1', not a whole number").arg(quote(t)));
+            if (!toInt(t, m_dims[a]))
+                fail(QString("DIMENSIONS holds '%1', not a whole number").arg(quote(t)));
         }
         const QString bad = VxValueReader::checkDims(m_dims);
         if (!bad.isEmpty()) fail(bad);
@@ -185,9 +209,12 @@ private:
     void checkRoom(uint64_t n, const TypeName& t, const char* what)
     {
         const uint64_t left = m_file.size() - std::min(m_file.size(), m_file.tell());
-        const double need = m_binary ? double(n) * double(std::max<std::size_t>(t.width, 1)) : 2.0 * double(n) - 1;
+        const double need =
+            m_binary ? double(n) * double(std::max<std::size_t>(t.width, 1)) : 2.0 * double(n) - 1;
         if (double(left) < need)
-            fail(QString("file is too short for its %1 %2; the file is truncated or its header is wrong").arg(n).arg(what));
+            fail(QString("file is too short for its %1 %2; the file is truncated or its header is wrong")
+                     .arg(n)
+                     .arg(what));
     }
 
     void readFloats(float* out, int64_t n, const TypeName& t, const char* what)
@@ -213,13 +240,16 @@ private:
             } else if (word == "origin" && m_dataset == Dataset::Points) {
                 for (int a = 0; a < 3; ++a) m_place.origin[a] = number("ORIGIN");
                 origin = true;
-            } else if (m_dataset == Dataset::Rectilinear && word.size() == 13 && word.compare(1, 12, "_coordinates") == 0 &&
-                       word[0] >= 'x' && word[0] <= 'z') {
+            } else if (m_dataset == Dataset::Rectilinear && word.size() == 13 &&
+                       word.compare(1, 12, "_coordinates") == 0 && word[0] >= 'x' && word[0] <= 'z') {
                 const int a = word[0] - 'x';
                 needDims("coordinates");
                 const int64_t n = count("the number of coordinates");
                 if (n != m_dims[a])
-                    fail(QString("%1 lists %2 positions for %3 nodes").arg(QString::fromStdString(word).toUpper()).arg(n).arg(m_dims[a]));
+                    fail(QString("%1 lists %2 positions for %3 nodes")
+                             .arg(QString::fromStdString(word).toUpper())
+                             .arg(n)
+                             .arg(m_dims[a]));
                 const TypeName t = type("the coordinates");
                 checkRoom(uint64_t(n), t, "coordinates");
                 m_axes[a].resize(std::size_t(n));
@@ -230,7 +260,11 @@ private:
                 const int64_t n = count("the number of points");
                 if (n != m_dims.count())
                     fail(QString("POINTS lists %1 points, but DIMENSIONS %2 %3 %4 make %5 nodes")
-                             .arg(n).arg(m_dims.nx).arg(m_dims.ny).arg(m_dims.nz).arg(m_dims.count()));
+                             .arg(n)
+                             .arg(m_dims.nx)
+                             .arg(m_dims.ny)
+                             .arg(m_dims.nz)
+                             .arg(m_dims.count()));
                 const TypeName t = type("the points");
                 checkRoom(3 * uint64_t(n), t, "point coordinates");
                 m_points.resize(std::size_t(3 * n));
@@ -253,8 +287,9 @@ private:
         }
         needDims("POINT_DATA");
         if (m_dataset == Dataset::Points) {
-            if (!spacing || !origin) fail(QString("structured points without %1").arg(!spacing ? "SPACING" : "ORIGIN"));
-            const QString bad = m_place.normalise();
+            if (!spacing || !origin)
+                fail(QString("structured points without %1").arg(!spacing ? "SPACING" : "ORIGIN"));
+            const QString bad = m_place.normalise(m_dims);
             if (!bad.isEmpty()) fail(bad);
         } else if (m_dataset == Dataset::Rectilinear && !(axes[0] && axes[1] && axes[2])) {
             fail("the rectilinear grid lacks X_COORDINATES, Y_COORDINATES or Z_COORDINATES");
@@ -334,7 +369,10 @@ private:
                    word == "global_ids" || word == "pedigree_ids") {
             token("the attribute's name");
             const TypeName t = type("an attribute");
-            const int comps = word == "tensors" ? 9 : word == "tensors6" ? 6 : word[0] == 'v' || word[0] == 'n' ? 3 : 1;
+            const int comps = word == "tensors"                  ? 9
+                              : word == "tensors6"               ? 6
+                              : word[0] == 'v' || word[0] == 'n' ? 3
+                                                                 : 1;
             skipValues(uint64_t(n) * uint64_t(comps), t, "an attribute");
         } else if (word == "texture_coordinates") {
             token("the texture coordinates' name");
@@ -378,7 +416,8 @@ private:
             VxValueReader::read(m_file, m_dims, KxPrimType::FLOAT, VxEncoding::Ascii, true), &kxfree);
         auto* out = static_cast<unsigned char*>(kxmalloc(std::size_t(n)));
         const float* f = static_cast<const float*>(fractions.get());
-        for (int64_t i = 0; i < n; ++i) out[i] = (unsigned char)std::lround(std::min(1.f, std::max(0.f, f[i])) * 255.f);
+        for (int64_t i = 0; i < n; ++i)
+            out[i] = (unsigned char)std::lround(std::min(1.f, std::max(0.f, f[i])) * 255.f);
         return out;
     }
 
@@ -387,7 +426,11 @@ private:
         const int64_t n = count("the number of point values");
         if (n != m_dims.count())
             fail(QString("POINT_DATA gives %1 values, but DIMENSIONS %2 %3 %4 make %5 nodes")
-                     .arg(n).arg(m_dims.nx).arg(m_dims.ny).arg(m_dims.nz).arg(m_dims.count()));
+                     .arg(n)
+                     .arg(m_dims.nx)
+                     .arg(m_dims.ny)
+                     .arg(m_dims.nz)
+                     .arg(m_dims.count()));
         for (;;) {
             std::string word;
             if (!m_file.readToken(word)) fail("holds no one-component SCALARS in its POINT_DATA");
@@ -403,7 +446,9 @@ private:
             const std::string name = token("the scalars' name");
             const std::string typeName = token("the scalars' type");
             TypeName t;
-            if (!typeNamed(typeName, t)) fail(QString("unknown value type '%1'; supported are %2").arg(quote(typeName), kSupportedTypes));
+            if (!typeNamed(typeName, t))
+                fail(QString("unknown value type '%1'; supported are %2")
+                         .arg(quote(typeName), kSupportedTypes));
             const int64_t comps = scalarsComponents();
             if (comps != 1) {
                 // Colours or vectors stored as scalars: look further for a plain one.
@@ -411,10 +456,12 @@ private:
                 continue;
             }
             if (!t.type.isValid())
-                fail(QString("unsupported value type '%1' of the scalars; supported are %2").arg(quote(typeName), kSupportedTypes));
+                fail(QString("unsupported value type '%1' of the scalars; supported are %2")
+                         .arg(quote(typeName), kSupportedTypes));
             m_type = t.type;
             toBinaryStart();
-            return VxValueReader::read(m_file, m_dims, m_type, m_binary ? VxEncoding::Raw : VxEncoding::Ascii, true);
+            return VxValueReader::read(m_file, m_dims, m_type, m_binary ? VxEncoding::Raw : VxEncoding::Ascii,
+                                       true);
         }
     }
 

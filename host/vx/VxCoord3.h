@@ -25,10 +25,17 @@ public:
     const KxDim3l& dims() const { return m_dims; }
 
 protected:
+    // Throws KxException unless the box spans a finite length along every axis: positions so far
+    // apart that their distance overflows single precision give infinite or undefined vertices.
+    // what names the positions in the message ("the points").
+    static void requireFiniteExtent(const KxBox3f& box, const char* what);
+
     KxDim3l m_dims;
 };
 
-// Nodes evenly spaced between the box's minimum and maximum.
+// Nodes evenly spaced between the box's minimum and maximum. The box of an axis of one node has
+// no length, yet that node still stands for a slice of some thickness (a single-slice scan): its
+// spacing is kept beside the box, 1 unless set, for the voxel size, padding and reports.
 class VxUniformCoord3 : public VxCoord3
 {
 public:
@@ -36,20 +43,25 @@ public:
 
     VxCoordType coordType() const override { return VX_COORD_UNIFORM; }
     KxBox3f getBoundingBox() const override { return m_box; }
+    // Keeps the spacing of axes of one node.
     void setBoundingBox(const KxBox3f& box) { m_box = box; }
-    KxVec3f getVoxelSize() const { return m_box.getVoxelSize(m_dims); }
+    // The box, and the spacing that axes of one node keep (the box decides the others).
+    void setBoundingBox(const KxBox3f& box, const KxVec3f& spacing);
+    // Distance between neighbouring nodes; the kept spacing along an axis of one node.
+    KxVec3f getVoxelSize() const;
     KxVec3f pos(int64_t i, int64_t j, int64_t k) const override;
     VxCoord3* clone() const override { return new VxUniformCoord3(*this); }
 
 private:
     KxBox3f m_box;
+    KxVec3f m_singleNodeSpacing{1, 1, 1};
 };
 
 // One position per node, x fastest.
 class VxCurvilinearCoord3 : public VxCoord3
 {
 public:
-    // xyz holds 3 floats per node.
+    // xyz holds 3 floats per node, each finite; throws KxException when it does not.
     VxCurvilinearCoord3(const KxDim3l& dims, KxDArray<float> xyz);
 
     VxCoordType coordType() const override { return VX_COORD_CURVILINEAR; }

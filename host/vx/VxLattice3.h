@@ -10,17 +10,17 @@
 class VxLattice3
 {
 public:
-    // Adopts data (allocated with kxmalloc) when given; otherwise allocates zeroed values.
+    // Adopts data (allocated with kxmalloc) and coords when given, even when it throws; otherwise
+    // allocates zeroed values. Throws KxException for dimensions too large to index.
     VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data = nullptr);
-    ~VxLattice3();
     VxLattice3(const VxLattice3&) = delete;
     VxLattice3& operator=(const VxLattice3&) = delete;
 
     const KxDim3l& getDims() const { return m_dims; }
     KxPrimType primType() const { return m_type; }
-    void* dataPtr() { return m_data; }
-    const void* dataPtr() const { return m_data; }
-    KxTypedPointer typedPointer() { return {m_data, m_type}; }
+    void* dataPtr() { return m_data.get(); }
+    const void* dataPtr() const { return m_data.get(); }
+    KxTypedPointer typedPointer() { return {m_data.get(), m_type}; }
     std::size_t byteSize() const { return std::size_t(m_dims.count()) * m_type.size(); }
 
     VxCoord3* coords() { return m_coords.get(); }
@@ -33,6 +33,7 @@ public:
 private:
     KxDim3l m_dims;
     KxPrimType m_type;
-    void* m_data = nullptr;
+    // Members own what they adopt from the start, so that a throwing constructor frees it too.
+    std::unique_ptr<void, void (*)(void*)> m_data;
     std::unique_ptr<VxCoord3> m_coords;
 };

@@ -12,8 +12,7 @@ VxRegScalarField3::VxRegScalarField3(const KxDim3l& dims, KxPrimType type, VxCoo
 
 namespace {
 
-template <class T, class Skip>
-bool rangeOf(const T* v, int64_t n, Skip skip, double& min, double& max)
+template <class T, class Skip> bool rangeOf(const T* v, int64_t n, Skip skip, double& min, double& max)
 {
     bool any = false;
     for (int64_t i = 0; i < n; ++i) {
@@ -41,9 +40,11 @@ bool VxRegScalarField3::getRange(double& min, double& max, int mode) const
     const int64_t n = getDims().count();
     kxDispatchPrimType(primType(), const_cast<void*>(m_lattice.dataPtr()), [&](auto* p) {
         if (skipUndefined)
-            any = rangeOf(p, n, [this](double x) { return isUndefined(x); }, min, max);
+            any = rangeOf(
+                p, n, [this](double x) { return isUndefined(x); }, min, max);
         else
-            any = rangeOf(p, n, [](double) { return false; }, min, max);
+            any = rangeOf(
+                p, n, [](double) { return false; }, min, max);
     });
     if (!any) min = max = 0;
     return any;
@@ -63,6 +64,11 @@ VxUniformScalarField3::VxUniformScalarField3(const KxDim3l& dims, KxPrimType typ
 void VxUniformScalarField3::setBoundingBox(const KxBox3f& box)
 {
     static_cast<VxUniformCoord3*>(lattice().coords())->setBoundingBox(box);
+}
+
+void VxUniformScalarField3::setBoundingBox(const KxBox3f& box, const KxVec3f& spacing)
+{
+    static_cast<VxUniformCoord3*>(lattice().coords())->setBoundingBox(box, spacing);
 }
 
 KxVec3f VxUniformScalarField3::getVoxelSize() const

@@ -44,7 +44,10 @@ public:
     }
     void clearUndefinedValue() { m_hasUndefined = false; }
     // True when v counts as undefined: equal to the undefined value, or NaN when that is NaN.
-    bool isUndefined(double v) const { return m_hasUndefined && (v == m_undefined || (v != v && m_undefined != m_undefined)); }
+    bool isUndefined(double v) const
+    {
+        return m_hasUndefined && (v == m_undefined || (v != v && m_undefined != m_undefined));
+    }
 
     // Divisor of the central differences of the gradient at a node; the voxel size unless the
     // coordinates say otherwise.
@@ -69,6 +72,10 @@ public:
     // Adopts data (kxmalloc'd) when given, else allocates zeroed values. The box defaults to
     // [0, n-1] per axis.
     VxUniformScalarField3(const KxDim3l& dims, KxPrimType type, void* data = nullptr);
+    // Keeps the spacing of axes of one node (see VxUniformCoord3).
     void setBoundingBox(const KxBox3f& box);
+    // The box, and the spacing that axes of one node keep.
+    void setBoundingBox(const KxBox3f& box, const KxVec3f& spacing);
+    // Distance between neighbouring nodes; the kept spacing along an axis of one node.
     KxVec3f getVoxelSize() const;
 };

@@ -282,6 +282,31 @@ TEST_F(NiftiReader, OrientationBecomesTheTransform)
                              return SbVec3f(0.25f * float(i), 0.5f * float(j), 3.f * float(k));
                          }});
     }
+    {
+        // The sform's columns are the spacing, whatever pixdim says.
+        NiftiFile f;
+        f.sform = 1;
+        f.pixdim[1] = f.pixdim[2] = f.pixdim[3] = 2;
+        const double row[3][4] = {{0.5, 0, 0, 1}, {0, 0.5, 0, 2}, {0, 0, 0.5, 3}};
+        std::memcpy(f.srow, row, sizeof row);
+        cases.push_back({"sform over pixdim", f, [](int i, int j, int k) {
+                             return SbVec3f(1.f + 0.5f * float(i), 2.f + 0.5f * float(j),
+                                            3.f + 0.5f * float(k));
+                         }});
+    }
+    {
+        // An sform of zeros places nothing: the qform does.
+        NiftiFile f;
+        f.sform = 1;
+        std::memset(f.srow, 0, sizeof f.srow);
+        f.qform = 1;
+        f.pixdim[1] = 0.25, f.pixdim[2] = 0.5, f.pixdim[3] = 3;
+        f.qoffset[0] = 5, f.qoffset[1] = 6, f.qoffset[2] = 7;
+        cases.push_back({"zero sform", f, [](int i, int j, int k) {
+                             return SbVec3f(5.f + 0.25f * float(i), 6.f + 0.5f * float(j),
+                                            7.f + 3.f * float(k));
+                         }});
+    }
     int n = 0;
     for (Case& c : cases) {
         c.f.values = randomBytes(5 * 4 * 3 * 4, 7);
@@ -309,6 +334,14 @@ TEST_F(NiftiReader, OrientationBecomesTheTransform)
                             << c.what << " voxel " << i << " " << j << " " << k;
                 }
     }
+    // An axis of one node keeps the header's spacing: its box is a point, its voxel size is not.
+    NiftiFile flat;
+    flat.dim[3] = 1;
+    flat.pixdim[1] = flat.pixdim[2] = 1.5, flat.pixdim[3] = 2.5;
+    flat.values = randomBytes(5 * 4 * 4, 7);
+    const Read r = readNifti(writeNifti(flat, path("flat")));
+    ASSERT_TRUE(r.field) << r.error.toStdString();
+    EXPECT_EQ(r.field->getVoxelSize(), KxVec3f(1.5f, 1.5f, 2.5f));
 }
 
 // Scaled values stay stored values of the stored type; the scaling is reported, not applied.
@@ -402,7 +435,7 @@ TEST_F(NiftiReader, BadFilesGiveOneClearError)
         "vox_offset 352.5 is not a valid position");
     add("nanpix", variant([](NiftiFile& f) { f.pixdim[2] = NAN; }), "pixdim[2] is not a finite number");
     add("nansform", variant([](NiftiFile& f) { f.sform = 1, f.srow[1][3] = INFINITY; }),
-        "voxel-to-world mapping holds a non-finite value");
+        "the origin's y coordinate is not a finite number (placement from the sform)");
     add("plainshort", variant([](NiftiFile& f) { f.values.resize(200); }),
         "file holds 552 bytes, but 5x4x3 float32 values at offset 352 need 592");
     add("v2short", variant([](NiftiFile& f) { f.version = 2, f.swap = true, f.values.resize(7); }),

@@ -5,7 +5,9 @@
 
 #include <io/VxVolumeReader.h>
 
+#include <kx/KxException.h>
 #include <kx/KxHandle.h>
+#include <kx/KxMemory.h>
 #include <vx/VxRectilinearCoord3.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxUniformLabelField3.h>
@@ -16,6 +18,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <random>
 #include <sstream>
 
@@ -63,11 +66,14 @@ Values makeValues(KxPrimType type, unsigned seed)
             if constexpr (std::is_floating_point<T>::value)
                 x = T((double(rng() % 2001) - 1000.0) * std::pow(10.0, double(rng() % 40) - 20.0));
             else
-                x = i == 0 ? std::numeric_limits<T>::lowest() : i == 1 ? std::numeric_limits<T>::max() : T(rng());
+                x = i == 0   ? std::numeric_limits<T>::lowest()
+                    : i == 1 ? std::numeric_limits<T>::max()
+                             : T(rng());
             v.bytes.append(reinterpret_cast<const char*>(&x), sizeof x);
             char text[64];
-            const auto end = std::is_floating_point<T>::value ? std::to_chars(text, text + 64, x).ptr
-                                                              : std::to_chars(text, text + 64, int64_t(x)).ptr;
+            const auto end = std::is_floating_point<T>::value
+                                 ? std::to_chars(text, text + 64, x).ptr
+                                 : std::to_chars(text, text + 64, int64_t(x)).ptr;
             v.text.append(text, end).append(i % 7 == 6 ? "\n" : " ");
         }
     });
@@ -95,8 +101,7 @@ std::string deflated(const std::string& bytes, int windowBits)
     return out;
 }
 
-template <class T>
-std::string bytesOf(std::initializer_list<T> values)
+template <class T> std::string bytesOf(std::initializer_list<T> values)
 {
     std::string s;
     for (T x : values) s.append(reinterpret_cast<const char*>(&x), sizeof x);
@@ -112,7 +117,9 @@ enum class Enc
 
 std::string encoded(const Values& v, Enc e, bool bigEndian, int windowBits)
 {
-    return e == Enc::Text ? v.text : e == Enc::Gzip ? deflated(inOrder(v, bigEndian), windowBits) : inOrder(v, bigEndian);
+    return e == Enc::Text   ? v.text
+           : e == Enc::Gzip ? deflated(inOrder(v, bigEndian), windowBits)
+                            : inOrder(v, bigEndian);
 }
 
 struct Read
@@ -123,11 +130,12 @@ struct Read
     VxRegScalarField3* field() const { return kx_type_cast<VxRegScalarField3>(data.get()); }
 };
 
-Read readVolume(const std::string& path, bool labels = false)
+Read readVolume(const std::string& path, bool labels = false, const std::optional<VxRawDescription>& raw = {})
 {
     Read r;
     VxReadOptions o;
     o.labels = labels;
+    o.raw = raw;
     r.data = VxVolumeReader::read(QString::fromStdString(path), o, &r.error, &r.info);
     return r;
 }
@@ -151,7 +159,10 @@ std::string nrrdHeader(const char* type, Enc e, bool big, bool directions, const
 {
     std::string h = "NRRD0004\n# written by the reader tests\ntype: " + std::string(type) +
                     "\ndimension: 3\nsizes: 5 4 3\nencoding: " +
-                    (e == Enc::Raw ? "raw" : e == Enc::Gzip ? "gzip" : "ascii") + "\n";
+                    (e == Enc::Raw    ? "raw"
+                     : e == Enc::Gzip ? "gzip"
+                                      : "ascii") +
+                    "\n";
     if (e != Enc::Text) h += std::string("endian: ") + (big ? "big" : "little") + "\n";
     h += directions ? "space: right-anterior-superior\nspace directions: (0.5,0,0) (0, 2, 0) (0,0,1.25)\n"
                       "space origin: (10,-4,3)\n"
@@ -173,7 +184,11 @@ TEST_F(VolumeReader, NrrdEveryLayoutAndTypeReadsBackExactly)
                 for (bool detached : {false, true}) {
                     if (e == Enc::Text && big) continue;
                     const Values v = makeValues(t.type, unsigned(++n));
-                    const std::string name = "v" + std::to_string(n), data = encoded(v, e, big, 31);
+                    const std::string name = "v" + std::to_string(n), ordered = inOrder(v, big);
+                    // Half the gzip files hold two members, as cat or a parallel compressor leaves them.
+                    const std::string data = e == Enc::Gzip && n % 2 ? deflated(ordered.substr(0, 50), 31) +
+                                                                           deflated(ordered.substr(50), 31)
+                                                                     : encoded(v, e, big, 31);
                     const char* type = n % 2 ? t.nrrd : t.nrrdAlias;
                     std::string file;
                     if (detached) {
@@ -208,10 +223,12 @@ TEST_F(VolumeReader, MetaImageEveryLayoutAndTypeReadsBackExactly)
                     const Values v = makeValues(t.type, unsigned(++n));
                     const std::string name = "m" + std::to_string(n), data = encoded(v, e, msb, 15);
                     std::string h = std::string("ObjectType = Image\nNDims = 3\nBinaryData = ") +
-                                    (e == Enc::Text ? "False" : "True") + "\nBinaryDataByteOrderMSB = " +
-                                    (msb ? "True" : "False") + "\nCompressedData = " + (e == Enc::Gzip ? "True" : "False") +
+                                    (e == Enc::Text ? "False" : "True") +
+                                    "\nBinaryDataByteOrderMSB = " + (msb ? "True" : "False") +
+                                    "\nCompressedData = " + (e == Enc::Gzip ? "True" : "False") +
                                     "\nTransformMatrix = 1 0 0 0 1 0 0 0 1\nOffset = 10 -4 3\n"
-                                    "ElementSpacing = 0.5 2 1.25\nDimSize = 5 4 3\nElementType = " + t.meta + "\n";
+                                    "ElementSpacing = 0.5 2 1.25\nDimSize = 5 4 3\nElementType = " +
+                                    t.meta + "\n";
                     if (e == Enc::Gzip) h += "CompressedDataSize = " + std::to_string(data.size()) + "\n";
                     std::string file;
                     if (local) {
@@ -237,7 +254,8 @@ const float kXs[5] = {10, 10.5f, 11.25f, 12.5f, 14}, kYs[4] = {-4, -2, 1, 5}, kZ
 // A node position of the test's structured grid: sheared, so that it is not rectilinear.
 KxVec3f gridPoint(int i, int j, int k)
 {
-    return {10 + 0.5f * float(i) + 0.1f * float(j), -4 + 2 * float(j) + 0.01f * float(i * k), 3 + 1.25f * float(k)};
+    return {10 + 0.5f * float(i) + 0.1f * float(j), -4 + 2 * float(j) + 0.01f * float(i * k),
+            3 + 1.25f * float(k)};
 }
 
 // Big-endian binary or text numbers, as VTK legacy files hold them.
@@ -260,7 +278,8 @@ std::string vtkNumbers(const std::vector<float>& v, bool binary)
 
 std::string vtkFile(int kind, const TypeCase& t, const Values& v, bool binary)
 {
-    std::string f = std::string("# vtk DataFile Version 3.0\ntest volume\n") + (binary ? "BINARY" : "ASCII") + "\n";
+    std::string f =
+        std::string("# vtk DataFile Version 3.0\ntest volume\n") + (binary ? "BINARY" : "ASCII") + "\n";
     if (kind == 0) {
         f += "DATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nORIGIN 10 -4 3\nSPACING 0.5 2 1.25\n";
     } else if (kind == 1) {
@@ -280,20 +299,25 @@ std::string vtkFile(int kind, const TypeCase& t, const Values& v, bool binary)
     }
     // Other attributes before the scalars are skipped.
     f += "POINT_DATA 60\nVECTORS flow float\n" + vtkNumbers(std::vector<float>(180, 1.5f), binary);
-    f += "SCALARS values " + std::string(t.vtk) + " 1\nLOOKUP_TABLE default\n" + (binary ? inOrder(v, true) : v.text) + "\n";
+    f += "SCALARS values " + std::string(t.vtk) + " 1\nLOOKUP_TABLE default\n" +
+         (binary ? inOrder(v, true) : v.text) + "\n";
     return f;
 }
 
 void expectNodes(const VxRegScalarField3& f, int kind, const std::string& what)
 {
     const VxCoord3* c = f.lattice().coords();
-    ASSERT_EQ(c->coordType(), kind == 0 ? VX_COORD_UNIFORM : kind == 1 ? VX_COORD_RECTILINEAR : VX_COORD_CURVILINEAR) << what;
+    ASSERT_EQ(c->coordType(), kind == 0   ? VX_COORD_UNIFORM
+                              : kind == 1 ? VX_COORD_RECTILINEAR
+                                          : VX_COORD_CURVILINEAR)
+        << what;
     for (int k = 0; k < 3; ++k)
         for (int j = 0; j < 4; ++j)
             for (int i = 0; i < 5; ++i) {
-                const KxVec3f want = kind == 0   ? KxVec3f(10 + 0.5f * float(i), -4 + 2 * float(j), 3 + 1.25f * float(k))
-                                     : kind == 1 ? KxVec3f(kXs[i], kYs[j], kZs[k])
-                                                 : gridPoint(i, j, k);
+                const KxVec3f want =
+                    kind == 0   ? KxVec3f(10 + 0.5f * float(i), -4 + 2 * float(j), 3 + 1.25f * float(k))
+                    : kind == 1 ? KxVec3f(kXs[i], kYs[j], kZs[k])
+                                : gridPoint(i, j, k);
                 for (int a = 0; a < 3; ++a) EXPECT_NEAR(c->pos(i, j, k)[a], want[a], 1e-5f) << what;
             }
 }
@@ -327,10 +351,12 @@ TEST_F(VolumeReader, OrientationBecomesTheTransform)
     const Values v = makeValues(KxPrimType::INT16, 5);
     spit(path("o.nrrd"), "NRRD0005\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\n"
                          "space dimension: 3\nspace directions: (0,0.5,0) (-2,0,0) (0,0,1.25)\n"
-                         "space origin: (10,-4,3)\n\n" + v.bytes);
+                         "space origin: (10,-4,3)\n\n" +
+                             v.bytes);
     spit(path("o.mha"), "NDims = 3\nDimSize = 5 4 3\nElementType = MET_SHORT\nOffset = 10 -4 3\n"
                         "ElementSpacing = 0.5 2 1.25\nTransformMatrix = 0 1 0 -1 0 0 0 0 1\n"
-                        "ElementDataFile = LOCAL\n" + v.bytes);
+                        "ElementDataFile = LOCAL\n" +
+                            v.bytes);
     for (const char* name : {"o.nrrd", "o.mha"}) {
         const Read r = readVolume(path(name));
         expectValues(r, v, name);
@@ -369,24 +395,26 @@ TEST(VolumeReaderNames, PicksTheReaderByExtension)
     {
         const char* name;
         VxVolumeReader::Format format;
-    } cases[] = {{"a.nii.gz", VxVolumeReader::NIFTI}, {"b.IMG", VxVolumeReader::NIFTI},
-                 {"c.nrrd", VxVolumeReader::NRRD},    {"d/e.NHDR", VxVolumeReader::NRRD},
+    } cases[] = {{"a.nii.gz", VxVolumeReader::NIFTI},  {"b.IMG", VxVolumeReader::NIFTI},
+                 {"c.nrrd", VxVolumeReader::NRRD},     {"d/e.NHDR", VxVolumeReader::NRRD},
                  {"f.mha", VxVolumeReader::METAIMAGE}, {"g.mhd", VxVolumeReader::METAIMAGE},
-                 {"h.vtk", VxVolumeReader::VTK},      {"i.raw", VxVolumeReader::UNKNOWN},
-                 {".vtk", VxVolumeReader::UNKNOWN},   {"x.vtk/y", VxVolumeReader::UNKNOWN}};
+                 {"h.vtk", VxVolumeReader::VTK},       {"i.raw", VxVolumeReader::UNKNOWN},
+                 {".vtk", VxVolumeReader::UNKNOWN},    {"x.vtk/y", VxVolumeReader::UNKNOWN}};
     for (const auto& c : cases) EXPECT_EQ(VxVolumeReader::formatForPath(c.name), c.format) << c.name;
     QString error;
     EXPECT_EQ(VxVolumeReader::read("scan.dcm", VxReadOptions(), &error), nullptr);
-    EXPECT_EQ(error.toStdString(), "scan.dcm: unknown volume format; supported are .nii, .nii.gz, .hdr, .img, "
-                                   ".nrrd, .nhdr, .mha, .mhd, .vtk");
+    EXPECT_EQ(error.toStdString(),
+              "scan.dcm: unknown volume format; supported are .nii, .nii.gz, .hdr, .img, "
+              ".nrrd, .nhdr, .mha, .mhd, .vtk");
 }
 
 // Integer volumes load as labels in the smallest label type that holds them; others are refused.
 TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
 {
     auto nrrd = [&](const std::string& name, const char* type, const std::string& bytes) {
-        spit(path(name), std::string("NRRD0004\ntype: ") + type +
-                             "\ndimension: 3\nsizes: 3 2 1\nencoding: raw\nendian: little\nspacings: 2 3 4\n\n" + bytes);
+        spit(path(name),
+             std::string("NRRD0004\ntype: ") + type +
+                 "\ndimension: 3\nsizes: 3 2 1\nencoding: raw\nendian: little\nspacings: 2 3 4\n\n" + bytes);
         return path(name);
     };
     struct Case
@@ -395,26 +423,40 @@ TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
         KxPrimType labelType;
         std::vector<float> labels;
     } cases[] = {
-        {nrrd("u8.nrrd", "uchar", bytesOf<unsigned char>({0, 1, 2, 255, 7, 0})), KxPrimType::UINT8, {0, 1, 2, 255, 7, 0}},
-        {nrrd("s8.nrrd", "signed char", bytesOf<signed char>({0, 1, 2, 127, 7, 0})), KxPrimType::UINT8, {0, 1, 2, 127, 7, 0}},
-        {nrrd("s8n.nrrd", "signed char", bytesOf<signed char>({0, -1, 2, 3, 7, 0})), KxPrimType::INT32, {0, -1, 2, 3, 7, 0}},
-        {nrrd("s16.nrrd", "short", bytesOf<short>({0, 1, 2, 32767, 7, 0})), KxPrimType::UINT16, {0, 1, 2, 32767, 7, 0}},
-        {nrrd("u32.nrrd", "uint", bytesOf<unsigned>({0, 1, 2, 70000, 7, 0})), KxPrimType::INT32, {0, 1, 2, 70000, 7, 0}},
+        {nrrd("u8.nrrd", "uchar", bytesOf<unsigned char>({0, 1, 2, 255, 7, 0})),
+         KxPrimType::UINT8,
+         {0, 1, 2, 255, 7, 0}},
+        {nrrd("s8.nrrd", "signed char", bytesOf<signed char>({0, 1, 2, 127, 7, 0})),
+         KxPrimType::UINT8,
+         {0, 1, 2, 127, 7, 0}},
+        {nrrd("s8n.nrrd", "signed char", bytesOf<signed char>({0, -1, 2, 3, 7, 0})),
+         KxPrimType::INT32,
+         {0, -1, 2, 3, 7, 0}},
+        {nrrd("s16.nrrd", "short", bytesOf<short>({0, 1, 2, 32767, 7, 0})),
+         KxPrimType::UINT16,
+         {0, 1, 2, 32767, 7, 0}},
+        {nrrd("u32.nrrd", "uint", bytesOf<unsigned>({0, 1, 2, 70000, 7, 0})),
+         KxPrimType::INT32,
+         {0, 1, 2, 70000, 7, 0}},
     };
     for (const Case& c : cases) {
         const Read r = readVolume(c.file, true);
         auto* labels = kx_type_cast<VxUniformLabelField3>(r.data.get());
         ASSERT_TRUE(labels) << c.file << ": " << r.error.toStdString();
         EXPECT_EQ(labels->lattice().primType(), c.labelType) << c.file;
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << c.file;
+        for (int i = 0; i < 6; ++i)
+            EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << c.file;
         expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, c.file);
+        EXPECT_EQ(labels->getVoxelSize(), KxVec3f(2, 3, 4)) << c.file;
     }
     const std::string f32 = nrrd("f.nrrd", "float", bytesOf<float>({0, 1, 2, 3, 4, 5}));
     EXPECT_EQ(readVolume(f32, true).error.toStdString(),
-              f32 + ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, int16, uint32 or "
+              f32 + ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, "
+                    "int16, uint32 or "
                     "int32)");
     const std::string big = nrrd("big.nrrd", "uint", bytesOf<unsigned>({0, 1, 3000000000u, 3, 4, 5}));
-    EXPECT_EQ(readVolume(big, true).error.toStdString(), big + ": holds the label 3000000000, beyond the largest label 2147483647");
+    EXPECT_EQ(readVolume(big, true).error.toStdString(),
+              big + ": holds the label 3000000000, beyond the largest label 2147483647");
     spit(path("rect.vtk"), vtkFile(1, kTypes[0], makeValues(KxPrimType::UINT8, 1), false));
     EXPECT_NE(readVolume(path("rect.vtk"), true).error.indexOf("labels need uniform coordinates"), -1);
 }
@@ -425,61 +467,128 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
     const Values v = makeValues(KxPrimType::INT16, 9);
     const std::string gz = deflated(v.bytes, 31), z = deflated(v.bytes, 15);
     const std::string meta = "NDims = 3\nDimSize = 5 4 3\nElementType = MET_SHORT\n";
-    const std::string sp = "# vtk DataFile Version 3.0\nx\nBINARY\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\n"
-                           "SPACING 1 1 1\nORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n";
+    const std::string sp =
+        "# vtk DataFile Version 3.0\nx\nBINARY\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\n"
+        "SPACING 1 1 1\nORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n";
     auto nrrdWith = [&](const std::string& lines) {
         return "NRRD0004\ntype: short\ndimension: 3\nendian: little\n" + lines + "\n";
+    };
+    auto vtkGrid = [](const std::string& geometry) {
+        return "# vtk DataFile Version 3.0\nx\nASCII\nDATASET " + geometry +
+               "POINT_DATA 4\nSCALARS v float\n"
+               "LOOKUP_TABLE default\n0 1 2 3\n";
+    };
+    auto raw = [](int64_t nx, int64_t ny, int64_t nz, KxPrimType type, KxVec3d spacing, KxVec3d origin) {
+        VxRawDescription d;
+        d.dims = KxDim3l(nx, ny, nz), d.type = type, d.spacing = spacing, d.origin = origin;
+        return std::optional<VxRawDescription>(d);
     };
     struct Case
     {
         std::string name, content, message;
+        std::optional<VxRawDescription> raw = {};
     } cases[] = {
         // truncated data
         {"cut.nrrd", nrrdWith("sizes: 5 4 3\nencoding: raw\n") + v.bytes.substr(0, 100),
-         "file holds 177 bytes, but the 5x4x3 int16 values at offset 77 need 197; the file is truncated or its header is wrong"},
-        {"cut.mha", meta + "ElementDataFile = LOCAL\n" + v.bytes.substr(0, 99), "the 5x4x3 int16 values at offset 74 need 194"},
+         "file holds 177 bytes, but the 5x4x3 int16 values at offset 77 need 197; the file is truncated or "
+         "its header is wrong"},
+        {"cut.mha", meta + "ElementDataFile = LOCAL\n" + v.bytes.substr(0, 99),
+         "the 5x4x3 int16 values at offset 74 need 194"},
         {"cut.vtk", sp + v.bytes.substr(0, 50), "the 5x4x3 int16 values at offset 157 need 277"},
-        {"cuttext.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nSPACING 1 1 1\n"
-                        "ORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n" + v.text.substr(0, 150),
+        {"cuttext.vtk",
+         "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nSPACING 1 1 1\n"
+         "ORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n" +
+             v.text.substr(0, 150),
          "values end after"},
         // a header that lies about the size of its data
-        {"lie.nrrd", nrrdWith("sizes: 50 40 30\nencoding: raw\n") + v.bytes, "but the 50x40x30 int16 values at offset 80 need 120080"},
-        {"lie.mha", "NDims = 3\nDimSize = 5 4 300\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes, "5x4x300 int16 values"},
-        {"lie.vtk", sp.substr(0, sp.find("POINT_DATA")) + "POINT_DATA 61\nSCALARS v short\nLOOKUP_TABLE default\n" + v.bytes,
+        {"lie.nrrd", nrrdWith("sizes: 50 40 30\nencoding: raw\n") + v.bytes,
+         "but the 50x40x30 int16 values at offset 80 need 120080"},
+        {"lie.mha",
+         "NDims = 3\nDimSize = 5 4 300\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
+         "5x4x300 int16 values"},
+        {"lie.vtk",
+         sp.substr(0, sp.find("POINT_DATA")) + "POINT_DATA 61\nSCALARS v short\nLOOKUP_TABLE default\n" +
+             v.bytes,
          "POINT_DATA gives 61 values, but DIMENSIONS 5 4 3 make 60 nodes"},
         {"bomb.nrrd", nrrdWith("sizes: 5000 4000 3000\nencoding: gzip\n") + gz,
-         "a compressed stream of " + std::to_string(gz.size()) + " bytes cannot hold the 5000x4000x3000 int16 values"},
-        {"more.nrrd", nrrdWith("sizes: 5 4 2\nencoding: gzip\n") + gz, "compressed stream holds more than the 80 bytes"},
+         "a compressed stream of " + std::to_string(gz.size()) +
+             " bytes cannot hold the 5000x4000x3000 int16 values"},
+        {"more.nrrd", nrrdWith("sizes: 5 4 2\nencoding: gzip\n") + gz,
+         "compressed stream holds more than the 80 bytes"},
         // zero or negative dimensions
-        {"zero.nrrd", nrrdWith("sizes: 5 0 3\nencoding: raw\n") + v.bytes, "sizes must be positive, not 5 0 3"},
-        {"neg.nrrd", nrrdWith("sizes: 5 -4 3\nencoding: raw\n") + v.bytes, "sizes must be positive, not 5 -4 3"},
-        {"zero.mha", "NDims = 3\nDimSize = 0 4 3\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
+        {"zero.nrrd", nrrdWith("sizes: 5 0 3\nencoding: raw\n") + v.bytes,
+         "sizes must be positive, not 5 0 3"},
+        {"neg.nrrd", nrrdWith("sizes: 5 -4 3\nencoding: raw\n") + v.bytes,
+         "sizes must be positive, not 5 -4 3"},
+        {"zero.mha",
+         "NDims = 3\nDimSize = 0 4 3\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
          "dimensions must be positive, not 0 4 3"},
         {"neg.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 -3\n",
          "dimensions must be positive, not 5 4 -3"},
         // unknown types
-        {"type.nrrd", "NRRD0004\ntype: quaternion\n", "unsupported value type 'quaternion'; supported are int8, uint8"},
+        {"type.nrrd", "NRRD0004\ntype: quaternion\n",
+         "unsupported value type 'quaternion'; supported are int8, uint8"},
         {"type.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_LONG_LONG\nElementDataFile = LOCAL\n",
          "unsupported ElementType 'MET_LONG_LONG'"},
         {"type.vtk", sp.substr(0, sp.find("SCALARS")) + "SCALARS v vtktypeint64\nLOOKUP_TABLE default\n",
          "unsupported value type 'vtktypeint64' of the scalars"},
-        {"mystery.vtk", sp.substr(0, sp.find("SCALARS")) + "SCALARS v quaternion\nLOOKUP_TABLE default\n", "unknown value type 'quaternion'"},
+        {"mystery.vtk", sp.substr(0, sp.find("SCALARS")) + "SCALARS v quaternion\nLOOKUP_TABLE default\n",
+         "unknown value type 'quaternion'"},
         // compressed streams that end early
-        {"early.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + gz.substr(0, gz.size() / 2), "compressed stream ends after"},
-        {"early.mha", meta + "CompressedData = True\nElementDataFile = LOCAL\n" + z.substr(0, z.size() - 6), "compressed stream ends"},
-        {"garbage.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + std::string(100, 'x'), "compressed data is corrupt"},
+        {"early.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + gz.substr(0, gz.size() / 2),
+         "compressed stream ends after"},
+        {"early.mha", meta + "CompressedData = True\nElementDataFile = LOCAL\n" + z.substr(0, z.size() - 6),
+         "compressed stream ends"},
+        {"garbage.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + std::string(100, 'x'),
+         "compressed data is corrupt"},
         // not the format at all, or not a volume
         {"png.nrrd", "\x89PNG\r\n\x1a\n", "not a NRRD file"},
         {"text.mha", "hello\n", "not a MetaImage file"},
         {"poly.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET POLYDATA\n", "holds a polydata dataset"},
-        {"2d.nrrd", nrrdWith("dimension: 2\nsizes: 5 4\nencoding: raw\n"), "holds a 2-dimensional array; only 3-D volumes are supported"},
-        {"nodata.nhdr", "NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\ndata file: gone.raw\n",
+        {"2d.nrrd", nrrdWith("dimension: 2\nsizes: 5 4\nencoding: raw\n"),
+         "holds a 2-dimensional array; only 3-D volumes are supported"},
+        {"nodata.nhdr",
+         "NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\ndata file: "
+         "gone.raw\n",
          "gone.raw: No such file or directory"},
-        {"noend.nrrd", "NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\n", "the header gives no endian for its int16 values"},
+        {"noend.nrrd", "NRRD0004\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\n",
+         "the header gives no endian for its int16 values"},
+        {"notrailer.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + gz.substr(0, gz.size() - 8),
+         "compressed stream is truncated: it holds all 120 bytes of the 5x4x3 int16 values but ends before "
+         "its end mark"},
+        // sizes whose products wrap past 2^64 or that the engine cannot index
+        {"wrap.raw", std::string(524288, '\0'),
+         "dimensions 65536 32769 1073709057 are too large: their 2305843009213759488 float64 values take "
+         "18446744073710075904 bytes, more than a volume can hold",
+         raw(65536, 32769, 1073709057, KxPrimType::DOUBLE, {1, 1, 1}, {0, 0, 0})},
+        {"wrap.nrrd", nrrdWith("sizes: 1073741823 1073741823 1073741823\nencoding: raw\n"),
+         "their 1237940035826615764299808767 int16 values take 2475880071653231528599617534 bytes"},
+        {"axis.mha",
+         "NDims = 3\nDimSize = 3000000000 1 1\nElementType = MET_SHORT\nElementDataFile = LOCAL\n",
+         "dimensions 3000000000 1 1 are too large: an axis holds at most 2147483647 nodes"},
+        // coordinates that are not finite numbers, or not in single precision
+        {"far.raw", std::string(4096, '\0'),
+         "along axis 1, 16 nodes 1e+38 apart from 0 reach beyond single precision",
+         raw(16, 16, 16, KxPrimType::UINT8, {1e38, 1, 1}, {0, 0, 0})},
+        {"out.raw", std::string(4096, '\0'), "the origin's z coordinate 1e+39 is beyond single precision",
+         raw(16, 16, 16, KxPrimType::UINT8, {1, 1, 1}, {0, 0, 1e39})},
+        {"far.mha", meta + "ElementSpacing = 1 1e39 1\nElementDataFile = LOCAL\n" + v.bytes,
+         "the spacing 1e+39 along axis 2 is beyond single precision"},
+        {"nan.vtk",
+         vtkGrid(
+             "RECTILINEAR_GRID\nDIMENSIONS 2 2 1\nX_COORDINATES 2 float\n0 1\nY_COORDINATES 2 float\n0 nan\n"
+             "Z_COORDINATES 1 float\n0\n"),
+         "position 1 of the y coordinates is not a finite number"},
+        {"nan2.vtk",
+         vtkGrid("STRUCTURED_GRID\nDIMENSIONS 2 2 1\nPOINTS 4 float\n0 0 0 1 0 0 0 1 0 1 1 nan\n"),
+         "point 3 has a coordinate that is not a finite number"},
+        {"span.vtk",
+         vtkGrid("STRUCTURED_GRID\nDIMENSIONS 2 2 1\nPOINTS 4 double\n-3e38 0 0 3e38 0 0 0 1 0 1 1 0\n"),
+         "the points span more than single-precision numbers can hold along x"},
     };
     for (const Case& c : cases) {
         spit(path(c.name), c.content);
-        const Read r = readVolume(path(c.name));
+        const Read r = readVolume(path(c.name), false, c.raw);
         EXPECT_FALSE(r.data) << c.name;
         const std::string e = r.error.toStdString();
         EXPECT_EQ(e.rfind(path(""), 0), 0u) << e;
@@ -487,7 +596,22 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
         EXPECT_EQ(e.find('\n'), std::string::npos) << e;
     }
     // The problem is reported against the file that has it.
-    EXPECT_EQ(readVolume(path("zero.nrrd")).error.toStdString(), path("zero.nrrd") + ": sizes must be positive, not 5 0 3");
+    EXPECT_EQ(readVolume(path("zero.nrrd")).error.toStdString(),
+              path("zero.nrrd") + ": sizes must be positive, not 5 0 3");
+}
+
+// Data objects refuse what they cannot hold and free the values they adopted when they do (the
+// sanitizer build finds a leak).
+TEST(DataObjects, RefuseSizesTheyCannotHold)
+{
+    const KxDim3l huge(65536, 32769, 1073709057);
+    EXPECT_THROW(
+        KxHandle<VxRegScalarField3>(new VxUniformScalarField3(huge, KxPrimType::DOUBLE, kxmalloc(64))),
+        KxException);
+    EXPECT_THROW(
+        KxHandle<VxUniformLabelField3>(new VxUniformLabelField3(huge, KxPrimType::UINT8, kxmalloc(64))),
+        KxException);
+    EXPECT_THROW(VxCurvilinearCoord3(KxDim3l(2, 2, 1), KxDArray<float>(6)), KxException);
 }
 
 // Random damage to the header of each format: a field or one line of error, never a crash or hang.
@@ -496,8 +620,10 @@ TEST_F(VolumeReader, DamagedHeadersGiveAFieldOrAnError)
     const Values v = makeValues(KxPrimType::FLOAT, 4);
     const std::string files[][2] = {
         {"d.nrrd", nrrdHeader("float", Enc::Gzip, true, true) + "\n" + deflated(inOrder(v, true), 31)},
-        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 3\nTransformMatrix = 0 1 0 1 0 0 "
-                  "0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" + deflated(v.bytes, 15)},
+        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 "
+                  "3\nTransformMatrix = 0 1 0 1 0 0 "
+                  "0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" +
+                      deflated(v.bytes, 15)},
         {"d.vtk", vtkFile(2, kTypes[6], v, true)},
         {"t.vtk", vtkFile(1, kTypes[6], v, false)},
     };
@@ -614,10 +740,13 @@ TEST_F(VolumeReader, NrrdFilesReadTheSameByVtk)
             for (bool big : {false, true}) {
                 if (e == Enc::Gzip && big) continue;
                 const Values v = makeValues(t.type, unsigned(++n));
-                const std::string h = std::string("NRRD0004\ntype: ") + t.nrrd + "\ndimension: 4\nsizes: 1 5 4 3\n" +
-                                      "kinds: scalar domain domain domain\nspacings: nan 0.5 2 1.25\nencoding: " +
-                                      (e == Enc::Raw ? "raw" : e == Enc::Gzip ? "gzip" : "ascii") +
-                                      "\nendian: " + (big ? "big" : "little") + "\n\n";
+                const std::string h =
+                    std::string("NRRD0004\ntype: ") + t.nrrd + "\ndimension: 4\nsizes: 1 5 4 3\n" +
+                    "kinds: scalar domain domain domain\nspacings: nan 0.5 2 1.25\nencoding: " +
+                    (e == Enc::Raw    ? "raw"
+                     : e == Enc::Gzip ? "gzip"
+                                      : "ascii") +
+                    "\nendian: " + (big ? "big" : "little") + "\n\n";
                 files.push_back(path("r" + std::to_string(n) + ".nrrd"));
                 spit(files.back(), h + encoded(v, e, big, 31));
             }
