@@ -2,6 +2,8 @@
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
 //   vxiso info brain.nii.gz
 #include "VxHostFormats.h"
+#include "VxInputFiles.h"
+#include "VxValueChecks.h"
 
 #include <io/VxBlockReader.h>
 #include <io/VxBuiltinField.h>
@@ -25,6 +27,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <tbb/global_control.h>
 #include <tcl.h>
 
@@ -70,7 +73,8 @@ const char* kUsage =
     "      [--spacing SX SY SZ] [--origin X Y Z]   node spacing and first node (default 1 1 1, 0 0 0)\n"
     "      [--offset BYTES]   bytes to skip before the values   [--swap-bytes] other byte order\n"
     "  --field sphere|torus|gyroid --size N      a built-in float field on [-1,1]^3; use -t 0\n"
-    "  [--undefined U]    value that marks missing data (nan allowed); no surface touches it\n"
+    "  [--undefined U]    value that marks missing data (nan, inf and -inf allowed); no surface\n"
+    "                     touches it\n"
     "  [--labels]         read INPUT as a label volume (integer values, 0 the background); the\n"
     "                     surface then wraps the voxels of label N (--label N) or of every label\n"
     "\n"
@@ -89,7 +93,7 @@ const char* kUsage =
     "                 reaching the volume's border is closed there (uniform volumes)\n"
     "  --compactify   snap vertices within half an edge of a grid node onto one vertex per node\n"
     "                 (fewer triangles)\n"
-    "  --cores N      1 runs sequentially; more run in parallel on at most N threads\n"
+    "  --cores N      1 runs sequentially; more (up to 4096) run in parallel on at most N threads\n"
     "                 (default: all cores)\n"
     "  --verbose      also print the split axis, the number of slabs and the engine time\n"
     "  -h, --help     this text\n"
@@ -101,6 +105,9 @@ struct UsageError
 {
     std::string text;
 };
+
+// More threads than any machine of ours has; the scheduler would not start them anyway.
+constexpr long long kMaxCores = 4096;
 
 struct Options
 {
@@ -130,13 +137,14 @@ public:
         if (done()) throw UsageError{"option " + option + " needs a value"};
         return next();
     }
-    double number(const std::string& option, bool allowNaN = false)
+    // Finite unless anyValue: an undefined value may be NaN or an infinity.
+    double number(const std::string& option, bool anyValue = false)
     {
         const std::string text = value(option);
         char* end = nullptr;
         const double v = std::strtod(text.c_str(), &end);
         if (text.empty() || *end != '\0') throw UsageError{option + " expects a number, not '" + text + "'"};
-        if (std::isnan(v) ? !allowNaN : std::isinf(v))
+        if (!anyValue && !std::isfinite(v))
             throw UsageError{option + " must be a finite number, not '" + text + "'"};
         return v;
     }
@@ -155,6 +163,35 @@ private:
     std::vector<std::string> m_args;
     std::size_t m_pos = 0;
 };
+
+std::string triple(const double* v)
+{
+    char text[80];
+    std::snprintf(text, sizeof text, "%.10g %.10g %.10g", v[0], v[1], v[2]);
+    return text;
+}
+
+// The picture's camera takes its directions in single precision: each must keep a length there, and
+// up must lie across the view. Checked before the long work rather than when the picture is drawn.
+void checkDirections(const Options& o)
+{
+    auto length = [](const double* v) {
+        const double x = float(v[0]), y = float(v[1]), z = float(v[2]);
+        return std::sqrt(x * x + y * y + z * z);
+    };
+    auto check = [](const char* option, const double* v, double l) {
+        if (!(l > 0) || !std::isfinite(l))
+            throw UsageError{std::string(option) + " " + triple(v) +
+                             " is not a direction: give three numbers, not all 0 (nor too large for floats)"};
+    };
+    const double lv = length(o.view), lu = length(o.up);
+    check("--view", o.view, lv);
+    check("--up", o.up, lu);
+    const double cosine = (o.view[0] * o.up[0] + o.view[1] * o.up[1] + o.view[2] * o.up[2]) / (lv * lu);
+    if (std::fabs(cosine) > 0.999)
+        throw UsageError{"--up " + triple(o.up) + " runs along --view " + triple(o.view) +
+                         ": give an up direction across the view"};
+}
 
 // Options of both commands; info takes only the input's.
 Options parseOptions(Args& args, bool surface)
@@ -210,7 +247,9 @@ Options parseOptions(Args& args, bool surface)
             }
         } else if (a == "--cores") {
             o.cores = args.integer(a);
-            if (o.cores < 1) throw UsageError{"--cores must be 1 or more"};
+            if (o.cores < 1 || o.cores > kMaxCores)
+                throw UsageError{"--cores takes 1 to " + std::to_string(kMaxCores) + " threads, not " +
+                                 std::to_string(o.cores)};
         } else if (a == "--verbose") {
             o.verbose = true;
         } else if (a == "--raw") {
@@ -307,6 +346,7 @@ Options parseOptions(Args& args, bool surface)
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
         throw UsageError{"cannot write '" + o.output + "': unknown format " +
                          VxSurfaceWriter::extensionHint().toStdString()};
+    checkDirections(o);
     return o;
 }
 
@@ -484,6 +524,8 @@ public:
     {
         VxApplication* app = VxApplication::instance();
         app->setProgress(std::make_unique<VxTerminalProgress>());
+        // Errors reach the user as one line of the command's own (runSurface), not as dialog text.
+        app->message()->setErrorConsole(nullptr);
         vxhostInstallFormats(app);
         QStringList looked;
         for (const QString& dir : VxPackageManager::defaultDirectories()) {
@@ -515,8 +557,9 @@ public:
         return VxApplication::instance()->objectPool()->findObject(name);
     }
 
-    // One command of the host's language; the words are quoted as Tcl needs.
-    QString run(const QStringList& words)
+    // One command of the host's language; the words are quoted as Tcl needs. A failure says what
+    // was being done (what, in the user's terms) and why, never the command itself.
+    QString run(const QStringList& words, const QString& what)
     {
         std::vector<QByteArray> utf8;
         for (const QString& w : words) utf8.push_back(w.toUtf8());
@@ -526,8 +569,11 @@ public:
         const QString command = QString::fromUtf8(merged);
         Tcl_Free(merged);
         QString result;
-        if (VxApplication::instance()->interpreter()->eval(command, &result) != TCL_OK)
-            throw KxException(QString("%1: %2").arg(command, result));
+        if (VxApplication::instance()->interpreter()->eval(command, &result) != TCL_OK) {
+            // The result starts with the object, port or command it is about, names of this script.
+            result.remove(QRegularExpression("^(\"[^\"]*\"( port \"[^\"]*\")?|[a-z]+): "));
+            throw KxException(what.isEmpty() ? result : what + ": " + result);
+        }
         return result;
     }
 
@@ -549,8 +595,9 @@ void setThreshold(Host& host, double threshold)
     const float t = float(threshold);
     if (t < slider->getMinValue() || t > slider->getMaxValue())
         host.run({"isosurface", "threshold", "setMinMax", text(std::min(t, slider->getMinValue())),
-                  text(std::max(t, slider->getMaxValue()))});
-    host.run({"isosurface", "threshold", "setValue", text(threshold)});
+                  text(std::max(t, slider->getMaxValue()))},
+                 "cannot set -t");
+    host.run({"isosurface", "threshold", "setValue", text(threshold)}, "cannot set -t");
 }
 
 // The module lowers factors above half an axis; say so rather than extract coarser than asked.
@@ -612,21 +659,26 @@ ModuleInputs prepareInputs(Options& o, const KxHandle<VxSpatialData>& data)
 void setUpModule(Host& host, const Options& o, const ModuleInputs& in)
 {
     host.add(in.data.get(), "volume");
-    host.run({"create", in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface", "isosurface"});
-    host.run({"isosurface", "data", "connect", "volume"});
+    const QString module = in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface";
+    host.run({"create", module, "isosurface"}, "cannot create the module " + module);
+    host.run({"isosurface", "data", "connect", "volume"},
+             "the module " + module + " does not take the volume");
     if (in.mask) {
         host.add(in.mask.get(), "mask");
-        host.run({"isosurface", "mask", "connect", "mask"});
-        host.run({"isosurface", "maskRestrictionType", "setIndex", o.relaxed ? "1" : "0"});
+        host.run({"isosurface", "mask", "connect", "mask"}, "the module does not take the mask");
+        host.run({"isosurface", "maskRestrictionType", "setIndex", o.relaxed ? "1" : "0"},
+                 "cannot set --relaxed");
     }
-    host.run({"isosurface", "options", "setValue", "0", o.compactify ? "1" : "0"});
+    host.run({"isosurface", "options", "setValue", "0", o.compactify ? "1" : "0"}, "cannot set --compactify");
     setThreshold(host, o.threshold);
-    if (o.cores) host.run({"isosurface", "numberOfCores", "setValue", QString::number(o.cores)});
+    if (o.cores)
+        host.run({"isosurface", "numberOfCores", "setValue", QString::number(o.cores)}, "cannot set --cores");
     if (o.downsample[0]) {
-        host.run({"isosurface", "downSampleOnOff", "setValue", "1"});
+        host.run({"isosurface", "downSampleOnOff", "setValue", "1"}, "cannot set --downsample");
         for (int i = 0; i < 3; ++i)
             host.run({"isosurface", "resolution", "setValue", QString::number(i),
-                      QString::number(o.downsample[i])});
+                      QString::number(o.downsample[i])},
+                     "cannot set --downsample");
     }
 }
 
@@ -645,14 +697,78 @@ void printRun(const Options& o, const VxExtractionReport::Figures& run)
     std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
 }
 
+// Writing the mesh or the picture over a file that this run reads would destroy the input. Files
+// are compared as files, so links and other spellings of a name are caught too.
+void refuseOverwritingInputs(const Options& o)
+{
+    QStringList inputs;
+    const std::string& input = o.volumeFile.empty() ? o.rawFile : o.volumeFile;
+    if (!input.empty()) inputs << vxInputFiles(QString::fromStdString(input));
+    if (!o.maskFile.empty()) inputs << vxInputFiles(QString::fromStdString(o.maskFile));
+    const std::pair<const char*, const std::string*> outputs[] = {{"-o", &o.output}, {"--png", &o.picture}};
+    for (const auto& [option, output] : outputs) {
+        if (output->empty()) continue;
+        for (const QString& in : inputs)
+            if (vxSameFile(QString::fromStdString(*output), in))
+                throw UsageError{std::string(option) + " " + *output + " would replace " + in.toStdString() +
+                                 ", which this run reads; choose another name"};
+    }
+    if (!o.picture.empty() && vxSameFile(QString::fromStdString(o.picture), QString::fromStdString(o.output)))
+        throw UsageError{"--png " + o.picture + " and -o " + o.output +
+                         " are the same file; choose another name"};
+}
+
+void warnAboutValues(const Options& o, const VxSpatialData& data)
+{
+    const auto* field = kx_type_cast<VxRegScalarField3>(&data);
+    if (!field || o.labels) return;
+    const VxValueChecks checks = VxValueChecks::of(*field, o.threshold);
+    for (const QString& warning : {checks.infinities, checks.precision})
+        if (!warning.isEmpty()) std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(warning));
+}
+
+// The host keeps the module's errors and warnings to its record (see Host); warnings are passed
+// on in the command's voice.
+void passOnModuleWarnings()
+{
+    for (const QString& line : VxApplication::instance()->message()->lines())
+        if (line.startsWith("Warning: "))
+            std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(line.mid(9).simplified()));
+}
+
+// Why the module failed, in one line: the cause it recorded, else its error texts; empty when it
+// reported no error.
+QString moduleFailure(Host& host)
+{
+    const QStringList& errors = VxApplication::instance()->message()->errors();
+    if (errors.isEmpty()) return QString();
+    const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
+    const QString cause = report ? report->lastFailure() : QString();
+    return cause.isEmpty() ? errors.join(' ').simplified() : cause;
+}
+
+// Runs the module; a failure becomes one line of this command's own, not the module's dialog text.
+void extract(Host& host, const QString& output)
+{
+    host.run({"isosurface", "doIt", "hit"}, "the isosurface module did not run");
+    host.run({"isosurface", "fire"}, "the isosurface module did not run");
+    passOnModuleWarnings();
+    if (VxApplication::instance()->progress()->wasInterrupted())
+        throw KxException(QString("interrupted; %1 was not written").arg(output));
+    const QString failure = moduleFailure(host);
+    if (!failure.isEmpty()) throw KxException(QString("%1; %2 was not written").arg(failure, output));
+}
+
 int runSurface(Args& args)
 {
     Options o = parseOptions(args, true);
+    refuseOverwritingInputs(o);
     checkWritable(o.output);
     if (!o.picture.empty()) checkWritable(o.picture);
     VxVolumeInfo info;
     KxHandle<VxSpatialData> data = readData(o, info);
     if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
+    warnAboutValues(o, *data);
     const ModuleInputs inputs = prepareInputs(o, data);
     if (!o.labels) warnOutsideRange(*data, o.threshold);
 
@@ -664,23 +780,18 @@ int runSurface(Args& args)
 
     Host host;
     setUpModule(host, o, inputs);
-    VxApplication* app = VxApplication::instance();
-    const int errors = app->message()->errors().size();
-    host.run({"isosurface", "doIt", "hit"});
-    host.run({"isosurface", "fire"});
     const QString output = QString::fromStdString(o.output);
-    if (app->progress()->wasInterrupted())
-        throw KxException(QString("interrupted; %1 was not written").arg(output));
-    if (app->message()->errors().size() > errors)
-        throw KxException(QString("the isosurface module failed (above); %1 was not written").arg(output));
+    extract(host, output);
     if (o.downsample[0]) noteClampedFactors(host, o);
     const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
     printRun(o, report ? report->lastExtraction() : VxExtractionReport::Figures());
     host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""),
-              output});
+              output},
+             "");
     if (!o.picture.empty())
         host.run({"snapshot", QString::fromStdString(o.picture), "-view", text(o.view[0]), text(o.view[1]),
-                  text(o.view[2]), "-up", text(o.up[0]), text(o.up[1]), text(o.up[2])});
+                  text(o.view[2]), "-up", text(o.up[0]), text(o.up[1]), text(o.up[2])},
+                 QString("cannot draw %1").arg(QString::fromStdString(o.picture)));
     std::fflush(stdout);
     return 0;
 }
@@ -824,8 +935,13 @@ int main(int argc, char** argv)
     } catch (const KxException& e) {
         std::fprintf(stderr, "vxiso: error: %s\n", e.what());
         return 1;
-    } catch (const std::bad_alloc&) {
-        std::fprintf(stderr, "vxiso: error: out of memory\n");
+    } catch (const std::bad_alloc& e) {
+        // The foundation's allocator says how much it could not get.
+        const bool sized = dynamic_cast<const KxOutOfMemory*>(&e) != nullptr;
+        std::fprintf(stderr, "vxiso: error: %s\n", sized ? e.what() : "out of memory");
+        return 1;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "vxiso: error: %s\n", e.what());
         return 1;
     }
 }

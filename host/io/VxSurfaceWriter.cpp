@@ -55,6 +55,29 @@ struct SurfaceView
     const SbVec3i32* triangles;
 };
 
+QString tripleText(const SbVec3f& v)
+{
+    return QString("%1 %2 %3").arg(double(v[0])).arg(double(v[1])).arg(double(v[2]));
+}
+
+// No format has a NaN or an infinity that every reader takes, and a mesh holding one draws as
+// garbage: such a surface is refused, naming the first bad vertex.
+bool allFinite(const SurfaceView& v, const QString& path, QString* error)
+{
+    auto finite = [](const SbVec3f& p) {
+        return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
+    };
+    for (int i = 0; i < v.numVertices; ++i) {
+        const bool coordOk = finite(v.coords[i]);
+        if (coordOk && (!v.normals || finite(v.normals[i]))) continue;
+        setError(error, (coordOk ? tr("cannot write %1: the normal of vertex %2 is not finite (%3)")
+                                 : tr("cannot write %1: vertex %2 has a coordinate that is not finite (%3)"))
+                            .arg(path, QString::number(i), tripleText(coordOk ? v.normals[i] : v.coords[i])));
+        return false;
+    }
+    return true;
+}
+
 // Every format stores indices that readers trust, so a surface that points outside its vertex
 // list or carries a stray number of normals is refused rather than written.
 bool viewSurface(const SoTriSurface& s, const QString& path, SurfaceView& v, QString* error)
@@ -70,6 +93,7 @@ bool viewSurface(const SoTriSurface& s, const QString& path, SurfaceView& v, QSt
     v.coords = v.numVertices ? s.coords.getValues(0) : nullptr;
     v.normals = numNormals ? s.normals.getValues(0) : nullptr;
     v.triangles = v.numTriangles ? s.triangles.getValues(0) : nullptr;
+    if (!allFinite(v, path, error)) return false;
     for (int t = 0; t < v.numTriangles; ++t) {
         const int32_t* idx = v.triangles[t].getValue();
         for (int c = 0; c < 3; ++c) {

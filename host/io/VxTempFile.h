@@ -3,7 +3,10 @@
 #include <QString>
 
 // A temporary sibling of the target that takes the target's place only when complete; anything
-// short of commit() removes it again and leaves the target as it was.
+// short of commit() removes it again and leaves the target as it was. A signal that ends the
+// process while the file is open (SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ, a crash, ...) removes
+// it too: the process then ends by that signal as it would have, so its exit status still names it.
+// Signals that are ignored or have a handler of their own when the file is opened are left alone.
 class VxTempFile
 {
 public:
@@ -23,9 +26,11 @@ public:
 
 private:
     void discard();
+    void forget();
 
     QString m_target;
     QByteArray m_targetName;
     QByteArray m_tempName;
     int m_fd = -1;
+    int m_slot = -1; // where the signal handler finds the temporary name; -1 when it is not there
 };

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
 #include <fstream>
 #include <map>
 #include <regex>
@@ -216,6 +218,13 @@ TEST_F(VxisoCommand, BadInputGivesOneClearLineAndNoOutput)
         {"--field sphere --size 8 -t 0 --compactify --snap 0.3", "--snap is gone"},
         {"--field sphere --size 8 -t 0 --downsample 2 0 2",
          "--downsample takes three factors of 1 or more, not 0"},
+        // Options are checked before anything is read, and no error shows the commands run inside.
+        {"--field sphere --size 8 -t 0 --cores 99999999999",
+         "--cores takes 1 to 4096 threads, not 99999999999"},
+        {"--raw " + path("missing.raw") + " --dims 4 4 4 --type uint8 -t 1 --png " + path("p.png") +
+             " --view 0 0 0",
+         "--view 0 0 0 is not a direction"},
+        {"--field sphere --size 8 -t 0 --up 0 0 2", "--up 0 0 2 runs along --view 0 0 -1"},
     };
     for (const Case& c : cases) {
         const CommandResult r = vxiso("surface " + c.args + " -o " + out);
@@ -264,7 +273,7 @@ TEST_F(VxisoCommand, CoresAndVerboseReportTheEngineRun)
 
     const CommandResult bad = vxiso("surface --field gyroid --size 8 -t 0 --cores 0 -o " + path("x.ply"));
     EXPECT_EQ(bad.status, 2);
-    EXPECT_NE(bad.err.find("--cores must be 1 or more"), std::string::npos);
+    EXPECT_NE(bad.err.find("--cores takes 1 to 4096 threads, not 0"), std::string::npos);
 }
 
 TEST_F(VxisoCommand, TerminalShowsAProgressBarOnStderr)
@@ -800,4 +809,178 @@ TEST_F(VxisoCommand, PngDrawsTheSurfaceOffScreen)
     EXPECT_NE(script.status, 0);
     EXPECT_NE(script.err.find("snapshot: -size \"8\" is not a size of 16 to 8192 pixels"), std::string::npos)
         << script.err;
+}
+
+// An output that is a file the run reads, under any name, is refused before anything is read (so
+// the files need no more than the names their headers give).
+TEST_F(VxisoCommand, RefusesToWriteOverItsInputs)
+{
+    const char* files[][2] = {
+        {"v.vtk", "volume"}, {"m.nrrd", "mask"},  {"d.nhdr", "NRRD0004\ndata file: d.raw\n"},
+        {"d.raw", "values"}, {"p.hdr", "header"}, {"p.img", "image"},
+        {"old.ply", "mesh"}};
+    for (const auto& f : files) std::ofstream(path(f[0])) << f[1];
+    const char* links[][2] = {{"v.vtk", "link.ply"},  {"m.nrrd", "mask.ply"}, {"d.raw", "data.ply"},
+                              {"p.img", "image.stl"}, {"old.ply", "pic.png"}, {"v.vtk", "input.png"}};
+    for (const auto& l : links) ASSERT_EQ(::symlink(path(l[0]).c_str(), path(l[1]).c_str()), 0);
+    ASSERT_EQ(::link(path("v.vtk").c_str(), path("hard.vtk").c_str()), 0);
+
+    const std::string v = path("v.vtk");
+    struct Case
+    {
+        std::string args, message;
+    } cases[] = {
+        {v + " -o " + v, "-o " + v + " would replace " + v + ", which this run reads"},
+        {v + " -o " + path("link.ply"), "would replace " + v},
+        {v + " -o " + path("hard.vtk"), "would replace " + v},
+        {v + " --mask " + path("m.nrrd") + " -o " + path("mask.ply"), "would replace " + path("m.nrrd")},
+        {path("d.nhdr") + " -o " + path("data.ply"), "would replace " + path("d.raw")},
+        {path("p.hdr") + " -o " + path("image.stl"), "would replace " + path("p.img")},
+        {v + " -o " + path("old.ply") + " --png " + path("pic.png"),
+         "--png " + path("pic.png") + " and -o " + path("old.ply") + " are the same file"},
+        {v + " -o " + path("x.ply") + " --png " + path("input.png"),
+         "--png " + path("input.png") + " would replace " + v},
+    };
+    for (const Case& c : cases) {
+        const CommandResult r = vxiso("surface " + c.args + " -t 0");
+        EXPECT_EQ(r.status, 2) << c.args;
+        EXPECT_EQ(lines(r.err), 1) << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << r.err;
+    }
+    for (const auto& f : files) EXPECT_EQ(slurp(path(f[0])), f[1]);
+    EXPECT_FALSE(exists(path("x.ply")));
+}
+
+// Values the engine would handle unlike the user expects are named before the run: infinities,
+// which --undefined leaves out, and integers or doubles that single precision rounds onto the
+// threshold. Nothing is said when nothing is at stake, and no file ever holds a NaN.
+TEST_F(VxisoCommand, ValuesTheEngineCannotTellApartAreNamed)
+{
+    // Zero everywhere but two single nodes (2,2,2) and (5,5,5), each a small closed surface of 8
+    // triangles when it alone lies above the threshold.
+    auto spikes = [&](const char* name, auto a, auto b) {
+        std::vector<decltype(a)> v(512, 0);
+        v[2 * 64 + 2 * 8 + 2] = a;
+        v[5 * 64 + 5 * 8 + 5] = b;
+        std::ofstream(path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(v.data()), std::streamsize(sizeof a * v.size()));
+        return "--raw " + path(name) + " --dims 8 8 8 ";
+    };
+    const std::string inf = spikes("inf.raw", INFINITY, 1.f) + "--type float32 ";
+    const std::string i32 = spikes("i32.raw", int32_t(16777217), int32_t(16777217)) + "--type int32 ";
+    const std::string f64 = spikes("f64.raw", 1.000000000001, 1.000000000001) + "--type float64 ";
+    struct Case
+    {
+        std::string args, err;
+        int triangles; // -1: not checked
+    } cases[] = {
+        {inf + "-t 0.5",
+         "vxiso: warning: the volume holds infinite values (1 of them, all inf); --undefined inf leaves them "
+         "out of the surface\n",
+         -1},
+        {inf + "-t 0.5 --undefined inf", "", 8},
+        {i32 + "-t 16777216.5",
+         "vxiso: warning: values above -t 16777216.5 that round to it as floats (2 of them) count as "
+         "below it, since the engine compares floats; -t 16777215 puts them above, -t 16777217 below\n",
+         0},
+        {i32 + "-t 16777215", "", 16},
+        {f64 + "-t 1.0000000000001",
+         "vxiso: warning: values above -t 1.0000000000001 that round to it as floats (2 of them) count as "
+         "below it, since the engine compares floats; -t 0.9999999403953552 puts them above, -t "
+         "1.000000000001 below\n",
+         0},
+    };
+    for (const Case& c : cases) {
+        std::remove(path("v.ply").c_str());
+        const CommandResult r = vxiso("surface " + c.args + " -o " + path("v.ply"));
+        EXPECT_EQ(r.err.substr(0, c.err.size()), c.err) << c.args;
+        if (c.triangles >= 0) {
+            EXPECT_EQ(r.err, c.err) << c.args;
+            EXPECT_EQ(r.out.rfind("Isosurface contains " + std::to_string(c.triangles) + " triangles\n", 0),
+                      0u)
+                << c.args << ": " << r.out;
+        }
+        if (!exists(path("v.ply"))) continue;
+        std::size_t nv = 0, nf = 0;
+        std::vector<float> xyz;
+        readPly(path("v.ply"), nv, nf, xyz);
+        const std::string data = slurp(path("v.ply"));
+        std::vector<float> vertices(6 * nv); // positions and normals
+        std::memcpy(vertices.data(), data.data() + data.find("end_header\n") + 11, 4 * vertices.size());
+        EXPECT_TRUE(std::all_of(vertices.begin(), vertices.end(), [](float f) { return std::isfinite(f); }))
+            << c.args;
+    }
+}
+
+// Memory that cannot be had ends the run with one line that says so, and writes nothing.
+TEST_F(VxisoCommand, OutOfMemoryIsOneLine)
+{
+    const std::string head = "/usr/share/mricron/templates/ch2better.nii.gz";
+    struct Case
+    {
+        std::string args, kilobytes;
+    } cases[] = {
+        // The module's down-sampled copy (125 MiB) does not fit beside the field.
+        {"--field sphere --size 320 -t 0 --downsample 1 1 1 --cores 1", "250000"},
+        // The engine's arrays for a real head scan do not fit.
+        {head + " -t 100.5", "200000"},
+    };
+    for (const Case& c : cases) {
+        if (c.args == head + " -t 100.5" && !exists(head)) continue; // needs mricron-data
+        const CommandResult r = shell("(ulimit -v " + c.kilobytes + "; " + VXISO_BINARY_DIR +
+                                      "/bin/vxiso surface " + c.args + " -o " + path("out.ply") + ")");
+        EXPECT_EQ(r.status, 1) << c.args;
+        EXPECT_EQ(lines(r.err), 1) << r.err;
+        EXPECT_EQ(r.err.rfind("vxiso: error: out of memory", 0), 0u) << r.err;
+        EXPECT_FALSE(exists(path("out.ply")));
+    }
+}
+
+namespace {
+
+std::vector<std::string> temporaryFiles(const std::string& dir)
+{
+    std::vector<std::string> found;
+    if (DIR* d = ::opendir(dir.c_str())) {
+        while (const dirent* e = ::readdir(d)) {
+            const std::string name = e->d_name;
+            if (name[0] == '.' && name.size() > 4 && name.compare(name.size() - 4, 4, ".tmp") == 0)
+                found.push_back(name);
+        }
+        ::closedir(d);
+    }
+    return found;
+}
+
+} // namespace
+
+// A run ended by a signal while it writes (Ctrl-C, kill, a closed terminal) leaves no partial file
+// and ends as the signal does.
+TEST_F(VxisoCommand, SignalsWhileWritingLeaveNoFile)
+{
+    const std::string program = std::string(VXISO_BINARY_DIR) + "/bin/vxiso", out = path("g.ply");
+    for (int sig : {SIGTERM, SIGHUP, SIGINT}) {
+        const pid_t pid = ::fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            // The run must start with the default actions, whatever the test's runner set.
+            for (int s : {SIGTERM, SIGHUP, SIGINT}) std::signal(s, SIG_DFL);
+            std::freopen("/dev/null", "w", stdout);
+            std::freopen("/dev/null", "w", stderr);
+            ::execl(program.c_str(), "vxiso", "surface", "--field", "gyroid", "--size", "200", "-t", "0",
+                    "--ascii", "-o", out.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        int status = 0;
+        pid_t ended = 0;
+        while (temporaryFiles(m_dir).empty() && (ended = ::waitpid(pid, &status, WNOHANG)) == 0)
+            ::usleep(1000);
+        ASSERT_EQ(ended, 0) << "vxiso ended before it wrote";
+        ::kill(pid, sig);
+        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig)
+            << "signal " << sig << ", status " << status;
+        EXPECT_TRUE(temporaryFiles(m_dir).empty()) << temporaryFiles(m_dir)[0];
+        EXPECT_FALSE(exists(out));
+    }
 }

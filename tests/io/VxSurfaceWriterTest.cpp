@@ -341,6 +341,15 @@ TEST_F(SurfaceWriter, RefusesInconsistentSurfacesWithoutWriting)
     m.normals.resize(6);
     EXPECT_EQ(writeFails(m, path("s.off")),
               "cannot write " + path("s.off") + ": the surface has 2 normals for 42 vertices");
+    // No file may hold a NaN or an infinity, in a vertex or in a normal.
+    m = makeSphere(1);
+    m.coords[15] = 1.f, m.coords[16] = NAN, m.coords[17] = 2.f;
+    EXPECT_EQ(writeFails(m, path("s.stl")),
+              "cannot write " + path("s.stl") + ": vertex 5 has a coordinate that is not finite (1 nan 2)");
+    m = makeSphere(1);
+    m.normals[21] = 0.f, m.normals[22] = -INFINITY, m.normals[23] = 0.f;
+    EXPECT_EQ(writeFails(m, path("s.ply")),
+              "cannot write " + path("s.ply") + ": the normal of vertex 7 is not finite (0 -inf 0)");
     EXPECT_TRUE(entries(dir.path()).isEmpty());
 }
 
