@@ -425,9 +425,17 @@ int64_t chooseLabels(const VxLabelLattice3& labels, const long long* chosen, int
     return inside;
 }
 
-KxBox3f grownBox(const KxBox3f& b, const KxDim3l& d, int64_t layers)
+// Distance between neighbouring nodes; a uniform field's axes of one node keep their own spacing.
+KxVec3f voxelSize(const VxSpatialData& data, const KxDim3l& d)
 {
-    const KxVec3f v = b.getVoxelSize(d) * float(layers);
+    if (const auto* u = kx_type_cast<VxUniformScalarField3>(&data)) return u->getVoxelSize();
+    if (const auto* labels = kx_type_cast<VxUniformLabelField3>(&data)) return labels->getVoxelSize();
+    return data.getBoundingBox().getVoxelSize(d);
+}
+
+KxBox3f grownBox(const KxBox3f& b, const KxVec3f& voxel, int64_t layers)
+{
+    const KxVec3f v = voxel * float(layers);
     return KxBox3f(b.xmin - v.x, b.xmax + v.x, b.ymin - v.y, b.ymax + v.y, b.zmin - v.z, b.zmax + v.z);
 }
 
@@ -446,7 +454,7 @@ KxHandle<VxRegScalarField3> labelVolume(const Options& o, const VxUniformLabelFi
     auto* out = static_cast<unsigned char*>(field->lattice().dataPtr());
     if (chooseLabels(labels.lattice(), o.haveLabel ? &o.label : nullptr, 0, out) == 0)
         throw KxException(noVoxelChosen(o.volumeFile, o.haveLabel ? &o.label : nullptr));
-    field->setBoundingBox(labels.getBoundingBox());
+    field->setBoundingBox(labels.getBoundingBox(), labels.getVoxelSize());
     return keep;
 }
 
@@ -479,7 +487,8 @@ KxHandle<VxUniformLabelField3> regionMask(const Options& o, const VxRegScalarFie
     if (chooseLabels(labels.lattice(), chosen, pad,
                      static_cast<unsigned char*>(mask->lattice().getLabels(0))) == 0)
         throw KxException(noVoxelChosen(o.maskFile, chosen));
-    mask->setBoundingBox(grownBox(volume.getBoundingBox(), v, pad));
+    const KxVec3f voxel = voxelSize(volume, v);
+    mask->setBoundingBox(grownBox(volume.getBoundingBox(), voxel, pad), voxel);
     return keep;
 }
 
@@ -508,7 +517,7 @@ KxHandle<VxRegScalarField3> padded(const VxRegScalarField3& field, double iso)
                 std::copy(in + (k * d.ny + j) * d.nx, in + (k * d.ny + j + 1) * d.nx,
                           o + ((k + 1) * p.ny + j + 1) * p.nx + 1);
     });
-    out->setBoundingBox(grownBox(field.getBoundingBox(), d, 1));
+    out->setBoundingBox(grownBox(field.getBoundingBox(), voxelSize(field, d), 1));
     SbMatrix m;
     if (field.getTransform(m)) out->setTransform(m);
     if (field.hasUndefinedValue()) out->setUndefinedValue(field.getUndefinedValue());
@@ -844,7 +853,7 @@ void printGeometry(const VxSpatialData& data, const KxDim3l& d, const VxCoord3* 
     const char* kind = coordinateKind(coords);
     std::printf("coordinates: %s\n", kind);
     if (!coords || coords->coordType() == VX_COORD_UNIFORM)
-        std::printf("spacing: %s\n", triple(box.getVoxelSize(d)).c_str());
+        std::printf("spacing: %s\n", triple(voxelSize(data, d)).c_str());
     else
         std::printf("spacing: varies (%s coordinates)\n", kind);
     std::printf("origin: %s\n", triple(coords ? coords->pos(0, 0, 0) : box.getMin()).c_str());

@@ -1,8 +1,10 @@
+#include <kx/KxException.h>
 #include <kx/KxThread.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 #include <utility>
 
 KxThread::~KxThread()
@@ -24,20 +26,27 @@ void KxThread::start()
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_running) return;
     if (m_thread.joinable()) m_thread.join();
-    m_running = true;
     m_failure = nullptr;
-    m_thread = std::thread([this] {
-        std::exception_ptr failure;
-        try {
-            run();
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        std::lock_guard<std::mutex> done(m_mutex);
-        m_failure = failure;
+    // Set before the thread exists, since its end clears it; undone when no thread could be made
+    // (no memory for its stack), so that nothing waits for a run that never began.
+    m_running = true;
+    try {
+        m_thread = std::thread([this] {
+            std::exception_ptr failure;
+            try {
+                run();
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            std::lock_guard<std::mutex> done(m_mutex);
+            m_failure = failure;
+            m_running = false;
+            m_done.notify_all();
+        });
+    } catch (const std::system_error& e) {
         m_running = false;
-        m_done.notify_all();
-    });
+        throw KxException(QString("cannot start a thread (%1)").arg(QString::fromLocal8Bit(e.what())));
+    }
 }
 
 bool KxThread::waitFor(std::unique_lock<std::mutex>& lock, unsigned long timeoutMs)
