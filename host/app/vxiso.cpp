@@ -342,7 +342,8 @@ Options parseOptions(Args& args, bool surface)
                          "with --label N"};
     if (o.output.empty()) throw UsageError{"no output: give -o FILE"};
     if (!o.picture.empty() && QFileInfo(QString::fromStdString(o.picture)).suffix().toLower() != "png")
-        throw UsageError{"--png writes PNG pictures: give a file name ending in .png, not '" + o.picture + "'"};
+        throw UsageError{"--png writes PNG pictures: give a file name ending in .png, not '" + o.picture +
+                         "'"};
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
         throw UsageError{"cannot write '" + o.output + "': unknown format " +
                          VxSurfaceWriter::extensionHint().toStdString()};

@@ -575,6 +575,19 @@ TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
     for (std::size_t i = 0; i < nv; ++i) lowest = std::min(lowest, xyz[3 * i]);
     EXPECT_LT(lowest, 0.f);
     EXPECT_GE(lowest, -2.f);
+
+    // A single slice keeps its thickness: info reports it, and padding gives a slab, not a flat mesh.
+    std::ofstream(path("s.raw"), std::ios::binary)
+        .write(reinterpret_cast<const char*>(v.data() + 6 * 144), 4 * 144);
+    const std::string slice = "--raw " + path("s.raw") + " --dims 12 12 1 --type float32 --spacing 2 2 3 ";
+    EXPECT_NE(vxiso("info " + slice).out.find("spacing: 2 2 3\n"), std::string::npos);
+    ASSERT_EQ(vxiso("surface " + slice + "-t 0 --pad -o " + path("slab.ply")).status, 0);
+    readPly(path("slab.ply"), nv, nf, xyz);
+    float zmin = 1e9f, zmax = -1e9f;
+    for (std::size_t i = 0; i < nv; ++i)
+        zmin = std::min(zmin, xyz[3 * i + 2]), zmax = std::max(zmax, xyz[3 * i + 2]);
+    EXPECT_GT(zmax - zmin, 2.f);
+    EXPECT_LT(zmax - zmin, 6.f);
 }
 
 // The command runs the isosurface modules as a network script does: the same settings give the
@@ -785,11 +798,13 @@ TEST_F(VxisoCommand, PngDrawsTheSurfaceOffScreen)
     std::vector<float> v;
     for (int k = 0; k < 20; ++k)
         for (int j = 0; j < 20; ++j)
-            for (int i = 0; i < 20; ++i) v.push_back(i > 2 && i < 17 && j > 2 && j < 17 && k > 8 && k < 11 ? 1.f : 0.f);
+            for (int i = 0; i < 20; ++i)
+                v.push_back(i > 2 && i < 17 && j > 2 && j < 17 && k > 8 && k < 11 ? 1.f : 0.f);
     std::ofstream(path("slab.raw"), std::ios::binary)
         .write(reinterpret_cast<const char*>(v.data()), std::streamsize(4 * v.size()));
-    const std::string in = "surface --raw " + path("slab.raw") + " --dims 20 20 20 --type float32 -t 0.5 -o " +
-                           path("s.ply") + " --png " + path("s.png");
+    const std::string in = "surface --raw " + path("slab.raw") +
+                           " --dims 20 20 20 --type float32 -t 0.5 -o " + path("s.ply") + " --png " +
+                           path("s.png");
     const CommandResult faceOn = vxiso(in);
     if (faceOn.err.find("no off-screen rendering") != std::string::npos) GTEST_SKIP() << faceOn.err;
     ASSERT_EQ(faceOn.status, 0) << faceOn.err;
