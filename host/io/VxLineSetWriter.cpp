@@ -2,7 +2,7 @@
 
 #include <io/VxChunkWriter.h>
 #include <io/VxInventorWriter.h>
-#include <io/VxTempFile.h>
+#include <kx/KxTempFile.h>
 #include <oiv/OivInit.h>
 #include <vx/VxLineSet.h>
 
@@ -123,7 +123,7 @@ bool VxLineSetWriter::write(const VxLineSet& lines, const QString& path, QString
         return false;
     }
     oivInit();
-    VxTempFile file(path);
+    KxTempFile file(path);
     if (!file.open(error)) return false;
     W w(file.fd());
     if (ext == "vtk")

@@ -2,7 +2,7 @@
 
 #include <io/VxChunkWriter.h>
 #include <io/VxInventorWriter.h>
-#include <io/VxTempFile.h>
+#include <kx/KxTempFile.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoTriSurface.h>
 
@@ -385,7 +385,7 @@ bool VxSurfaceWriter::write(const SoTriSurface& surface, const QString& path, co
     SurfaceView view;
     if (!viewSurface(surface, path, view, error)) return false;
 
-    VxTempFile file(path);
+    KxTempFile file(path);
     if (!file.open(error)) return false;
     W w(file.fd());
     switch (format) {

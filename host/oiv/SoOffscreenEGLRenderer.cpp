@@ -1,6 +1,8 @@
 #include <oiv/OivInit.h>
 #include <oiv/SoOffscreenEGLRenderer.h>
 
+#include <kx/KxTempFile.h>
+
 #include <Inventor/SbLinear.h>
 #include <Inventor/SbViewportRegion.h>
 #include <Inventor/actions/SoGLRenderAction.h>
@@ -16,9 +18,9 @@
 #include <GL/gl.h>
 #include <GL/glext.h>
 
+#include <QBuffer>
 #include <QCoreApplication>
 #include <QImageWriter>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <cmath>
@@ -562,14 +564,18 @@ bool SoOffscreenEGLRenderer::writePNG(const QString& path, QString* error) const
     };
     if (m_image.isNull()) return fail(tr("nothing has been rendered"));
 
-    // QSaveFile writes next to the target and renames only after a complete write.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) return fail(file.errorString());
-    QImageWriter writer(&file, "png");
-    if (!writer.write(m_image)) {
-        file.cancelWriting();
-        return fail(writer.errorString());
+    // Encoded in memory, then written through a temporary file that replaces the target only when
+    // complete and that a signal ending the process removes.
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    QImageWriter writer(&buffer, "png");
+    if (!writer.write(m_image)) return fail(writer.errorString());
+    KxTempFile file(path);
+    QString why;
+    if (!file.open(&why) || !file.write(png, &why) || !file.commit(&why)) {
+        if (error) *error = why;
+        return false;
     }
-    if (!file.commit()) return fail(file.errorString());
     return true;
 }

@@ -7,18 +7,20 @@
 // process while the file is open (SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ, a crash, ...) removes
 // it too: the process then ends by that signal as it would have, so its exit status still names it.
 // Signals that are ignored or have a handler of their own when the file is opened are left alone.
-class VxTempFile
+class KxTempFile
 {
 public:
-    explicit VxTempFile(const QString& target);
-    ~VxTempFile() { discard(); }
-    VxTempFile(const VxTempFile&) = delete;
-    VxTempFile& operator=(const VxTempFile&) = delete;
+    explicit KxTempFile(const QString& target);
+    ~KxTempFile() { discard(); }
+    KxTempFile(const KxTempFile&) = delete;
+    KxTempFile& operator=(const KxTempFile&) = delete;
 
     int fd() const { return m_fd; }
 
     // Each returns false with "cannot write <target>: <reason>" in error.
     bool open(QString* error);
+    // Writes all of bytes at the end of the file (for contents made in memory first).
+    bool write(const QByteArray& bytes, QString* error);
     // Makes the data durable before the rename, so that a crash cannot leave an empty file under
     // the target's name in place of the old one.
     bool commit(QString* error);

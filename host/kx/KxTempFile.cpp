@@ -1,4 +1,4 @@
-#include <io/VxTempFile.h>
+#include <kx/KxTempFile.h>
 
 #include <QCoreApplication>
 #include <QFile>
@@ -100,9 +100,9 @@ void forgetForSignals(int slot)
 
 } // namespace
 
-VxTempFile::VxTempFile(const QString& target) : m_target(target), m_targetName(QFile::encodeName(target)) {}
+KxTempFile::KxTempFile(const QString& target) : m_target(target), m_targetName(QFile::encodeName(target)) {}
 
-bool VxTempFile::open(QString* error)
+bool KxTempFile::open(QString* error)
 {
     struct stat st;
     mode_t keepMode = 0;
@@ -137,7 +137,18 @@ bool VxTempFile::open(QString* error)
     return true;
 }
 
-bool VxTempFile::commit(QString* error)
+bool KxTempFile::write(const QByteArray& bytes, QString* error)
+{
+    for (qsizetype done = 0; done < bytes.size();) {
+        const ssize_t w = ::write(m_fd, bytes.constData() + done, std::size_t(bytes.size() - done));
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) return fail(error, w < 0 ? errno : ENOSPC);
+        done += w;
+    }
+    return true;
+}
+
+bool KxTempFile::commit(QString* error)
 {
     if (::fsync(m_fd) != 0) return fail(error, errno);
     const int fd = m_fd;
@@ -148,16 +159,16 @@ bool VxTempFile::commit(QString* error)
     return true;
 }
 
-bool VxTempFile::fail(QString* error, int err)
+bool KxTempFile::fail(QString* error, int err)
 {
     if (error)
-        *error = QCoreApplication::translate("VxSurfaceWriter", "cannot write %1: %2")
+        *error = QCoreApplication::translate("KxTempFile", "cannot write %1: %2")
                      .arg(m_target, QString::fromLocal8Bit(std::strerror(err)));
     discard();
     return false;
 }
 
-void VxTempFile::discard()
+void KxTempFile::discard()
 {
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
@@ -166,7 +177,7 @@ void VxTempFile::discard()
 }
 
 // After the file is gone or renamed: a signal in between finds no file under the name, which is harmless.
-void VxTempFile::forget()
+void KxTempFile::forget()
 {
     forgetForSignals(m_slot);
     m_slot = -1;
