@@ -88,26 +88,20 @@ QString precisionText(const Tally& t, double threshold)
 
 } // namespace
 
-VxValueChecks VxValueChecks::of(const VxRegScalarField3& field, double threshold)
+VxValueChecks VxValueChecks::of(const VxRegScalarField3& field, double threshold, double lo, double hi)
 {
+    const KxPrimType type = field.primType();
+    const bool floating = type == KxPrimType::FLOAT || type == KxPrimType::DOUBLE;
+    const bool infinities = floating && (std::isinf(lo) || std::isinf(hi));
+    // A value above the threshold that rounds to it needs a range reaching past it whose low end
+    // rounds no higher; integers within 2^24 are all exact floats.
+    const bool rounding = type != KxPrimType::FLOAT && hi > threshold && float(lo) <= float(threshold) &&
+                          (floating || std::max(std::fabs(lo), std::fabs(hi)) > double(1 << 24));
     Tally t;
-    const void* data = field.lattice().dataPtr();
-    const int64_t n = field.getDims().count();
-    switch (field.primType().type()) {
-    case KxPrimType::INT32:
-        tally(static_cast<const int32_t*>(data), n, field, threshold, t);
-        break;
-    case KxPrimType::UINT32:
-        tally(static_cast<const uint32_t*>(data), n, field, threshold, t);
-        break;
-    case KxPrimType::FLOAT:
-        tally(static_cast<const float*>(data), n, field, threshold, t);
-        break;
-    case KxPrimType::DOUBLE:
-        tally(static_cast<const double*>(data), n, field, threshold, t);
-        break;
-    default:
-        break; // every value of the smaller integer types is a float
-    }
+    if (infinities || rounding)
+        kxDispatchPrimType(type, const_cast<void*>(field.lattice().dataPtr()), [&](auto* v) {
+            // Every value of the 8- and 16-bit types is a float, and none is infinite.
+            if constexpr (sizeof(*v) >= 4) tally(v, field.getDims().count(), field, threshold, t);
+        });
     return {infinityText(t), precisionText(t, threshold)};
 }

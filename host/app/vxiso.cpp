@@ -622,15 +622,8 @@ void noteClampedFactors(Host& host, const Options& o)
                 o.downsample[i], "xyz"[i], factors -> getValue(i));
 }
 
-void warnOutsideRange(const VxSpatialData& data, double threshold)
+void warnOutsideRange(double threshold, double lo, double hi)
 {
-    double lo = 0, hi = 0;
-    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data)) {
-        if (!blocks->getRange(lo, hi)) return;
-    } else if (!static_cast<const VxRegScalarField3&>(data).getRange(
-                   lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) {
-        return;
-    }
     if (float(threshold) < float(lo) || float(threshold) > float(hi))
         std::fprintf(
             stderr, "vxiso: warning: -t %.10g lies outside the values %.10g to %.10g; the surface is empty\n",
@@ -728,13 +721,22 @@ void refuseOverwritingInputs(const Options& o)
                          " are the same file; choose another name"};
 }
 
+// What the values do to the surface that the user may not expect; one pass over them for the range,
+// a second only where the range leaves infinities or rounding possible.
 void warnAboutValues(const Options& o, const VxSpatialData& data)
 {
-    const auto* field = kx_type_cast<VxRegScalarField3>(&data);
-    if (!field || o.labels) return;
-    const VxValueChecks checks = VxValueChecks::of(*field, o.threshold);
+    if (o.labels) return;
+    double lo = 0, hi = 0;
+    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data)) {
+        if (blocks->getRange(lo, hi)) warnOutsideRange(o.threshold, lo, hi);
+        return;
+    }
+    const auto& field = static_cast<const VxRegScalarField3&>(data);
+    if (!field.getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) return;
+    const VxValueChecks checks = VxValueChecks::of(field, o.threshold, lo, hi);
     for (const QString& warning : {checks.infinities, checks.precision})
         if (!warning.isEmpty()) std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(warning));
+    warnOutsideRange(o.threshold, lo, hi);
 }
 
 // The host keeps the module's errors and warnings to its record (see Host); warnings are passed
@@ -780,7 +782,6 @@ int runSurface(Args& args)
     if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
     warnAboutValues(o, *data);
     const ModuleInputs inputs = prepareInputs(o, data);
-    if (!o.labels) warnOutsideRange(*data, o.threshold);
 
     // The engine lets the scheduler pick its threads; the command line caps them.
     std::unique_ptr<tbb::global_control> cap;
