@@ -2,21 +2,17 @@
 //   vxhost                      an interactive Tcl shell
 //   vxhost script.tcl [args]    runs a script (a saved network loads and recomputes)
 //   vxhost -e 'commands'        runs commands and prints their result
-#include "VxHostFormats.h"
+#include "VxHostSession.h"
 
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
-#include <vx/VxObjectPool.h>
-#include <vx/VxPackageManager.h>
-#include <vx/VxTerminalProgress.h>
 
 #include <QCoreApplication>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -48,21 +44,12 @@ const char* kUsage =
     "\n"
     "Exit status: 0, or 1 when a script or command failed or a module reported an error.\n";
 
-std::unique_ptr<VxPackageManager> g_packages;
-
-// Objects go before the packages whose code they run; packages before the process ends.
-void shutdown()
-{
-    VxApplication::destroy();
-    g_packages.reset();
-}
+// The session of main, for Tcl's exit and the packages command.
+VxHostSession* g_session = nullptr;
 
 void exitProc(ClientData code)
 {
-    // Called from inside a script: the interpreter is still running and must not be deleted,
-    // but the objects must go before the packages whose code they run.
-    VxApplication::instance()->objectPool()->removeAll();
-    g_packages.reset();
+    g_session->releaseFromScript();
     std::fflush(stdout);
     _exit(int(reinterpret_cast<intptr_t>(code)));
 }
@@ -74,7 +61,7 @@ int packagesCommand(ClientData, Tcl_Interp* interp, int argc, const char**)
         return TCL_ERROR;
     }
     Tcl_Obj* list = Tcl_NewListObj(0, nullptr);
-    for (const VxPackageManager::Package& p : g_packages->packages()) {
+    for (const VxPackageManager::Package& p : g_session->packages()) {
         Tcl_Obj* entry[3] = {Tcl_NewStringObj(p.name.toUtf8().constData(), -1),
                              Tcl_NewStringObj(p.version.toUtf8().constData(), -1),
                              Tcl_NewStringObj(p.path.toUtf8().constData(), -1)};
@@ -163,14 +150,13 @@ int main(int argc, char** argv)
         }
     }
 
+    VxHostSession session;
+    g_session = &session;
     VxApplication* app = VxApplication::instance();
-    app->setProgress(std::make_unique<VxTerminalProgress>());
-    vxhostInstallFormats(app);
     VxInterpreter* vi = app->interpreter();
     Tcl_Interp* interp = vi->getTclInterp();
     Tcl_SetExitProc(exitProc);
-    g_packages = std::make_unique<VxPackageManager>();
-    if (loadPackages) g_packages->loadAll(VxPackageManager::defaultDirectories());
+    if (loadPackages) session.loadPackages();
     vi->addCommand("packages", packagesCommand);
 
     // Scripts see their arguments as Tcl's own shell passes them.
@@ -206,6 +192,5 @@ int main(int argc, char** argv)
     if (status == 0 && app->message()->errors().size() > errorsBefore) status = 1;
     if (!script && commands.empty()) status = interactive(vi);
     std::fflush(stdout);
-    shutdown();
     return status;
 }

@@ -1,7 +1,7 @@
 // vxiso: the one-line command for the everyday job, e.g.
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
 //   vxiso info brain.nii.gz
-#include "VxHostFormats.h"
+#include "VxHostSession.h"
 #include "VxInputFiles.h"
 #include "VxValueChecks.h"
 
@@ -12,24 +12,19 @@
 #include <io/VxVolumeReader.h>
 #include <kx/KxException.h>
 #include <kx/KxHandle.h>
+#include <kx/KxProgressInterface.h>
 #include <vx/VxApplication.h>
 #include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxExtractionReport.h>
-#include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
-#include <vx/VxObjectPool.h>
-#include <vx/VxPackageManager.h>
 #include <vx/VxPortFloatSlider.h>
 #include <vx/VxPortIntTextN.h>
 #include <vx/VxRegScalarField3.h>
-#include <vx/VxTerminalProgress.h>
 #include <vx/VxUniformLabelField3.h>
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <tbb/global_control.h>
-#include <tcl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -525,72 +520,6 @@ KxHandle<VxRegScalarField3> padded(const VxRegScalarField3& field, double iso)
     return keep;
 }
 
-// The host as vxhost sets it up, with the one package this command needs: the command drives the
-// isosurface module through the host's commands, exactly as a network script does.
-class Host
-{
-public:
-    Host()
-    {
-        VxApplication* app = VxApplication::instance();
-        app->setProgress(std::make_unique<VxTerminalProgress>());
-        // Errors reach the user as one line of the command's own (runSurface), not as dialog text.
-        app->message()->setErrorConsole(nullptr);
-        vxhostInstallFormats(app);
-        QStringList looked;
-        for (const QString& dir : VxPackageManager::defaultDirectories()) {
-            const QString library = dir + "/libvxiso.so";
-            looked << dir;
-            if (!QFileInfo::exists(library)) continue;
-            QString why;
-            if (!m_packages.load(library, &why)) throw KxException(why);
-            return;
-        }
-        throw KxException("the package libvxiso.so is not in " + looked.join(" or ") +
-                          "; add its folder to VXHOST_PACKAGE_PATH");
-    }
-    // Objects go before the package whose code they run.
-    ~Host()
-    {
-        VxApplication::destroy();
-        m_packages.unloadAll();
-    }
-
-    // The object under the name, as `load` would give it.
-    void add(VxObject* object, const QString& name)
-    {
-        object->setLabel(name);
-        VxApplication::instance()->objectPool()->addObject(object, false);
-    }
-    VxObject* find(const QString& name) const
-    {
-        return VxApplication::instance()->objectPool()->findObject(name);
-    }
-
-    // One command of the host's language; the words are quoted as Tcl needs. A failure says what
-    // was being done (what, in the user's terms) and why, never the command itself.
-    QString run(const QStringList& words, const QString& what)
-    {
-        std::vector<QByteArray> utf8;
-        for (const QString& w : words) utf8.push_back(w.toUtf8());
-        std::vector<const char*> argv;
-        for (const QByteArray& w : utf8) argv.push_back(w.constData());
-        char* merged = Tcl_Merge(int(argv.size()), argv.data());
-        const QString command = QString::fromUtf8(merged);
-        Tcl_Free(merged);
-        QString result;
-        if (VxApplication::instance()->interpreter()->eval(command, &result) != TCL_OK) {
-            // The result starts with the object, port or command it is about, names of this script.
-            result.remove(QRegularExpression("^(\"[^\"]*\"( port \"[^\"]*\")?|[a-z]+): "));
-            throw KxException(what.isEmpty() ? result : what + ": " + result);
-        }
-        return result;
-    }
-
-private:
-    VxPackageManager m_packages;
-};
-
 QString text(double v)
 {
     return QString::number(v, 'g', 17);
@@ -598,7 +527,7 @@ QString text(double v)
 
 // The slider keeps its value inside the data's range; a threshold outside it is honoured (it gives
 // no surface) by widening the range, as a script would with "setMinMax".
-void setThreshold(Host& host, double threshold)
+void setThreshold(VxHostSession& host, double threshold)
 {
     auto* slider = dynamic_cast<VxPortFloatSlider*>(host.find("isosurface")->findPort("threshold"));
     if (!slider) throw KxException("the isosurface module has no threshold slider");
@@ -611,7 +540,7 @@ void setThreshold(Host& host, double threshold)
 }
 
 // The module lowers factors above half an axis; say so rather than extract coarser than asked.
-void noteClampedFactors(Host& host, const Options& o)
+void noteClampedFactors(VxHostSession& host, const Options& o)
 {
     auto* factors = dynamic_cast<VxPortIntTextN*>(host.find("isosurface")->findPort("resolution"));
     if (!factors) return;
@@ -659,7 +588,7 @@ ModuleInputs prepareInputs(Options& o, const KxHandle<VxSpatialData>& data)
 }
 
 // Creates and connects the module and sets its ports from the options, as a script would.
-void setUpModule(Host& host, const Options& o, const ModuleInputs& in)
+void setUpModule(VxHostSession& host, const Options& o, const ModuleInputs& in)
 {
     host.add(in.data.get(), "volume");
     const QString module = in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface";
@@ -739,7 +668,7 @@ void warnAboutValues(const Options& o, const VxSpatialData& data)
     warnOutsideRange(o.threshold, lo, hi);
 }
 
-// The host keeps the module's errors and warnings to its record (see Host); warnings are passed
+// The host keeps the module's errors and warnings to its record (see runSurface); warnings are passed
 // on in the command's voice.
 void passOnModuleWarnings()
 {
@@ -750,7 +679,7 @@ void passOnModuleWarnings()
 
 // Why the module failed, in one line: the cause it recorded, else its error texts; empty when it
 // reported no error.
-QString moduleFailure(Host& host)
+QString moduleFailure(VxHostSession& host)
 {
     const QStringList& errors = VxApplication::instance()->message()->errors();
     if (errors.isEmpty()) return QString();
@@ -760,7 +689,7 @@ QString moduleFailure(Host& host)
 }
 
 // Runs the module; a failure becomes one line of this command's own, not the module's dialog text.
-void extract(Host& host, const QString& output)
+void extract(VxHostSession& host, const QString& output)
 {
     host.run({"isosurface", "doIt", "hit"}, "the isosurface module did not run");
     host.run({"isosurface", "fire"}, "the isosurface module did not run");
@@ -789,7 +718,12 @@ int runSurface(Args& args)
         cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
                                                     std::size_t(o.cores));
 
-    Host host;
+    // The host as vxhost sets it up, with the one package this command needs: the command drives the
+    // isosurface module through the host's commands, exactly as a network script does. Errors reach
+    // the user as one line of the command's own (extract), not as dialog text.
+    VxHostSession host;
+    VxApplication::instance()->message()->setErrorConsole(nullptr);
+    host.loadPackage("libvxiso.so");
     setUpModule(host, o, inputs);
     const QString output = QString::fromStdString(o.output);
     extract(host, output);
