@@ -1,0 +1,53 @@
+#pragma once
+#include <io/VxRawReader.h>
+
+#include <string>
+#include <vector>
+
+// A wrong command line: the command ends with exit status 2 and this text after "vxiso: error: ".
+struct VxisoUsageError
+{
+    std::string text;
+};
+
+// The subcommands, as bits: each option names those that take it.
+enum class VxisoCommand : unsigned
+{
+    Surface = 1,
+    Info = 2,
+};
+
+// Everything the command line says, for every subcommand; what a subcommand does not take keeps
+// its default.
+struct VxisoOptions
+{
+    // The input: exactly one of volumeFile, rawFile and fieldName is set once it is chosen.
+    std::string volumeFile, rawFile, fieldName;
+    bool blocks = false; // volumeFile is a multi-block description
+    VxRawDescription raw;
+    bool haveDims = false, haveType = false;
+    bool describesRaw = false; // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
+    int size = 0;
+    bool labels = false;
+
+    // The surface.
+    double threshold = 0;
+    bool haveThreshold = false;
+    std::string output, maskFile, picture;
+    long long label = 0, maskLabel = 0;
+    bool haveLabel = false, haveMaskLabel = false, relaxed = false;
+    bool compactify = false, verbose = false, ascii = false, pad = false;
+    int downsample[3] = {0, 0, 0}; // 0: not asked for
+    long long cores = 0;           // 0: all cores
+    double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};
+};
+
+// The options that follow the subcommand, checked on their own and for the input they name (see
+// vxisoChooseInput); what only one subcommand checks is its own business. Throws VxisoUsageError.
+VxisoOptions vxisoParseOptions(const std::vector<std::string>& args, VxisoCommand command);
+
+// Whether the word asks for the help text, wherever it stands.
+bool vxisoAsksForHelp(const std::string& word);
+
+// What --help prints.
+std::string vxisoHelp();

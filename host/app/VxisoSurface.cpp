@@ -1,0 +1,330 @@
+// vxiso surface: the isosurface module run through the host, as a network script runs it.
+#include "VxHostSession.h"
+#include "VxInputFiles.h"
+#include "VxValueChecks.h"
+#include "VxisoInputs.h"
+#include "VxisoSubcommands.h"
+
+#include <io/VxSurfaceWriter.h>
+#include <io/VxVolumeReader.h>
+#include <kx/KxException.h>
+#include <kx/KxProgressInterface.h>
+#include <vx/VxApplication.h>
+#include <vx/VxBlockStructuredScalarField3.h>
+#include <vx/VxExtractionReport.h>
+#include <vx/VxMessage.h>
+#include <vx/VxObject.h>
+#include <vx/VxPortFloatSlider.h>
+#include <vx/VxPortIntTextN.h>
+#include <vx/VxRegScalarField3.h>
+#include <vx/VxUniformLabelField3.h>
+
+#include <QFileInfo>
+#include <tbb/global_control.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+std::string triple(const double* v)
+{
+    char text[80];
+    std::snprintf(text, sizeof text, "%.10g %.10g %.10g", v[0], v[1], v[2]);
+    return text;
+}
+
+// The picture's camera takes its directions in single precision: each must keep a length there, and
+// up must lie across the view. Checked before the long work rather than when the picture is drawn.
+void checkDirections(const VxisoOptions& o)
+{
+    auto length = [](const double* v) {
+        const double x = float(v[0]), y = float(v[1]), z = float(v[2]);
+        return std::sqrt(x * x + y * y + z * z);
+    };
+    auto check = [](const char* option, const double* v, double l) {
+        if (!(l > 0) || !std::isfinite(l))
+            throw VxisoUsageError{
+                std::string(option) + " " + triple(v) +
+                " is not a direction: give three numbers, not all 0 (nor too large for floats)"};
+    };
+    const double lv = length(o.view), lu = length(o.up);
+    check("--view", o.view, lv);
+    check("--up", o.up, lu);
+    const double cosine = (o.view[0] * o.up[0] + o.view[1] * o.up[1] + o.view[2] * o.up[2]) / (lv * lu);
+    if (std::fabs(cosine) > 0.999)
+        throw VxisoUsageError{"--up " + triple(o.up) + " runs along --view " + triple(o.view) +
+                              ": give an up direction across the view"};
+}
+
+// What surface needs beyond the input: a threshold or labels, a mask for the mask's options, an
+// output it can write, a picture's name and directions.
+void checkSurfaceOptions(const VxisoOptions& o)
+{
+    if (o.labels && o.haveThreshold)
+        throw VxisoUsageError{
+            "with --labels the surface follows label borders: choose a label with --label N, not -t"};
+    if (!o.labels && !o.haveThreshold) throw VxisoUsageError{"no threshold: give -t VALUE"};
+    if (o.maskFile.empty() && (o.relaxed || o.haveMaskLabel))
+        throw VxisoUsageError{std::string(o.relaxed ? "--relaxed" : "--mask-label") +
+                              " belongs to --mask LABELS"};
+    if (!o.maskFile.empty() && o.labels)
+        throw VxisoUsageError{
+            "--mask restricts the surface of a scalar volume; a label volume's region is chosen "
+            "with --label N"};
+    if (o.output.empty()) throw VxisoUsageError{"no output: give -o FILE"};
+    if (!o.picture.empty() && QFileInfo(QString::fromStdString(o.picture)).suffix().toLower() != "png")
+        throw VxisoUsageError{"--png writes PNG pictures: give a file name ending in .png, not '" +
+                              o.picture + "'"};
+    if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
+        throw VxisoUsageError{"cannot write '" + o.output + "': unknown format " +
+                              VxSurfaceWriter::extensionHint().toStdString()};
+    checkDirections(o);
+}
+
+// Fails early, before a long extraction, when the output cannot be created.
+void checkWritable(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    struct stat st;
+    if (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        throw KxException(QString("cannot write %1: no directory %2")
+                              .arg(QString::fromStdString(path), QString::fromStdString(dir)));
+    if (::access(dir.c_str(), W_OK) != 0)
+        throw KxException(
+            QString("cannot write %1: %2").arg(QString::fromStdString(path), std::strerror(errno)));
+    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        throw KxException(QString("cannot write %1: it is a directory").arg(QString::fromStdString(path)));
+}
+
+// Tells what the file asks for that the written mesh does not do.
+void warnAboutFile(const VxisoOptions& o, const VxVolumeInfo& info, const VxSpatialData& data)
+{
+    const QString file = QString::fromStdString(o.volumeFile);
+    if (info.nifti.hasScaling() && !o.labels)
+        std::fprintf(
+            stderr,
+            "vxiso: warning: %s: %s; -t %g is compared with stored values (physical %g is stored %g)\n",
+            qPrintable(file), qPrintable(info.nifti.scaling()), o.threshold, o.threshold,
+            info.nifti.toStored(o.threshold));
+    if (data.getTransform(true))
+        std::fprintf(stderr,
+                     "vxiso: warning: %s: the header rotates or mirrors the volume; the mesh is written in "
+                     "the volume's own axes, from the first voxel's world position\n",
+                     qPrintable(file));
+}
+
+QString text(double v)
+{
+    return QString::number(v, 'g', 17);
+}
+
+// The slider keeps its value inside the data's range; a threshold outside it is honoured (it gives
+// no surface) by widening the range, as a script would with "setMinMax".
+void setThreshold(VxHostSession& host, double threshold)
+{
+    auto* slider = dynamic_cast<VxPortFloatSlider*>(host.find("isosurface")->findPort("threshold"));
+    if (!slider) throw KxException("the isosurface module has no threshold slider");
+    const float t = float(threshold);
+    if (t < slider->getMinValue() || t > slider->getMaxValue())
+        host.run({"isosurface", "threshold", "setMinMax", text(std::min(t, slider->getMinValue())),
+                  text(std::max(t, slider->getMaxValue()))},
+                 "cannot set -t");
+    host.run({"isosurface", "threshold", "setValue", text(threshold)}, "cannot set -t");
+}
+
+// The module lowers factors above half an axis; say so rather than extract coarser than asked.
+void noteClampedFactors(VxHostSession& host, const VxisoOptions& o)
+{
+    auto* factors = dynamic_cast<VxPortIntTextN*>(host.find("isosurface")->findPort("resolution"));
+    if (!factors) return;
+    for (int i = 0; i < 3; ++i)
+        if (factors->getValue(i) != o.downsample[i])
+            std::fprintf(
+                stderr, "vxiso: note: --downsample %d on %c is more than half the axis; the module used %d\n",
+                o.downsample[i], "xyz"[i], factors -> getValue(i));
+}
+
+void warnOutsideRange(double threshold, double lo, double hi)
+{
+    if (float(threshold) < float(lo) || float(threshold) > float(hi))
+        std::fprintf(
+            stderr, "vxiso: warning: -t %.10g lies outside the values %.10g to %.10g; the surface is empty\n",
+            threshold, lo, hi);
+}
+
+// Creates and connects the module and sets its ports from the options, as a script would.
+void setUpModule(VxHostSession& host, const VxisoOptions& o, const VxisoModuleInputs& in)
+{
+    host.add(in.data.get(), "volume");
+    const QString module = in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface";
+    host.run({"create", module, "isosurface"}, "cannot create the module " + module);
+    host.run({"isosurface", "data", "connect", "volume"},
+             "the module " + module + " does not take the volume");
+    if (in.mask) {
+        host.add(in.mask.get(), "mask");
+        host.run({"isosurface", "mask", "connect", "mask"}, "the module does not take the mask");
+        host.run({"isosurface", "maskRestrictionType", "setIndex", o.relaxed ? "1" : "0"},
+                 "cannot set --relaxed");
+    }
+    host.run({"isosurface", "options", "setValue", "0", o.compactify ? "1" : "0"}, "cannot set --compactify");
+    setThreshold(host, o.threshold);
+    if (o.cores)
+        host.run({"isosurface", "numberOfCores", "setValue", QString::number(o.cores)}, "cannot set --cores");
+    if (o.downsample[0]) {
+        host.run({"isosurface", "downSampleOnOff", "setValue", "1"}, "cannot set --downsample");
+        for (int i = 0; i < 3; ++i)
+            host.run({"isosurface", "resolution", "setValue", QString::number(i),
+                      QString::number(o.downsample[i])},
+                     "cannot set --downsample");
+    }
+}
+
+void printRun(const VxisoOptions& o, const VxExtractionReport::Figures& run)
+{
+    std::printf("Elapsed time: %.3f s\n", run.seconds);
+    if (!o.verbose) return;
+    if (o.blocks)
+        std::printf("extracted from: %zu blocks, one after the other\n", run.slabs);
+    else
+        std::printf("extracted from: %lld x %lld x %lld nodes\n", (long long)run.nodes.nx,
+                    (long long)run.nodes.ny, (long long)run.nodes.nz);
+    const int axis = run.splitAxis;
+    std::printf("split axis: %s\n", axis < 0 ? "none (sequential)" : axis == 0 ? "x" : axis == 1 ? "y" : "z");
+    if (!o.blocks) std::printf("slabs: %zu\n", run.slabs);
+    std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
+}
+
+// Writing the mesh or the picture over a file that this run reads would destroy the input. Files
+// are compared as files, so links and other spellings of a name are caught too.
+void refuseOverwritingInputs(const VxisoOptions& o)
+{
+    QStringList inputs;
+    const std::string& input = o.volumeFile.empty() ? o.rawFile : o.volumeFile;
+    if (!input.empty()) inputs << vxInputFiles(QString::fromStdString(input));
+    if (!o.maskFile.empty()) inputs << vxInputFiles(QString::fromStdString(o.maskFile));
+    const std::pair<const char*, const std::string*> outputs[] = {{"-o", &o.output}, {"--png", &o.picture}};
+    for (const auto& [option, output] : outputs) {
+        if (output->empty()) continue;
+        for (const QString& in : inputs)
+            if (vxSameFile(QString::fromStdString(*output), in))
+                throw VxisoUsageError{std::string(option) + " " + *output + " would replace " +
+                                      in.toStdString() + ", which this run reads; choose another name"};
+    }
+    if (!o.picture.empty() && vxSameFile(QString::fromStdString(o.picture), QString::fromStdString(o.output)))
+        throw VxisoUsageError{"--png " + o.picture + " and -o " + o.output +
+                              " are the same file; choose another name"};
+}
+
+// What the values do to the surface that the user may not expect; one pass over them for the range,
+// a second only where the range leaves infinities or rounding possible.
+void warnAboutValues(const VxisoOptions& o, const VxSpatialData& data)
+{
+    if (o.labels) return;
+    double lo = 0, hi = 0;
+    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data)) {
+        if (blocks->getRange(lo, hi)) warnOutsideRange(o.threshold, lo, hi);
+        return;
+    }
+    const auto& field = static_cast<const VxRegScalarField3&>(data);
+    if (!field.getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) return;
+    const VxValueChecks checks = VxValueChecks::of(field, o.threshold, lo, hi);
+    for (const QString& warning : {checks.infinities, checks.precision})
+        if (!warning.isEmpty()) std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(warning));
+    warnOutsideRange(o.threshold, lo, hi);
+}
+
+// The host keeps the module's errors and warnings to its record (see runSurface); warnings are passed
+// on in the command's voice.
+void passOnModuleWarnings()
+{
+    for (const QString& line : VxApplication::instance()->message()->lines())
+        if (line.startsWith("Warning: "))
+            std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(line.mid(9).simplified()));
+}
+
+// Why the module failed, in one line: the cause it recorded, else its error texts; empty when it
+// reported no error.
+QString moduleFailure(VxHostSession& host)
+{
+    const QStringList& errors = VxApplication::instance()->message()->errors();
+    if (errors.isEmpty()) return QString();
+    const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
+    const QString cause = report ? report->lastFailure() : QString();
+    return cause.isEmpty() ? errors.join(' ').simplified() : cause;
+}
+
+// Runs the module; a failure becomes one line of this command's own, not the module's dialog text.
+void extract(VxHostSession& host, const QString& output)
+{
+    host.run({"isosurface", "doIt", "hit"}, "the isosurface module did not run");
+    host.run({"isosurface", "fire"}, "the isosurface module did not run");
+    passOnModuleWarnings();
+    if (VxApplication::instance()->progress()->wasInterrupted())
+        throw KxException(QString("interrupted; %1 was not written").arg(output));
+    const QString failure = moduleFailure(host);
+    if (!failure.isEmpty()) throw KxException(QString("%1; %2 was not written").arg(failure, output));
+}
+
+// The input read and checked for what the user may not expect, made into what the module reads.
+VxisoModuleInputs readInputs(VxisoOptions& o)
+{
+    VxVolumeInfo info;
+    KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
+    if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
+    warnAboutValues(o, *data);
+    return vxisoModuleInputs(o, data);
+}
+
+// The mesh, then the picture: a picture that cannot be made leaves the mesh written.
+void write(VxHostSession& host, const VxisoOptions& o)
+{
+    const QString output = QString::fromStdString(o.output);
+    host.run({"isosurface", "exportData", QFileInfo(output).suffix().toLower() + (o.ascii ? "-ascii" : ""),
+              output},
+             "");
+    if (!o.picture.empty())
+        host.run({"snapshot", QString::fromStdString(o.picture), "-view", text(o.view[0]), text(o.view[1]),
+                  text(o.view[2]), "-up", text(o.up[0]), text(o.up[1]), text(o.up[2])},
+                 QString("cannot draw %1").arg(QString::fromStdString(o.picture)));
+}
+
+} // namespace
+
+int vxisoSurface(const std::vector<std::string>& args)
+{
+    VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Surface);
+    checkSurfaceOptions(o);
+    refuseOverwritingInputs(o);
+    checkWritable(o.output);
+    if (!o.picture.empty()) checkWritable(o.picture);
+    const VxisoModuleInputs inputs = readInputs(o);
+
+    // The engine lets the scheduler pick its threads; the command line caps them.
+    std::unique_ptr<tbb::global_control> cap;
+    if (o.cores > 1)
+        cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
+                                                    std::size_t(o.cores));
+
+    // The host as vxhost sets it up, with the one package this command needs. Errors reach the user
+    // as one line of the command's own (extract), not as dialog text.
+    VxHostSession host;
+    VxApplication::instance()->message()->setErrorConsole(nullptr);
+    host.loadPackage("libvxiso.so");
+    setUpModule(host, o, inputs);
+    extract(host, QString::fromStdString(o.output));
+    if (o.downsample[0]) noteClampedFactors(host, o);
+    const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
+    printRun(o, report ? report->lastExtraction() : VxExtractionReport::Figures());
+    write(host, o);
+    std::fflush(stdout);
+    return 0;
+}
