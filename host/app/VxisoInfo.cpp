@@ -122,7 +122,8 @@ void printField(const VxRegScalarField3& field)
 
 int vxisoInfo(const std::vector<std::string>& args)
 {
-    const VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Info);
+    VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Info);
+    vxisoChooseInput(o);
     VxVolumeInfo info;
     KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
     const std::string name = !o.fieldName.empty()    ? o.fieldName

@@ -15,26 +15,33 @@
 #include <limits>
 #include <type_traits>
 
-void vxisoChooseInput(VxisoOptions& o, const std::vector<std::string>& positional)
+namespace {
+
+// The word without an option is a volume file (or multi-block description) by its extension, else
+// a raw file.
+void classify(VxisoOptions& o)
 {
-    if (positional.size() > 1) throw VxisoUsageError{"more than one input: '" + positional[1] + "'"};
-    if (positional.size() == 1) {
-        if (!o.rawFile.empty())
-            throw VxisoUsageError{"give the input either as INPUT or with --raw, not both"};
-        o.blocks = VxBlockReader::isBlockPath(QString::fromStdString(positional[0]));
-        if (o.blocks ||
-            VxVolumeReader::formatForPath(QString::fromStdString(positional[0])) != VxVolumeReader::UNKNOWN)
-            o.volumeFile = positional[0];
-        else
-            o.rawFile = positional[0];
-    }
+    if (o.inputs.size() > 1) throw VxisoUsageError{"more than one input: '" + o.inputs[1] + "'"};
+    if (o.inputs.empty()) return;
+    const std::string& input = o.inputs[0];
+    if (!o.rawFile.empty()) throw VxisoUsageError{"give the input either as INPUT or with --raw, not both"};
+    o.blocks = VxBlockReader::isBlockPath(QString::fromStdString(input));
+    if (o.blocks || VxVolumeReader::formatForPath(QString::fromStdString(input)) != VxVolumeReader::UNKNOWN)
+        o.volumeFile = input;
+    else
+        o.rawFile = input;
+}
+
+// Exactly one input, with what it needs and nothing that describes another kind.
+void checkOneInput(VxisoOptions& o)
+{
     o.describesRaw = o.describesRaw || o.haveDims || o.haveType;
     if (!o.volumeFile.empty()) {
         if (!o.fieldName.empty()) throw VxisoUsageError{"give either a volume file or --field, not both"};
         if (o.describesRaw)
             throw VxisoUsageError{
-                "--dims, --type, --spacing, --origin, --offset and --swap-bytes describe raw files; "
-                "the file '" +
+                "--dims, --type, --spacing, --origin, --offset and --swap-bytes describe raw "
+                "files; the file '" +
                 o.volumeFile + "' carries its own description"};
     } else if (o.rawFile.empty() == o.fieldName.empty()) {
         throw VxisoUsageError{o.rawFile.empty()
@@ -44,19 +51,36 @@ void vxisoChooseInput(VxisoOptions& o, const std::vector<std::string>& positiona
     if (!o.rawFile.empty() && (!o.haveDims || !o.haveType))
         throw VxisoUsageError{"a raw file needs --dims NX NY NZ and --type TYPE"};
     if (!o.fieldName.empty() && o.size == 0) throw VxisoUsageError{"--field needs --size N"};
+}
+
+void checkLabels(const VxisoOptions& o)
+{
     if (o.labels && !o.fieldName.empty())
         throw VxisoUsageError{"built-in fields hold no labels; --labels needs a file"};
     if (o.haveLabel && !o.labels)
         throw VxisoUsageError{"--label N chooses a label of a label volume; add --labels"};
-    if (o.blocks) {
-        const char* option = o.labels              ? "--labels"
-                             : !o.maskFile.empty() ? "--mask"
-                             : o.pad               ? "--pad"
-                             : o.downsample[0]     ? "--downsample"
-                             : o.raw.hasUndefined  ? "--undefined"
-                                                   : nullptr;
-        if (option) throw VxisoUsageError{std::string(option) + " does not apply to a multi-block field"};
-    }
+}
+
+// The blocks go to the module as they are: nothing that remakes a field applies to them.
+void checkBlocks(const VxisoOptions& o)
+{
+    const char* option = o.labels              ? "--labels"
+                         : !o.maskFile.empty() ? "--mask"
+                         : o.pad               ? "--pad"
+                         : o.downsample[0]     ? "--downsample"
+                         : o.raw.hasUndefined  ? "--undefined"
+                                               : nullptr;
+    if (option) throw VxisoUsageError{std::string(option) + " does not apply to a multi-block field"};
+}
+
+} // namespace
+
+void vxisoChooseInput(VxisoOptions& o)
+{
+    classify(o);
+    checkOneInput(o);
+    checkLabels(o);
+    if (o.blocks) checkBlocks(o);
 }
 
 KxHandle<VxSpatialData> vxisoReadInput(const VxisoOptions& o, VxVolumeInfo& info)

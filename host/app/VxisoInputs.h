@@ -11,7 +11,7 @@ struct VxVolumeInfo;
 
 // Which input the words without an option name (a volume file, a multi-block description or a raw
 // file), and whether the input options fit it. Throws VxisoUsageError.
-void vxisoChooseInput(VxisoOptions& o, const std::vector<std::string>& positional);
+void vxisoChooseInput(VxisoOptions& o);
 
 // The input as the options describe it: a scalar field, with --labels a label field, or the
 // blocks of a multi-block field. Throws KxException when it cannot be read.

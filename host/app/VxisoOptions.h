@@ -21,7 +21,9 @@ enum class VxisoCommand : unsigned
 // its default.
 struct VxisoOptions
 {
-    // The input: exactly one of volumeFile, rawFile and fieldName is set once it is chosen.
+    // The input: the words without an option, then (vxisoChooseInput) exactly one of volumeFile,
+    // rawFile and fieldName.
+    std::vector<std::string> inputs;
     std::string volumeFile, rawFile, fieldName;
     bool blocks = false; // volumeFile is a multi-block description
     VxRawDescription raw;
@@ -42,12 +44,17 @@ struct VxisoOptions
     double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};
 };
 
-// The options that follow the subcommand, checked on their own and for the input they name (see
-// vxisoChooseInput); what only one subcommand checks is its own business. Throws VxisoUsageError.
+// "surface", "info".
+const char* vxisoCommandName(VxisoCommand command);
+
+// The options that follow the subcommand, each checked on its own; how they fit together is the
+// business of the input (vxisoChooseInput) and of the subcommand. Throws VxisoUsageError.
 VxisoOptions vxisoParseOptions(const std::vector<std::string>& args, VxisoCommand command);
 
-// Whether the word asks for the help text, wherever it stands.
+// Whether the word asks for the help text (help wins wherever it stands).
 bool vxisoAsksForHelp(const std::string& word);
 
-// What --help prints.
+// What --help prints: the usage and the inputs, then every option of the table.
 std::string vxisoHelp();
+// The names and aliases of every option the help lists.
+std::vector<std::string> vxisoOptionNames();

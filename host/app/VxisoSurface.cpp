@@ -242,7 +242,7 @@ void warnAboutValues(const VxisoOptions& o, const VxSpatialData& data)
     warnOutsideRange(o.threshold, lo, hi);
 }
 
-// The host keeps the module's errors and warnings to its record (see runSurface); warnings are passed
+// The host keeps the module's errors and warnings to its record (see vxisoSurface); warnings are passed
 // on in the command's voice.
 void passOnModuleWarnings()
 {
@@ -302,6 +302,7 @@ void write(VxHostSession& host, const VxisoOptions& o)
 int vxisoSurface(const std::vector<std::string>& args)
 {
     VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Surface);
+    vxisoChooseInput(o);
     checkSurfaceOptions(o);
     refuseOverwritingInputs(o);
     checkWritable(o.output);

@@ -1,8 +1,9 @@
 // vxiso: the one-line command for the everyday job, e.g.
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
 //   vxiso info brain.nii.gz
-// Each subcommand is a file of its own (VxisoSurface.cpp, VxisoInfo.cpp), the options one table
-// (VxisoOptions.cpp), the inputs they share another (VxisoInputs.cpp).
+// Each subcommand is a file of its own (VxisoSurface.cpp, VxisoInfo.cpp); the options are one table
+// (VxisoOptionTable.cpp) that the parser reads by and the help is made from (VxisoOptions.cpp); the
+// inputs they share are read in VxisoInputs.cpp.
 #include "VxisoOptions.h"
 #include "VxisoSubcommands.h"
 
@@ -19,19 +20,19 @@ namespace {
 
 struct Subcommand
 {
-    const char* name;
+    VxisoCommand command;
     int (*run)(const std::vector<std::string>& args);
 };
 
 const Subcommand kSubcommands[] = {
-    {"surface", vxisoSurface},
-    {"info", vxisoInfo},
+    {VxisoCommand::Surface, vxisoSurface},
+    {VxisoCommand::Info, vxisoInfo},
 };
 
 const Subcommand* find(const std::string& name)
 {
     for (const Subcommand& s : kSubcommands)
-        if (name == s.name) return &s;
+        if (name == vxisoCommandName(s.command)) return &s;
     return nullptr;
 }
 

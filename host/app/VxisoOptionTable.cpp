@@ -1,0 +1,169 @@
+#include "VxisoOptionTable.h"
+
+#include <limits>
+#include <string>
+
+namespace {
+
+using Kind = VxisoOption::Kind;
+using Value = VxisoOption::Value;
+
+// More threads than any machine of ours has; the scheduler would not start them anyway.
+constexpr long long kMaxCores = 4096;
+
+constexpr unsigned kSurface = unsigned(VxisoCommand::Surface);
+constexpr unsigned kAll = unsigned(VxisoCommand::Surface) | unsigned(VxisoCommand::Info);
+
+void describesRaw(VxisoOptions& o)
+{
+    o.describesRaw = true;
+}
+
+void storeType(VxisoOptions& o, int, const Value& v)
+{
+    o.raw.type = KxPrimType::fromName(v.text.c_str());
+    if (!o.raw.type.isValid())
+        throw VxisoUsageError{"unknown value type '" + v.text +
+                              "' (use uint8, int8, uint16, int16, uint32, int32, float32 or float64)"};
+    o.haveType = true;
+}
+
+void storeDownsample(VxisoOptions& o, int i, const Value& v)
+{
+    if (v.integer < 1 || v.integer > std::numeric_limits<int>::max())
+        throw VxisoUsageError{"--downsample takes three factors of 1 or more, not " +
+                              std::to_string(v.integer)};
+    o.downsample[i] = int(v.integer);
+}
+
+void storeCores(VxisoOptions& o, int, const Value& v)
+{
+    if (v.integer < 1 || v.integer > kMaxCores)
+        throw VxisoUsageError{"--cores takes 1 to " + std::to_string(kMaxCores) + " threads, not " +
+                              std::to_string(v.integer)};
+    o.cores = v.integer;
+}
+
+} // namespace
+
+const std::vector<VxisoOption>& vxisoOptionTable()
+{
+    static const std::vector<VxisoOption> table = {
+        // The input.
+        {"--raw", nullptr, "FILE", Kind::Text, kAll, "a headerless volume (x fastest, native byte order)",
+         [](VxisoOptions& o, int, const Value& v) { o.rawFile = v.text; }},
+        {"--dims", nullptr, "NX NY NZ", Kind::Integer, kAll, "the raw volume's nodes along x, y and z",
+         [](VxisoOptions& o, int i, const Value& v) {
+             o.raw.dims[i] = v.integer;
+             o.haveDims = true;
+         }},
+        {"--type", nullptr, "TYPE", Kind::Text, kAll,
+         "the raw volume's value type: uint8, int8, uint16, int16, uint32, int32, float32 or float64",
+         storeType},
+        {"--spacing", nullptr, "SX SY SZ", Kind::Number, kAll,
+         "the raw volume's node spacing (default 1 1 1)",
+         [](VxisoOptions& o, int i, const Value& v) {
+             o.raw.spacing[i] = v.number;
+             describesRaw(o);
+         }},
+        {"--origin", nullptr, "X Y Z", Kind::Number, kAll, "the raw volume's first node (default 0 0 0)",
+         [](VxisoOptions& o, int i, const Value& v) {
+             o.raw.origin[i] = v.number;
+             describesRaw(o);
+         }},
+        {"--offset", nullptr, "BYTES", Kind::Integer, kAll, "bytes to skip before the raw volume's values",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.integer < 0) throw VxisoUsageError{"--offset must not be negative"};
+             o.raw.offset = uint64_t(v.integer);
+             describesRaw(o);
+         }},
+        {"--swap-bytes", nullptr, "", Kind::Flag, kAll, "the raw volume's values are in the other byte order",
+         [](VxisoOptions& o, int, const Value&) {
+             o.raw.swapBytes = true;
+             describesRaw(o);
+         }},
+        {"--field", nullptr, "NAME", Kind::Text, kAll,
+         "a built-in float field on [-1,1]^3: sphere, torus or gyroid; use -t 0",
+         [](VxisoOptions& o, int, const Value& v) { o.fieldName = v.text; }},
+        {"--size", nullptr, "N", Kind::Integer, kAll, "the built-in field's nodes along each axis",
+         [](VxisoOptions& o, int, const Value& v) { o.size = int(v.integer); }},
+        {"--undefined", nullptr, "U", Kind::AnyNumber, kAll,
+         "value that marks missing data (nan, inf and -inf allowed); no surface touches it",
+         [](VxisoOptions& o, int, const Value& v) {
+             o.raw.undefinedValue = v.number;
+             o.raw.hasUndefined = true;
+         }},
+        {"--labels", nullptr, "", Kind::Flag, kAll,
+         "read INPUT as a label volume (integer values, 0 the background); the surface then wraps the voxels "
+         "of "
+         "label N (--label N) or of every label",
+         [](VxisoOptions& o, int, const Value&) { o.labels = true; }},
+        {"--snap", nullptr, "", Kind::Gone, kAll,
+         "--snap is gone: vxiso surface runs the isosurface module, which snaps vertices within half an edge "
+         "(--compactify)",
+         nullptr},
+        {"-h", "--help", "", Kind::Help, kAll, "this text", nullptr},
+
+        // The surface.
+        {"-t", "--threshold", "VALUE", Kind::Number, kSurface,
+         "the surface lies where the field equals VALUE",
+         [](VxisoOptions& o, int, const Value& v) {
+             o.threshold = v.number;
+             o.haveThreshold = true;
+         }},
+        {"-o", "--output", "OUTPUT", Kind::Text, kSurface,
+         "the mesh to write; its extension picks the format: .ply, .stl, .off, .iv, .obj or .vtk",
+         [](VxisoOptions& o, int, const Value& v) { o.output = v.text; }},
+        {"--label", nullptr, "N", Kind::Integer, kSurface, "with --labels, wrap only the voxels of label N",
+         [](VxisoOptions& o, int, const Value& v) {
+             o.label = v.integer;
+             o.haveLabel = true;
+         }},
+        {"--mask", nullptr, "LABELS", Kind::Text, kSurface,
+         "keep only the surface inside the regions of the label volume LABELS (same dimensions as INPUT): "
+         "every "
+         "non-zero label, or only N with --mask-label N",
+         [](VxisoOptions& o, int, const Value& v) { o.maskFile = v.text; }},
+        {"--mask-label", nullptr, "N", Kind::Integer, kSurface, "with --mask, only the region of label N",
+         [](VxisoOptions& o, int, const Value& v) {
+             o.maskLabel = v.integer;
+             o.haveMaskLabel = true;
+         }},
+        {"--relaxed", nullptr, "", Kind::Flag, kSurface,
+         "with --mask, grow the region by one voxel first, so that triangles crossing its border are kept "
+         "too "
+         "(default: strict, only triangles inside it)",
+         [](VxisoOptions& o, int, const Value&) { o.relaxed = true; }},
+        {"--downsample", nullptr, "FX FY FZ", Kind::Integer, kSurface,
+         "extract from a copy averaged over FX x FY x FZ voxels (uniform volumes; each factor at most half "
+         "its "
+         "axis)",
+         storeDownsample},
+        {"--png", nullptr, "PICTURE", Kind::Text, kSurface,
+         "also draw the surface into a PNG picture (800 x 600, off-screen)",
+         [](VxisoOptions& o, int, const Value& v) { o.picture = v.text; }},
+        {"--view", nullptr, "DX DY DZ", Kind::Number, kSurface,
+         "the direction the picture looks in (default 0 0 -1)",
+         [](VxisoOptions& o, int i, const Value& v) { o.view[i] = v.number; }},
+        {"--up", nullptr, "UX UY UZ", Kind::Number, kSurface,
+         "the direction that is up in the picture (default 0 1 0)",
+         [](VxisoOptions& o, int i, const Value& v) { o.up[i] = v.number; }},
+        {"--ascii", nullptr, "", Kind::Flag, kSurface, "write PLY, STL and VTK as text instead of binary",
+         [](VxisoOptions& o, int, const Value&) { o.ascii = true; }},
+        {"--pad", nullptr, "", Kind::Flag, kSurface,
+         "surround the volume with one layer of nodes below VALUE, so that a surface reaching the volume's "
+         "border "
+         "is closed there (uniform volumes)",
+         [](VxisoOptions& o, int, const Value&) { o.pad = true; }},
+        {"--compactify", nullptr, "", Kind::Flag, kSurface,
+         "snap vertices within half an edge of a grid node onto one vertex per node (fewer triangles)",
+         [](VxisoOptions& o, int, const Value&) { o.compactify = true; }},
+        {"--cores", nullptr, "N", Kind::Integer, kSurface,
+         "1 runs sequentially; more (up to 4096) run in parallel on at most N threads (default: all cores)",
+         storeCores},
+        {"--verbose", nullptr, "", Kind::Flag, kSurface,
+         "also print the split axis, the number of slabs and the engine time",
+         [](VxisoOptions& o, int, const Value&) { o.verbose = true; }},
+    };
+    return table;
+}
