@@ -121,13 +121,18 @@ int interactive(VxInterpreter* vi)
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+// What the command line asks for; the first word that is no option is the script, the rest its
+// arguments.
+struct Invocation
 {
-    QCoreApplication qapp(argc, argv);
     std::vector<std::string> commands;
     bool loadPackages = true;
+    int script = 0; // argv index of the script, argc when there is none
+};
+
+// Returns -1 when the run goes on, else the exit status (help, or a wrong command line).
+int parse(int argc, char** argv, Invocation& run)
+{
     int i = 1;
     for (; i < argc; ++i) {
         if (!strcmp(argv[i], "-h") || !strcmp(argv[i], "--help")) {
@@ -139,9 +144,9 @@ int main(int argc, char** argv)
                 std::fprintf(stderr, "vxhost: error: -e needs the commands to run\n%s", kUsage);
                 return 2;
             }
-            commands.emplace_back(argv[++i]);
+            run.commands.emplace_back(argv[++i]);
         } else if (!strcmp(argv[i], "--no-packages")) {
-            loadPackages = false;
+            run.loadPackages = false;
         } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
             std::fprintf(stderr, "vxhost: error: unknown option \"%s\"\n%s", argv[i], kUsage);
             return 2;
@@ -149,29 +154,30 @@ int main(int argc, char** argv)
             break;
         }
     }
+    run.script = i;
+    return -1;
+}
 
-    VxHostSession session;
-    g_session = &session;
-    VxApplication* app = VxApplication::instance();
-    VxInterpreter* vi = app->interpreter();
-    Tcl_Interp* interp = vi->getTclInterp();
-    Tcl_SetExitProc(exitProc);
-    if (loadPackages) session.loadPackages();
-    vi->addCommand("packages", packagesCommand);
-
-    // Scripts see their arguments as Tcl's own shell passes them.
-    const char* script = i < argc ? argv[i] : nullptr;
+// Scripts see their arguments as Tcl's own shell passes them.
+void passArguments(Tcl_Interp* interp, int argc, char** argv, const Invocation& run)
+{
+    const char* script = run.script < argc ? argv[run.script] : nullptr;
+    const int first = script ? run.script + 1 : run.script;
     Tcl_Obj* args = Tcl_NewListObj(0, nullptr);
-    for (int k = script ? i + 1 : i; k < argc; ++k)
-        Tcl_ListObjAppendElement(interp, args, Tcl_NewStringObj(argv[k], -1));
+    for (int k = first; k < argc; ++k) Tcl_ListObjAppendElement(interp, args, Tcl_NewStringObj(argv[k], -1));
     Tcl_SetVar2Ex(interp, "argv", nullptr, args, TCL_GLOBAL_ONLY);
-    Tcl_SetVar2Ex(interp, "argc", nullptr, Tcl_NewIntObj(script ? argc - i - 1 : argc - i), TCL_GLOBAL_ONLY);
+    Tcl_SetVar2Ex(interp, "argc", nullptr, Tcl_NewIntObj(argc - first), TCL_GLOBAL_ONLY);
     Tcl_SetVar2Ex(interp, "argv0", nullptr, Tcl_NewStringObj(script ? script : argv[0], -1), TCL_GLOBAL_ONLY);
-    Tcl_SetVar2Ex(interp, "tcl_interactive", nullptr, Tcl_NewIntObj(!script && commands.empty() && isatty(0)),
-                  TCL_GLOBAL_ONLY);
+    Tcl_SetVar2Ex(interp, "tcl_interactive", nullptr,
+                  Tcl_NewIntObj(!script && run.commands.empty() && isatty(0)), TCL_GLOBAL_ONLY);
+}
 
-    // Modules report their failures as messages, not as script errors; they fail the run too.
-    const int errorsBefore = app->message()->errors().size();
+// The script, then the commands; the first failure ends the run with 1. Modules report their
+// failures as messages, not as script errors; they fail the run too.
+int runBatch(VxInterpreter* vi, const char* script, const std::vector<std::string>& commands)
+{
+    VxMessage* message = VxApplication::instance()->message();
+    const int errorsBefore = message->errors().size();
     int status = 0;
     if (script) {
         QString result;
@@ -189,8 +195,29 @@ int main(int argc, char** argv)
             std::printf("%s\n", result.toUtf8().constData());
         }
     }
-    if (status == 0 && app->message()->errors().size() > errorsBefore) status = 1;
-    if (!script && commands.empty()) status = interactive(vi);
+    if (status == 0 && message->errors().size() > errorsBefore) status = 1;
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication qapp(argc, argv);
+    Invocation run;
+    if (const int status = parse(argc, argv, run); status >= 0) return status;
+
+    VxHostSession session;
+    g_session = &session;
+    VxInterpreter* vi = VxApplication::instance()->interpreter();
+    Tcl_SetExitProc(exitProc);
+    if (run.loadPackages) session.loadPackages();
+    vi->addCommand("packages", packagesCommand);
+    passArguments(vi->getTclInterp(), argc, argv, run);
+
+    const char* script = run.script < argc ? argv[run.script] : nullptr;
+    int status = runBatch(vi, script, run.commands);
+    if (!script && run.commands.empty()) status = interactive(vi);
     std::fflush(stdout);
     return status;
 }
