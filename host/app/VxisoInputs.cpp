@@ -151,18 +151,15 @@ KxHandle<VxRegScalarField3> labelVolume(const VxisoOptions& o, const VxUniformLa
     return keep;
 }
 
-// With --mask: the chosen regions of LABELS as a mask of 0 and 1 for the masked module, on the
-// nodes of the volume it restricts (padded like it).
-KxHandle<VxUniformLabelField3> regionMask(const VxisoOptions& o, const VxRegScalarField3& volume)
+// The label volume of --mask, which must have the volume's dimensions.
+KxHandle<VxSpatialData> readMaskLabels(const VxisoOptions& o, const KxDim3l& v)
 {
     QString error;
     VxReadOptions options;
     options.labels = true;
     KxHandle<VxSpatialData> data = VxVolumeReader::read(QString::fromStdString(o.maskFile), options, &error);
     if (!data) throw KxException(error);
-    const auto& labels = static_cast<const VxUniformLabelField3&>(*data);
-    const KxDim3l& d = labels.getDims();
-    const KxDim3l& v = volume.getDims();
+    const KxDim3l& d = static_cast<const VxUniformLabelField3&>(*data).getDims();
     if (!(d == v))
         throw KxException(
             QString("%1: the mask has %2 x %3 x %4 voxels but the volume has %5 x %6 x %7; they must match")
@@ -173,6 +170,16 @@ KxHandle<VxUniformLabelField3> regionMask(const VxisoOptions& o, const VxRegScal
                 .arg(v.nx)
                 .arg(v.ny)
                 .arg(v.nz));
+    return data;
+}
+
+// With --mask: the chosen regions of LABELS as a mask of 0 and 1 for the masked module, on the
+// nodes of the volume it restricts (padded like it).
+KxHandle<VxUniformLabelField3> regionMask(const VxisoOptions& o, const VxRegScalarField3& volume)
+{
+    const KxDim3l& d = volume.getDims();
+    const KxHandle<VxSpatialData> data = readMaskLabels(o, d);
+    const auto& labels = static_cast<const VxUniformLabelField3&>(*data);
     const int64_t pad = o.pad ? 1 : 0;
     auto* mask = new VxUniformLabelField3(KxDim3l(d.nx + 2 * pad, d.ny + 2 * pad, d.nz + 2 * pad));
     KxHandle<VxUniformLabelField3> keep(mask);
@@ -180,7 +187,7 @@ KxHandle<VxUniformLabelField3> regionMask(const VxisoOptions& o, const VxRegScal
     if (chooseLabels(labels.lattice(), chosen, pad,
                      static_cast<unsigned char*>(mask->lattice().getLabels(0))) == 0)
         throw KxException(noVoxelChosen(o.maskFile, chosen));
-    const KxVec3f voxel = vxisoVoxelSize(volume, v);
+    const KxVec3f voxel = vxisoVoxelSize(volume, d);
     mask->setBoundingBox(grownBox(volume.getBoundingBox(), voxel, pad), voxel);
     return keep;
 }
