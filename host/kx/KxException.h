@@ -26,6 +26,8 @@ class KxOutOfMemory : public std::bad_alloc
 {
 public:
     explicit KxOutOfMemory(std::size_t bytes);
+    // Memory for something that has no size to give ("could not start a thread").
+    explicit KxOutOfMemory(const char* couldNot);
     std::size_t bytes() const { return m_bytes; }
     // "out of memory: could not get 1.9 GiB (2040109465 bytes)"
     const char* what() const noexcept override { return m_text; }

@@ -36,6 +36,11 @@ KxOutOfMemory::KxOutOfMemory(std::size_t bytes) : m_bytes(bytes)
                       units[unit], bytes);
 }
 
+KxOutOfMemory::KxOutOfMemory(const char* couldNot) : m_bytes(0)
+{
+    std::snprintf(m_text, sizeof m_text, "out of memory: %s", couldNot);
+}
+
 void* kxmalloc(std::size_t bytes)
 {
     if (!bytes) return nullptr;

@@ -45,6 +45,9 @@ void KxThread::start()
         });
     } catch (const std::system_error& e) {
         m_running = false;
+        // No room for another stack is how running out of address space shows here.
+        if (e.code() == std::errc::resource_unavailable_try_again)
+            throw KxOutOfMemory("could not start a thread");
         throw KxException(QString("cannot start a thread (%1)").arg(QString::fromLocal8Bit(e.what())));
     }
 }
