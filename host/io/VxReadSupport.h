@@ -5,17 +5,27 @@
 
 #include <QString>
 
+#include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
 class VxUniformScalarField3;
 struct VxVolumePlacement;
 
-// What the text-header readers (NRRD, MetaImage, VTK) do alike once their header is understood.
+// What the volume readers do alike once their header is understood.
 namespace VxReadSupport {
 
 // Opens the data file a header names: an absolute name as it is, else beside the header.
 std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& header, const std::string& name);
+// The first of base + suffix that is a file (not a folder), or an empty string.
+QString firstFile(const QString& base, std::initializer_list<const char*> suffixes);
+
+// A kxmalloc'd block for values, freed unless released.
+using Values = std::unique_ptr<void, void (*)(void*)>;
+// bytes for the values `what` ("5x4x3 int16") of the file at path; fails saying so when memory is
+// short.
+Values allocateValues(const QString& path, uint64_t bytes, const QString& what);
 
 // A uniform field taking over the values (freed when it fails), placed where `where` says (which
 // must have been normalised for dims), and labelled with the file's name.

@@ -1,8 +1,8 @@
 #include <io/VxValueReader.h>
 
 #include <io/VxInputFile.h>
+#include <io/VxReadSupport.h>
 #include <kx/KxLatticeSize.h>
-#include <kx/KxMemory.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,7 +11,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -19,18 +18,9 @@
 
 namespace {
 
-using Block = std::unique_ptr<void, void (*)(void*)>;
+using VxReadSupport::Values;
 
 constexpr bool kHostBigEndian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
-
-Block allocate(VxInputFile& file, uint64_t bytes, const QString& what)
-{
-    try {
-        return Block(kxmalloc(std::size_t(bytes)), &kxfree);
-    } catch (const std::bad_alloc&) {
-        file.fail(QString("not enough memory for %1 values (%2 bytes)").arg(what).arg(bytes));
-    }
-}
 
 // Fails unless the file holds bytes more from where it stands.
 void requireBytes(VxInputFile& file, uint64_t bytes, const QString& what)
@@ -227,7 +217,7 @@ void* VxValueReader::read(VxInputFile& file, const KxDim3l& dims, KxPrimType typ
                               "file is truncated or its header is wrong")
                           .arg(left)
                           .arg(what));
-        Block data = allocate(file, bytes, what);
+        Values data = VxReadSupport::allocateValues(file.path(), bytes, what);
         kxDispatchPrimType(type, data.get(), [&](auto* p) { readText(file, p, count, what); });
         return data.release();
     }
@@ -235,7 +225,7 @@ void* VxValueReader::read(VxInputFile& file, const KxDim3l& dims, KxPrimType typ
         requireBytes(file, bytes, what);
     else
         requireCompressed(file, bytes, what);
-    Block data = allocate(file, bytes, what);
+    Values data = VxReadSupport::allocateValues(file.path(), bytes, what);
     if (encoding == VxEncoding::Raw)
         readRaw(file, data.get(), bytes, what);
     else
@@ -264,7 +254,7 @@ void VxValueReader::readFloats(VxInputFile& file, float* out, uint64_t count, Kx
                       .arg(count)
                       .arg(what));
     const uint64_t bytes = count * type.size();
-    Block data = allocate(file, bytes, what);
+    Values data = VxReadSupport::allocateValues(file.path(), bytes, what);
     readRaw(file, data.get(), bytes, what);
     if (bigEndian != kHostBigEndian) swapBytes(data.get(), count, type.size());
     kxDispatchPrimType(type, data.get(), [&](auto* p) {
