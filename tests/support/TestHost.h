@@ -4,6 +4,7 @@
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
+#include <vx/VxObject.h>
 #include <vx/VxObjectPool.h>
 
 #include <QProcess>
@@ -11,7 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <ostream>
+#include <string>
 
 // Readable failures, and texts that go straight into failure messages.
 inline std::ostream& operator<<(std::ostream& os, const QString& s)
@@ -47,6 +51,26 @@ inline VxMessage* messages()
 template <class T> T* object(const char* name)
 {
     return static_cast<T*>(VxApplication::instance()->objectPool()->findObject(name));
+}
+
+// Names the object and hands it to the pool, as a reader's or script's "load" does.
+inline void addObject(VxObject* o, const char* name)
+{
+    o->setLabel(name);
+    VxApplication::instance()->objectPool()->addObject(o);
+}
+
+// The lines an object writes for its ports into a saved network.
+inline std::string savedPorts(VxObject& o)
+{
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* fp = open_memstream(&text, &size);
+    o.savePorts(fp);
+    fclose(fp);
+    const std::string saved(text, size);
+    free(text);
+    return saved;
 }
 
 struct ProgramRun

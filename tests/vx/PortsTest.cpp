@@ -1,11 +1,9 @@
 // Ports as modules and scripts use them: values, ranges and change flags, the script verbs with
 // their exact error texts, saved states, and redesigned ports kept for old scripts.
+#include "../support/TestHost.h"
+
 #include <kx/KxHandle.h>
-#include <vx/VxApplication.h>
 #include <vx/VxColormap.h>
-#include <vx/VxInterpreter.h>
-#include <vx/VxMessage.h>
-#include <vx/VxObjectPool.h>
 #include <vx/VxPort3DPointList.h>
 #include <vx/VxPortButtonList.h>
 #include <vx/VxPortColorList.h>
@@ -30,8 +28,6 @@
 
 #include <QFont>
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdlib>
 #include <functional>
@@ -39,6 +35,8 @@
 #include <optional>
 
 namespace {
+
+using namespace vxtest;
 
 // An object that owns ports; counts the touches it hears of.
 class PortOwner : public VxObject
@@ -701,13 +699,7 @@ TEST_F(DeprecatedPortTest, OldPortIsHiddenUnlistedUnsavedAndUntouchedWithTheNewO
     options.getDeprecatedPort().setNum(2);
     options.getDeprecatedPort().setValue(1, true);
     options.setValue(0, true);
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* fp = open_memstream(&text, &size);
-    m_owner.savePorts(fp);
-    fclose(fp);
-    EXPECT_STREQ(text, "\"Isosurface\" options setValue 0 1\n");
-    free(text);
+    EXPECT_EQ(savedPorts(m_owner), "\"Isosurface\" options setValue 0 1\n");
 
     ASSERT_TRUE(options.getDeprecatedPort().isItemNew(1));
     m_owner.untouchAllPorts();
