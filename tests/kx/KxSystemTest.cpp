@@ -6,11 +6,10 @@
 #include <QTemporaryDir>
 
 #include <atomic>
-#include <condition_variable>
 #include <fstream>
-#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include <sched.h>
 
@@ -112,38 +111,25 @@ TEST(KxEnvironment, ExistsTellsEmptyFromUnsetAndNeverMatchesAPrefix)
 
 namespace {
 
-// Runs until released, so that the test decides when it ends.
+// Runs until released, so that the test decides when it ends; each release lets one run through.
 class GatedThread : public KxThread
 {
 public:
     ~GatedThread() override
     {
-        release();
+        open = true;
         join();
     }
-    void release()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = true;
-        m_gate.notify_all();
-    }
+    std::atomic<bool> open{false}, fail{false};
     std::atomic<int> runs{0};
-    std::atomic<bool> fail{false};
 
 protected:
     void run() override
     {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_gate.wait(lock, [this] { return m_open; });
-        m_open = false;
+        while (!open.exchange(false)) std::this_thread::yield();
         ++runs;
         if (fail) throw std::runtime_error("no memory");
     }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_gate;
-    bool m_open = false;
 };
 
 } // namespace
@@ -156,7 +142,7 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     EXPECT_TRUE(t.isRunning());
     EXPECT_FALSE(t.wait(20));
     t.start(); // ignored while running
-    t.release();
+    t.open = true;
     EXPECT_TRUE(t.wait());
     EXPECT_FALSE(t.isRunning());
     EXPECT_EQ(t.runs, 1);
@@ -164,7 +150,7 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     // It can run again, and a bounded wait also sees the end.
     t.start();
     EXPECT_FALSE(t.wait(1));
-    t.release();
+    t.open = true;
     while (!t.wait(10)) {
     }
     EXPECT_EQ(t.runs, 2);
@@ -172,7 +158,7 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     // What run() throws reaches the waiting thread once, and the thread runs again afterwards.
     t.fail = true;
     t.start();
-    t.release();
+    t.open = true;
     EXPECT_THROW(
         try { t.wait(); } catch (const std::runtime_error& e) {
             EXPECT_STREQ(e.what(), "no memory");
@@ -182,7 +168,7 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     EXPECT_TRUE(t.wait());
     t.fail = false;
     t.start();
-    t.release();
+    t.open = true;
     EXPECT_TRUE(t.wait());
     EXPECT_EQ(t.runs, 4);
 }

@@ -32,7 +32,6 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <optional>
 
 namespace {
 
@@ -657,32 +656,27 @@ TEST_F(PortsTest, SavedStateRestoresEveryPortKind)
 }
 
 using OptionsPort = VxPortDeprecatedSubstitute<VxPortToggleList, VxPortToggleList, 920, 1100>;
+
 // Each test starts from a host that allows deprecation warnings, declares version 919 and has no
-// RUNNING_TEST in its environment (ctest may set it); all of that is put back afterwards.
+// RUNNING_TEST in its environment; the version and the permission are put back afterwards.
 class DeprecatedPortTest : public PortsTest
 {
 protected:
     void SetUp() override
     {
-        if (const char* v = getenv("RUNNING_TEST")) m_runningTest = std::string(v);
         unsetenv("RUNNING_TEST");
         m_message->setConsole(nullptr);
         m_message->clearRecords();
         m_interpreter->setCompatibilityVersion(919);
-        m_interpreter->setDeprecationWarningAllowed(true);
     }
     void TearDown() override
     {
-        if (m_runningTest) setenv("RUNNING_TEST", m_runningTest->c_str(), 1);
         m_interpreter->setCompatibilityVersion(VxInterpreter::CURRENT_VERSION);
         m_interpreter->setDeprecationWarningAllowed(true);
-        m_message->setConsole(stdout);
-        m_message->clearRecords();
     }
     int run(const std::string& line) { return PortsTest::run(m_owner, line); }
 
-    std::optional<std::string> m_runningTest;
-    VxMessage* m_message = VxApplication::instance()->message();
+    VxMessage* m_message = messages();
     VxInterpreter* m_interpreter = VxApplication::instance()->interpreter();
     PortOwner m_owner{"Isosurface"};
     OptionsPort options{&m_owner, "Options", "options"};
