@@ -261,7 +261,7 @@ TEST(KxInterface, LastUnrefDeletesButAFactoryMayHandOverAtZero)
     EXPECT_TRUE(g_deleted);
 }
 
-TEST(KxString, FormatsLikePrintfAtAnyLengthWhateverTheLocale)
+TEST(KxString, FormatsLikePrintfAtAnyLength)
 {
     EXPECT_EQ(KxString::printf("Isosurface contains %lu triangles (%2.2f%% less)", 12ul, 33.3333f),
               QString("Isosurface contains 12 triangles (33.33% less)"));
@@ -271,13 +271,14 @@ TEST(KxString, FormatsLikePrintfAtAnyLengthWhateverTheLocale)
     const QString s = KxString::printf("<%s>%d", std::string(100000, 'x').c_str(), 5);
     EXPECT_EQ(s.size(), 100003);
     EXPECT_TRUE(s.endsWith(">5"));
+}
 
+TEST(KxString, DecimalPointIgnoresTheLocale)
+{
     // QCoreApplication installs the environment's locale; messages must read the same everywhere.
     const std::string old = std::setlocale(LC_NUMERIC, nullptr);
     const bool comma = std::setlocale(LC_NUMERIC, "de_DE.UTF-8") || std::setlocale(LC_NUMERIC, "fr_FR.UTF-8");
     EXPECT_EQ(KxString::printf("%.2f", 2.5), QString("2.50"));
     std::setlocale(LC_NUMERIC, old.c_str());
-    if (!comma)
-        GTEST_SKIP() << "no locale with a decimal comma installed: the decimal point was checked under the C "
-                        "locale only";
+    if (!comma) GTEST_SKIP() << "no locale with a decimal comma installed; checked under the C locale only";
 }
