@@ -2,18 +2,16 @@
 #include <kx/KxEnvironment.h>
 #include <kx/KxThread.h>
 
+#include <QDir>
+#include <QTemporaryDir>
+
 #include <atomic>
-#include <condition_variable>
-#include <cstdlib>
 #include <fstream>
-#include <mutex>
 #include <stdexcept>
 #include <string>
-#include <vector>
+#include <thread>
 
 #include <sched.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -26,43 +24,32 @@ class FakeCpuTree
 public:
     FakeCpuTree(int packages, int cores, int threads, const std::string& online = "")
     {
-        char pattern[] = "/tmp/kxcpuXXXXXX";
-        m_dir = mkdtemp(pattern);
         const int n = packages * cores * threads;
         write("online", online.empty() ? "0-" + std::to_string(n - 1) + "\n" : online);
         for (int p = 0; p < packages; ++p)
             for (int c = 0; c < cores; ++c)
                 for (int t = 0; t < threads; ++t) {
                     const std::string cpu = "cpu" + std::to_string((p * cores + c) * threads + t);
-                    mkdir((m_dir + "/" + cpu).c_str(), 0755);
-                    mkdir((m_dir + "/" + cpu + "/topology").c_str(), 0755);
+                    QDir(m_dir.path()).mkpath(QString::fromStdString(cpu + "/topology"));
                     write(cpu + "/topology/physical_package_id", std::to_string(p) + "\n");
                     write(cpu + "/topology/core_id", std::to_string(c) + "\n"); // repeats per package
                 }
     }
-    ~FakeCpuTree() { std::system(("rm -rf '" + m_dir + "'").c_str()); }
-    const std::string& dir() const { return m_dir; }
+    std::string dir() const { return m_dir.path().toStdString(); }
     void write(const std::string& name, const std::string& text)
     {
-        std::ofstream(m_dir + "/" + name) << text;
+        std::ofstream(dir() + "/" + name) << text;
     }
 
 private:
-    std::string m_dir;
+    QTemporaryDir m_dir;
 };
 
-struct Topology
+// CPUs x cores x logical processors.
+std::string topology(const KxCPUInfo& i)
 {
-    int cpus, cores, lpus;
-    bool operator==(const Topology& o) const { return cpus == o.cpus && cores == o.cores && lpus == o.lpus; }
-};
-std::ostream& operator<<(std::ostream& os, const Topology& t)
-{
-    return os << t.cpus << " x " << t.cores << " x " << t.lpus;
-}
-Topology topology(const KxCPUInfo& i)
-{
-    return {i.getCPUCount(), i.getCoreCount(), i.getLPUCount()};
+    return std::to_string(i.getCPUCount()) + "x" + std::to_string(i.getCoreCount()) + "x" +
+           std::to_string(i.getLPUCount());
 }
 
 } // namespace
@@ -79,50 +66,43 @@ TEST(KxCPUInfo, ProductIsTheAffinityCountOfThisProcess)
 TEST(KxCPUInfo, CountsWhatTheProcessMayUse)
 {
     FakeCpuTree tree(2, 4, 2); // cpu (p * 4 + c) * 2 + t
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), (Topology{2, 4, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), "2x4x2");
     // Restricted to both threads of two cores of the second package.
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {8, 9, 10, 11})), (Topology{1, 2, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {8, 9, 10, 11})), "1x2x2");
     // One thread of each core of both packages.
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 2, 4, 6, 8, 10, 12, 14})), (Topology{2, 4, 1}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 2, 4, 6, 8, 10, 12, 14})), "2x4x1");
     // Irregular (a whole core and half of another): still one thread per usable CPU.
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2})), (Topology{1, 3, 1}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2})), "1x3x1");
     // CPUs in the mask but offline do not count.
     tree.write("online", "0-3,5\n");
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), (Topology{1, 5, 1})); // cpu 5 without its sibling
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2, 3})), (Topology{1, 2, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), "1x5x1"); // cpu 5 without its sibling
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {0, 1, 2, 3})), "1x2x2");
 }
 
 TEST(KxCPUInfo, FallsBackToOneCorePerCpuWhenTopologyIsMissing)
 {
-    EXPECT_EQ(topology(KxCPUInfo("/nonexistent/cpu", {0, 1, 2})), (Topology{1, 3, 1}));
+    EXPECT_EQ(topology(KxCPUInfo("/nonexistent/cpu", {0, 1, 2})), "1x3x1");
     const KxCPUInfo unknown("/nonexistent/cpu", {});
     EXPECT_EQ(unknown.getCPUCount() * unknown.getLPUCount(), 1);
-    EXPECT_GE(unknown.getCoreCount(), 1);
 
     // An unreadable online list: the cpuN directories tell which CPUs exist.
     FakeCpuTree tree(1, 1, 2);
     tree.write("online", "garbage");
-    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), (Topology{1, 1, 2}));
+    EXPECT_EQ(topology(KxCPUInfo(tree.dir(), {})), "1x1x2");
 
     // Online CPUs without topology files.
     FakeCpuTree bare(1, 1, 1, "0-5\n");
-    EXPECT_EQ(topology(KxCPUInfo(bare.dir(), {})), (Topology{1, 6, 1}));
+    EXPECT_EQ(topology(KxCPUInfo(bare.dir(), {})), "1x6x1");
 }
 
-TEST(KxEnvironment, ExistsAndValue)
+TEST(KxEnvironment, ExistsTellsEmptyFromUnsetAndNeverMatchesAPrefix)
 {
     unsetenv("KX_TEST_VAR");
     EXPECT_FALSE(KxEnvironment::exists("KX_TEST_VAR"));
     EXPECT_EQ(KxEnvironment::value("KX_TEST_VAR", "none"), QString("none"));
-
     setenv("KX_TEST_VAR", "", 1);
     EXPECT_TRUE(KxEnvironment::exists("KX_TEST_VAR"));
     EXPECT_FALSE(KxEnvironment::exists("KX_TEST_VAR", true));
-
-    setenv("KX_TEST_VAR", "1", 1);
-    EXPECT_TRUE(KxEnvironment::exists("KX_TEST_VAR", true));
-    EXPECT_EQ(KxEnvironment::value("KX_TEST_VAR"), QString("1"));
-
     setenv("KX_TEST_VAR", "a=b", 1);
     EXPECT_FALSE(KxEnvironment::exists("KX_TEST_VAR=a")); // not a prefix match on NAME=VALUE
     EXPECT_FALSE(KxEnvironment::exists(""));
@@ -131,38 +111,25 @@ TEST(KxEnvironment, ExistsAndValue)
 
 namespace {
 
-// Runs until released, so that the test decides when it ends.
+// Runs until released, so that the test decides when it ends; each release lets one run through.
 class GatedThread : public KxThread
 {
 public:
     ~GatedThread() override
     {
-        release();
+        open = true;
         join();
     }
-    void release()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = true;
-        m_gate.notify_all();
-    }
+    std::atomic<bool> open{false}, fail{false};
     std::atomic<int> runs{0};
-    std::atomic<bool> fail{false};
 
 protected:
     void run() override
     {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_gate.wait(lock, [this] { return m_open; });
-        m_open = false;
+        while (!open.exchange(false)) std::this_thread::yield();
         ++runs;
         if (fail) throw std::runtime_error("no memory");
     }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_gate;
-    bool m_open = false;
 };
 
 } // namespace
@@ -173,19 +140,17 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     EXPECT_TRUE(t.wait(0)); // never started
     t.start();
     EXPECT_TRUE(t.isRunning());
-    EXPECT_FALSE(t.wait(0));
     EXPECT_FALSE(t.wait(20));
     t.start(); // ignored while running
-    t.release();
+    t.open = true;
     EXPECT_TRUE(t.wait());
     EXPECT_FALSE(t.isRunning());
-    EXPECT_TRUE(t.wait(0));
     EXPECT_EQ(t.runs, 1);
 
     // It can run again, and a bounded wait also sees the end.
     t.start();
     EXPECT_FALSE(t.wait(1));
-    t.release();
+    t.open = true;
     while (!t.wait(10)) {
     }
     EXPECT_EQ(t.runs, 2);
@@ -193,7 +158,7 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     // What run() throws reaches the waiting thread once, and the thread runs again afterwards.
     t.fail = true;
     t.start();
-    t.release();
+    t.open = true;
     EXPECT_THROW(
         try { t.wait(); } catch (const std::runtime_error& e) {
             EXPECT_STREQ(e.what(), "no memory");
@@ -203,7 +168,7 @@ TEST(KxThread, WaitTimesOutWhileRunningAndSucceedsAfterwards)
     EXPECT_TRUE(t.wait());
     t.fail = false;
     t.start();
-    t.release();
+    t.open = true;
     EXPECT_TRUE(t.wait());
     EXPECT_EQ(t.runs, 4);
 }

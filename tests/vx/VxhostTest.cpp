@@ -1,181 +1,157 @@
 // The vxhost program end to end: package loading and its warnings, scripts with arguments, errors
 // and exit codes, networks saved by one run and loaded by another, and the interactive shell.
 #include "../support/TestFiles.h"
+#include "../support/TestHost.h"
 
-#include <gtest/gtest.h>
-
-#include <QFile>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QTemporaryDir>
 
 namespace {
 
-struct HostRun
+using namespace vxtest;
+
+ProgramRun vxhost(const QStringList& args, const QString& packagePath = VXTEST_PACKAGE_DIR,
+                  const QByteArray& input = {})
 {
-    int exitCode = -1;
-    QString out, err;
+    return runProgram(VXHOST_PROGRAM, args, {}, {"VXHOST_PACKAGE_PATH=" + packagePath}, input);
+}
+
+class Vxhost : public TempDirTest
+{
+protected:
+    QString file(const std::string& name, const std::string& text = "")
+    {
+        if (!text.empty()) spit(path(name), text);
+        return qpath(name);
+    }
 };
 
-HostRun vxhost(const QStringList& args, const QString& packagePath = VXTEST_PACKAGE_DIR,
-               const QByteArray& input = {})
+TEST_F(Vxhost, TypeinfoListsThePackagesClassesWithTheirParents)
 {
-    QProcess p;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("VXHOST_PACKAGE_PATH", packagePath);
-    p.setProcessEnvironment(env);
-    p.start(VXHOST_PROGRAM, args);
-    EXPECT_TRUE(p.waitForStarted());
-    p.write(input);
-    p.closeWriteChannel();
-    EXPECT_TRUE(p.waitForFinished(60000));
-    HostRun r;
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = QString::fromUtf8(p.readAllStandardOutput());
-    r.err = QString::fromUtf8(p.readAllStandardError());
-    return r;
-}
-
-void writeFile(const QString& path, const char* text)
-{
-    vxtest::spit(path.toStdString(), text);
-}
-
-TEST(Vxhost, TypeinfoListsThePackagesClassesWithTheirParents)
-{
-    HostRun r = vxhost({"-e", "typeinfo"});
+    ProgramRun r = vxhost({"-e", "typeinfo"});
     EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.contains("VxTestSphere VxTriBase VxViewBase VxModule VxObject KxTypedObject\n"))
-        << r.out.toStdString();
+        << r.out;
     EXPECT_TRUE(
-        r.out.contains("VxUniformScalarField3 VxRegScalarField3 VxScalarField3 VxSpatialData VxObject"))
-        << r.out.toStdString();
+        r.out.contains("VxUniformScalarField3 VxRegScalarField3 VxScalarField3 VxSpatialData VxObject"));
     EXPECT_EQ(r.err, "");
-    r = vxhost({"-e", "lmap p [packages] {lindex $p 0}"});
-    EXPECT_EQ(r.out, "vxiso vxtestpkg\n") << r.err.toStdString();
+    EXPECT_EQ(vxhost({"-e", "lmap p [packages] {lindex $p 0}"}).out, "vxiso vxtestpkg\n");
 }
 
-TEST(Vxhost, BadPackageLibrariesAreNamedAndTheHostStartsAnyway)
+TEST_F(Vxhost, BadPackageLibrariesAreNamedAndTheHostStartsAnyway)
 {
-    QTemporaryDir dir;
-    writeFile(dir.filePath("libbroken.so"), "this is no shared library\n");
-    QString path = dir.path() + ":" + VXTEST_NOTPACKAGE_DIR + ":/nonexistent/packages:" + VXTEST_PACKAGE_DIR;
-    HostRun r = vxhost({"-e", "create VxTestSphere s"}, path);
+    const QString broken = file("libbroken.so", "this is no shared library\n");
+    const ProgramRun r =
+        vxhost({"-e", "create VxTestSphere s"},
+               dir.path() + ":" VXTEST_NOTPACKAGE_DIR ":/nonexistent/packages:" VXTEST_PACKAGE_DIR);
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "s\n");
-    EXPECT_TRUE(r.err.contains(
-        QString("Warning: cannot load package library \"%1\": ").arg(dir.filePath("libbroken.so"))))
-        << r.err.toStdString();
-    EXPECT_TRUE(r.err.contains(QString("Warning: \"%1/libvxnotapkg.so\" is not a package library: it has no "
-                                       "corvapackage_vxnotapkg_init and corvapackage_vxnotapkg_finish")
-                                   .arg(VXTEST_NOTPACKAGE_DIR)))
-        << r.err.toStdString();
-    EXPECT_TRUE(r.err.contains("Warning: package folder \"/nonexistent/packages\" does not exist"))
-        << r.err.toStdString();
-    EXPECT_EQ(r.err.count('\n'), 3) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains(QString("Warning: cannot load package library \"%1\": ").arg(broken)))
+        << r.err;
+    EXPECT_TRUE(r.err.contains("Warning: \"" VXTEST_NOTPACKAGE_DIR
+                               "/libvxnotapkg.so\" is not a package library: "
+                               "it has no corvapackage_vxnotapkg_init and corvapackage_vxnotapkg_finish"))
+        << r.err;
+    EXPECT_TRUE(r.err.contains("Warning: package folder \"/nonexistent/packages\" does not exist")) << r.err;
+    EXPECT_EQ(r.err.count('\n'), 3) << r.err;
 }
 
-TEST(Vxhost, ScriptsGetArgumentsAndExportWhatModulesMake)
+TEST_F(Vxhost, ScriptsGetArgumentsAndExportWhatModulesMake)
 {
-    QTemporaryDir dir;
-    const QString script = dir.filePath("sphere.tcl"), mesh = dir.filePath("sphere.ply");
-    writeFile(script, "puts \"args: $argc $argv\"\n"
-                      "create VxTestSphere s\n"
-                      "s subdivisions setValue [lindex $argv 0]\n"
-                      "s doIt hit\n"
-                      "s fire\n"
-                      "s exportData ply [lindex $argv 1]\n"
-                      "puts [s getNumPoints]\n");
-    HostRun r = vxhost({script, "2", mesh});
-    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
-    EXPECT_EQ(r.out, QString("args: 2 2 %1\nTestSphere contains 320 triangles\n162\n").arg(mesh));
-    QFile ply(mesh);
-    ASSERT_TRUE(ply.open(QIODevice::ReadOnly));
-    EXPECT_TRUE(ply.readAll().contains("element face 320"));
+    const QString script = file("sphere.tcl", "puts \"args: $argc $argv\"\n"
+                                              "create VxTestSphere s\n"
+                                              "s subdivisions setValue [lindex $argv 0]\n"
+                                              "s doIt hit\n"
+                                              "s fire\n"
+                                              "s exportData ply [lindex $argv 1]\n"
+                                              "puts [s getNumPoints]\n");
+    const ProgramRun r = vxhost({script, "2", qpath("sphere.ply")});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out,
+              QString("args: 2 2 %1\nTestSphere contains 320 triangles\n162\n").arg(qpath("sphere.ply")));
+    EXPECT_NE(slurp(path("sphere.ply")).find("element face 320"), std::string::npos);
 }
 
-TEST(Vxhost, ErrorsNameTheirPlaceAndSetTheExitCode)
+TEST_F(Vxhost, ErrorsNameTheirPlaceAndSetTheExitCode)
 {
-    QTemporaryDir dir;
-    const QString script = dir.filePath("bad.tcl");
-    writeFile(script, "create VxTestSphere s\n\ns radius setValue wide\n");
-    HostRun r = vxhost({script});
+    const QString script = file("bad.tcl", "create VxTestSphere s\n\ns radius setValue wide\n");
+    ProgramRun r = vxhost({script});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_TRUE(r.err.startsWith(
         QString("vxhost: error in %1: \"s\" port \"radius\": \"wide\" is not a number").arg(script)))
-        << r.err.toStdString();
-    EXPECT_TRUE(r.err.contains("line 3")) << r.err.toStdString();
-
-    r = vxhost({"-e", "create VxTestSphere s; s nosuch"});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(r.err.startsWith("vxhost: error: \"s\" has no port or command \"nosuch\""))
-        << r.err.toStdString();
-
-    r = vxhost({"-e", "create VxTestSphere s; exit 3"});
-    EXPECT_EQ(r.exitCode, 3);
-    r = vxhost({"--bogus"});
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_TRUE(r.err.startsWith("vxhost: error: unknown option \"--bogus\"")) << r.err.toStdString();
-    r = vxhost({dir.filePath("missing.tcl")});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(r.err.contains("missing.tcl")) << r.err.toStdString();
+        << r.err;
+    EXPECT_TRUE(r.err.contains("line 3")) << r.err;
+    const struct
+    {
+        QStringList args;
+        int exitCode;
+        QString err;
+    } cases[] = {
+        {{"-e", "create VxTestSphere s; s nosuch"},
+         1,
+         "vxhost: error: \"s\" has no port or command \"nosuch\""},
+        {{"-e", "create VxTestSphere s; exit 3"}, 3, ""},
+        {{"--bogus"}, 2, "vxhost: error: unknown option \"--bogus\""},
+        {{qpath("missing.tcl")}, 1, "vxhost: error"},
+    };
+    for (const auto& c : cases) {
+        r = vxhost(c.args);
+        EXPECT_EQ(r.exitCode, c.exitCode) << c.args.join(' ');
+        EXPECT_EQ(r.err.left(c.err.size()), c.err) << r.err;
+    }
+    EXPECT_TRUE(r.err.contains("missing.tcl")) << r.err;
 }
 
-TEST(Vxhost, NetworkSavedByOneRunIsRebuiltAndRecomputedByAnother)
+TEST_F(Vxhost, NetworkSavedByOneRunIsRebuiltAndRecomputedByAnother)
 {
-    QTemporaryDir dir;
-    const QString net = dir.filePath("net.tcl");
-    HostRun r = vxhost(
-        {"-e", QString("create VxTestSphere ball; ball radius setValue 2.5; ball subdivisions setValue 3;"
-                       "ball doIt hit; ball fire; create VxTestAllPorts m; m data connect ball;"
-                       "m text setValue {a b}; saveNetwork %1")
-                   .arg(net)});
-    ASSERT_EQ(r.exitCode, 0) << r.err.toStdString();
+    const QString net = qpath("net.tcl");
+    ProgramRun r =
+        vxhost({"-e", "create VxTestSphere ball; ball radius setValue 2.5; ball subdivisions setValue 3;"
+                      "ball doIt hit; ball fire; create VxTestAllPorts m; m data connect ball;"
+                      "m text setValue {a b}; saveNetwork " +
+                          net});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
     r = vxhost({net});
-    EXPECT_EQ(r.exitCode, 0) << r.err.toStdString();
+    EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "TestSphere contains 1280 triangles\n");
     r = vxhost(
-        {"-e",
-         QString("loadNetwork %1; list [ball radius getValue] [m data source] [m text getValue]").arg(net)});
-    EXPECT_EQ(r.out, "TestSphere contains 1280 triangles\n2.5 ball {a b}\n") << r.err.toStdString();
+        {"-e", "loadNetwork " + net + "; list [ball radius getValue] [m data source] [m text getValue]"});
+    EXPECT_EQ(r.out, "TestSphere contains 1280 triangles\n2.5 ball {a b}\n") << r.err;
 }
 
 // What a script did to a data object (keepLabel) is in its saved network, so the reloaded network
 // computes the same surface; a module's error fails the run in one line; loaded objects never take
 // an interpreter command's name; every -e runs, in order.
-TEST(Vxhost, NetworksReplayDataEditsAndModuleErrorsFailTheRun)
+TEST_F(Vxhost, NetworksReplayDataEditsAndModuleErrorsFailTheRun)
 {
-    QTemporaryDir dir;
-    const QString script = dir.filePath("masked.tcl");
-    writeFile(script,
-              "cd [file dirname [info script]]\n"
-              "proc nrrd {file n value} {\n"
-              "  set f [open $file wb]\n"
-              "  puts -nonewline $f \"NRRD0004\\ntype: uchar\\ndimension: 3\\nsizes: $n $n $n\\nencoding: "
-              "raw\\n\\n\"\n"
-              "  for {set i 0} {$i < $n ** 3} {incr i} {\n"
-              "    lassign [list [expr {$i % $n}] [expr {$i / $n % $n}] [expr {$i / $n / $n}]] x y z\n"
-              "    puts -nonewline $f [binary format c [expr $value]]\n"
-              "  }\n"
-              "  close $f\n"
-              "}\n"
-              "nrrd ball.nrrd 12 {($x - 5.5) ** 2 + ($y - 5.5) ** 2 + ($z - 5.5) ** 2 < 16 ? 200 : 0}\n"
-              "nrrd atlas.nrrd 12 {$x < 6 ? 2 : 3}\n"
-              "nrrd small.nrrd 11 1\n"
-              "load ball.nrrd ball\n"
-              "load -labels atlas.nrrd atlas\n"
-              "atlas keepLabel 2\n"
-              "create VxMaskedLabelIsosurface m\n"
-              "m data connect ball; m mask connect atlas; m threshold setValue 100; m doIt hit\n"
-              "saveNetwork net.tcl\n");
-    const HostRun first = vxhost({"-e", "m getNumTriangles", script});
-    ASSERT_EQ(first.exitCode, 0) << first.err.toStdString();
-    const HostRun again = vxhost({"-e", "loadNetwork " + dir.filePath("net.tcl"), "-e", "m getNumTriangles"});
-    EXPECT_EQ(again.out, first.out) << again.err.toStdString();
-    EXPECT_TRUE(first.out.startsWith("Isosurface contains ")) << first.out.toStdString();
+    const QString script =
+        file("masked.tcl",
+             "cd [file dirname [info script]]\n"
+             "proc nrrd {file n value} {\n"
+             "  set f [open $file wb]\n"
+             "  puts -nonewline $f \"NRRD0004\\ntype: uchar\\ndimension: 3\\nsizes: $n $n $n\\nencoding: "
+             "raw\\n\\n\"\n"
+             "  for {set i 0} {$i < $n ** 3} {incr i} {\n"
+             "    lassign [list [expr {$i % $n}] [expr {$i / $n % $n}] [expr {$i / $n / $n}]] x y z\n"
+             "    puts -nonewline $f [binary format c [expr $value]]\n"
+             "  }\n"
+             "  close $f\n"
+             "}\n"
+             "nrrd ball.nrrd 12 {($x - 5.5) ** 2 + ($y - 5.5) ** 2 + ($z - 5.5) ** 2 < 16 ? 200 : 0}\n"
+             "nrrd atlas.nrrd 12 {$x < 6 ? 2 : 3}\n"
+             "nrrd small.nrrd 11 1\n"
+             "load ball.nrrd ball\n"
+             "load -labels atlas.nrrd atlas\n"
+             "atlas keepLabel 2\n"
+             "create VxMaskedLabelIsosurface m\n"
+             "m data connect ball; m mask connect atlas; m threshold setValue 100; m doIt hit\n"
+             "saveNetwork net.tcl\n");
+    const ProgramRun first = vxhost({"-e", "m getNumTriangles", script});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    EXPECT_TRUE(first.out.startsWith("Isosurface contains ")) << first.out;
+    EXPECT_EQ(vxhost({"-e", "loadNetwork " + qpath("net.tcl"), "-e", "m getNumTriangles"}).out, first.out);
 
     const QString cd = "cd " + dir.path() + "; ";
-    HostRun r = vxhost({"-e", cd + "proc ball.nrrd {} {}; load ball.nrrd", "-e", "load ball.nrrd set"});
+    ProgramRun r = vxhost({"-e", cd + "proc ball.nrrd {} {}; load ball.nrrd", "-e", "load ball.nrrd set"});
     EXPECT_EQ(r.out, "ball.nrrd2\n");
     EXPECT_EQ(r.err, "vxhost: error: load: \"set\" is a command of the interpreter; choose another name\n");
     r = vxhost(
@@ -187,14 +163,14 @@ TEST(Vxhost, NetworksReplayDataEditsAndModuleErrorsFailTheRun)
               "12; they must match\n");
 }
 
-TEST(Vxhost, InteractiveShellEvaluatesCompleteCommands)
+TEST_F(Vxhost, InteractiveShellEvaluatesCompleteCommands)
 {
-    HostRun r = vxhost({}, VXTEST_PACKAGE_DIR,
-                       "create VxTestSphere s\nproc twice {x} {\n  return [expr {2 * $x}]\n}\n"
-                       "twice [s radius getValue]\ns nosuch\nputs done\n");
+    const ProgramRun r = vxhost({}, VXTEST_PACKAGE_DIR,
+                                "create VxTestSphere s\nproc twice {x} {\n  return [expr {2 * $x}]\n}\n"
+                                "twice [s radius getValue]\ns nosuch\nputs done\n");
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "s\n2\ndone\n");
-    EXPECT_TRUE(r.err.startsWith("error: \"s\" has no port or command \"nosuch\"")) << r.err.toStdString();
+    EXPECT_TRUE(r.err.startsWith("error: \"s\" has no port or command \"nosuch\"")) << r.err;
 }
 
 } // namespace
