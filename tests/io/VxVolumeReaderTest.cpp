@@ -1,7 +1,7 @@
 // NRRD, MetaImage and VTK volumes written here in every layout the readers take and read back
 // value for value; files that VTK writes, and our files as VTK reads them; damaged files rejected
 // with one clear line; label volumes; the real scans of Debian's mricron-data.
-#include "../support/TestFiles.h"
+#include "../support/TestFormats.h"
 
 #include <io/VxVolumeReader.h>
 
@@ -21,8 +21,6 @@
 #include <optional>
 #include <random>
 #include <sstream>
-
-#include <zlib.h>
 
 using namespace vxtest;
 
@@ -83,29 +81,6 @@ Values makeValues(KxPrimType type, unsigned seed)
 std::string inOrder(const Values& v, bool bigEndian)
 {
     return bigEndian ? byteSwapped(v.bytes, v.type.size()) : v.bytes;
-}
-
-// A gzip (windowBits 31) or zlib (15) stream of the bytes.
-std::string deflated(const std::string& bytes, int windowBits)
-{
-    z_stream z = {};
-    deflateInit2(&z, 6, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
-    std::string out(deflateBound(&z, uLong(bytes.size())) + 64, '\0');
-    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
-    z.avail_in = uInt(bytes.size());
-    z.next_out = reinterpret_cast<Bytef*>(&out[0]);
-    z.avail_out = uInt(out.size());
-    deflate(&z, Z_FINISH);
-    out.resize(z.total_out);
-    deflateEnd(&z);
-    return out;
-}
-
-template <class T> std::string bytesOf(std::initializer_list<T> values)
-{
-    std::string s;
-    for (T x : values) s.append(reinterpret_cast<const char*>(&x), sizeof x);
-    return s;
 }
 
 enum class Enc
@@ -391,16 +366,18 @@ TEST_F(VolumeReader, OrientationBecomesTheTransform)
 
 TEST(VolumeReaderNames, PicksTheReaderByExtension)
 {
-    struct
-    {
-        const char* name;
-        VxVolumeReader::Format format;
-    } cases[] = {{"a.nii.gz", VxVolumeReader::NIFTI},  {"b.IMG", VxVolumeReader::NIFTI},
-                 {"c.nrrd", VxVolumeReader::NRRD},     {"d/e.NHDR", VxVolumeReader::NRRD},
-                 {"f.mha", VxVolumeReader::METAIMAGE}, {"g.mhd", VxVolumeReader::METAIMAGE},
-                 {"h.vtk", VxVolumeReader::VTK},       {"i.raw", VxVolumeReader::UNKNOWN},
-                 {".vtk", VxVolumeReader::UNKNOWN},    {"x.vtk/y", VxVolumeReader::UNKNOWN}};
-    for (const auto& c : cases) EXPECT_EQ(VxVolumeReader::formatForPath(c.name), c.format) << c.name;
+    const std::pair<const char*, VxVolumeReader::Format> cases[] = {
+        {"a.nii", VxVolumeReader::NIFTI},       {"b.NII.GZ", VxVolumeReader::NIFTI},
+        {"dir.x/c.hdr", VxVolumeReader::NIFTI}, {"d.IMG", VxVolumeReader::NIFTI},
+        {"e.img.gz", VxVolumeReader::NIFTI},    {"f.hdr.gz", VxVolumeReader::NIFTI},
+        {"c.nrrd", VxVolumeReader::NRRD},       {"d/e.NHDR", VxVolumeReader::NRRD},
+        {"f.mha", VxVolumeReader::METAIMAGE},   {"g.mhd", VxVolumeReader::METAIMAGE},
+        {"h.vtk", VxVolumeReader::VTK},         {"i.raw", VxVolumeReader::UNKNOWN},
+        {"b.gz", VxVolumeReader::UNKNOWN},      {".nii", VxVolumeReader::UNKNOWN},
+        {".vtk", VxVolumeReader::UNKNOWN},      {"c.nii.bak", VxVolumeReader::UNKNOWN},
+        {"d.niigz", VxVolumeReader::UNKNOWN},   {"img", VxVolumeReader::UNKNOWN},
+        {"x.vtk/y", VxVolumeReader::UNKNOWN}};
+    for (const auto& [name, format] : cases) EXPECT_EQ(VxVolumeReader::formatForPath(name), format) << name;
     QString error;
     EXPECT_EQ(VxVolumeReader::read("scan.dcm", VxReadOptions(), &error), nullptr);
     EXPECT_EQ(error.toStdString(),
@@ -411,50 +388,51 @@ TEST(VolumeReaderNames, PicksTheReaderByExtension)
 // Integer volumes load as labels in the smallest label type that holds them; others are refused.
 TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
 {
-    auto nrrd = [&](const std::string& name, const char* type, const std::string& bytes) {
+    auto nrrd = [&](const std::string& name, KxPrimType type, const std::vector<double>& values) {
+        std::string bytes;
+        kxDispatchPrimType(type, nullptr, [&](auto* tag) {
+            for (double x : values) {
+                const auto v = std::remove_pointer_t<decltype(tag)>(x);
+                bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
+            }
+        });
+        const char* typeName = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const TypeCase& t) {
+                                   return t.type == type;
+                               })->nrrd;
         spit(path(name),
-             std::string("NRRD0004\ntype: ") + type +
+             std::string("NRRD0004\ntype: ") + typeName +
                  "\ndimension: 3\nsizes: 3 2 1\nencoding: raw\nendian: little\nspacings: 2 3 4\n\n" + bytes);
         return path(name);
     };
     struct Case
     {
-        std::string file;
+        KxPrimType stored;
+        std::vector<double> labels;
         KxPrimType labelType;
-        std::vector<float> labels;
     } cases[] = {
-        {nrrd("u8.nrrd", "uchar", bytesOf<unsigned char>({0, 1, 2, 255, 7, 0})),
-         KxPrimType::UINT8,
-         {0, 1, 2, 255, 7, 0}},
-        {nrrd("s8.nrrd", "signed char", bytesOf<signed char>({0, 1, 2, 127, 7, 0})),
-         KxPrimType::UINT8,
-         {0, 1, 2, 127, 7, 0}},
-        {nrrd("s8n.nrrd", "signed char", bytesOf<signed char>({0, -1, 2, 3, 7, 0})),
-         KxPrimType::INT32,
-         {0, -1, 2, 3, 7, 0}},
-        {nrrd("s16.nrrd", "short", bytesOf<short>({0, 1, 2, 32767, 7, 0})),
-         KxPrimType::UINT16,
-         {0, 1, 2, 32767, 7, 0}},
-        {nrrd("u32.nrrd", "uint", bytesOf<unsigned>({0, 1, 2, 70000, 7, 0})),
-         KxPrimType::INT32,
-         {0, 1, 2, 70000, 7, 0}},
+        {KxPrimType::UINT8, {0, 1, 2, 255, 7, 0}, KxPrimType::UINT8},
+        {KxPrimType::INT8, {0, 1, 2, 127, 7, 0}, KxPrimType::UINT8},
+        {KxPrimType::INT8, {0, -1, 2, 3, 7, 0}, KxPrimType::INT32},
+        {KxPrimType::INT16, {0, 1, 2, 32767, 7, 0}, KxPrimType::UINT16},
+        {KxPrimType::UINT32, {0, 1, 2, 70000, 7, 0}, KxPrimType::INT32},
     };
+    int n = 0;
     for (const Case& c : cases) {
-        const Read r = readVolume(c.file, true);
+        const std::string file = nrrd("l" + std::to_string(++n) + ".nrrd", c.stored, c.labels);
+        const Read r = readVolume(file, true);
         auto* labels = kx_type_cast<VxUniformLabelField3>(r.data.get());
-        ASSERT_TRUE(labels) << c.file << ": " << r.error.toStdString();
-        EXPECT_EQ(labels->lattice().primType(), c.labelType) << c.file;
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << c.file;
-        expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, c.file);
-        EXPECT_EQ(labels->getVoxelSize(), KxVec3f(2, 3, 4)) << c.file;
+        ASSERT_TRUE(labels) << file << ": " << r.error.toStdString();
+        EXPECT_EQ(labels->lattice().primType(), c.labelType) << file;
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << file;
+        expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, file);
+        EXPECT_EQ(labels->getVoxelSize(), KxVec3f(2, 3, 4)) << file;
     }
-    const std::string f32 = nrrd("f.nrrd", "float", bytesOf<float>({0, 1, 2, 3, 4, 5}));
+    const std::string f32 = nrrd("f.nrrd", KxPrimType::FLOAT, {0, 1, 2, 3, 4, 5});
     EXPECT_EQ(readVolume(f32, true).error.toStdString(),
-              f32 + ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, "
-                    "int16, uint32 or "
-                    "int32)");
-    const std::string big = nrrd("big.nrrd", "uint", bytesOf<unsigned>({0, 1, 3000000000u, 3, 4, 5}));
+              f32 +
+                  ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, int16, "
+                  "uint32 or int32)");
+    const std::string big = nrrd("big.nrrd", KxPrimType::UINT32, {0, 1, 3000000000.0, 3, 4, 5});
     EXPECT_EQ(readVolume(big, true).error.toStdString(),
               big + ": holds the label 3000000000, beyond the largest label 2147483647");
     spit(path("rect.vtk"), vtkFile(1, kTypes[0], makeValues(KxPrimType::UINT8, 1), false));
@@ -618,23 +596,32 @@ TEST(DataObjects, RefuseSizesTheyCannotHold)
 TEST_F(VolumeReader, DamagedHeadersGiveAFieldOrAnError)
 {
     const Values v = makeValues(KxPrimType::FLOAT, 4);
+    NiftiFile nifti;
+    nifti.values = v.bytes;
+    const std::string nifti1 = slurp(writeNifti(nifti, path("n1")));
+    nifti.version = 2;
     const std::string files[][2] = {
-        {"d.nrrd", nrrdHeader("float", Enc::Gzip, true, true) + "\n" + deflated(inOrder(v, true), 31)},
-        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 "
-                  "3\nTransformMatrix = 0 1 0 1 0 0 "
-                  "0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" +
+        {"d.nrrd", nrrdHeader("float", Enc::Gzip, true, true) + "\n" + deflated(inOrder(v, true))},
+        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 3\n"
+                  "TransformMatrix = 0 1 0 1 0 0 0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" +
                       deflated(v.bytes, 15)},
         {"d.vtk", vtkFile(2, kTypes[6], v, true)},
         {"t.vtk", vtkFile(1, kTypes[6], v, false)},
+        {"d1.nii", nifti1},
+        {"d2.nii", slurp(writeNifti(nifti, path("n2")))},
     };
     std::mt19937 rng(2024);
-    for (const auto& f : files) {
-        const std::size_t header = std::min<std::size_t>(f[1].size(), 260);
+    for (const auto& [name, whole] : files) {
+        // Text headers get the characters they are made of, binary ones any byte.
+        const bool binary = name.find(".nii") != std::string::npos;
+        const std::size_t header =
+            binary ? whole.size() - v.bytes.size() : std::min<std::size_t>(whole.size(), 260);
         for (int trial = 0; trial < 250; ++trial) {
-            std::string damaged = f[1];
-            for (int k = 0; k < 1 + trial % 3; ++k) damaged[rng() % header] = "0 -9\n:=()x"[rng() % 10];
-            spit(path(f[0]), damaged);
-            const Read r = readVolume(path(f[0]));
+            std::string damaged = whole;
+            for (int k = 0; k < 1 + trial % 4; ++k)
+                damaged[rng() % header] = binary ? char(rng()) : "0 -9\n:=()x"[rng() % 10];
+            spit(path(name), damaged);
+            const Read r = readVolume(path(name));
             if (!r.data) {
                 EXPECT_FALSE(r.error.isEmpty());
                 EXPECT_EQ(r.error.indexOf('\n'), -1) << r.error.toStdString();
@@ -647,13 +634,7 @@ TEST_F(VolumeReader, DamagedHeadersGiveAFieldOrAnError)
 
 namespace {
 
-// Runs tests/io/vtk_volume.py; empty when python3 with VTK is not there.
-std::string runVtk(const std::string& args)
-{
-    return runPython("vtkmodules.vtkIOImage", VXISO_SOURCE_DIR "/tests/io/vtk_volume.py " + args);
-}
-
-// What the script prints for one dataset.
+// What tests/io/vtk_files.py prints for one volume.
 struct VtkFacts
 {
     int dims[3] = {};
@@ -664,20 +645,14 @@ std::vector<VtkFacts> parseFacts(const std::string& text)
 {
     std::vector<VtkFacts> all;
     std::istringstream in(text);
-    std::string word;
-    while (in >> word) {
-        if (word != "dims") continue;
+    for (std::string word; in >> word;) {
+        if (word != "dims") continue; // past any warning VTK printed
         VtkFacts f;
-        in >> f.dims[0] >> f.dims[1] >> f.dims[2];
         std::size_t n = 0;
-        while (in >> word && word != "points") {
-        }
-        in >> n;
+        in >> f.dims[0] >> f.dims[1] >> f.dims[2] >> word >> n;
         f.points.resize(3 * n);
         for (double& x : f.points) in >> x;
-        while (in >> word && word != "values") { // the type's name may have blanks
-        }
-        in >> n;
+        in >> word >> n;
         f.values.resize(n);
         for (double& x : f.values) in >> x;
         all.push_back(f);
