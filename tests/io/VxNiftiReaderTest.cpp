@@ -7,9 +7,6 @@
 #include <kx/KxHandle.h>
 #include <vx/VxRegScalarField3.h>
 
-#include <Inventor/SbMatrix.h>
-#include <Inventor/SbVec3f.h>
-
 #include <cmath>
 #include <random>
 
@@ -98,78 +95,6 @@ TEST_F(NiftiReader, EveryLayoutAndTypeReadsBackExactly)
                         EXPECT_FALSE(r.info.hasScaling());
                     }
                 }
-}
-
-// The index-to-world map of the header equals box placement followed by the field's transform.
-TEST_F(NiftiReader, OrientationBecomesTheTransform)
-{
-    const double d = std::sqrt(0.5); // a quarter turn about z
-    struct Case
-    {
-        const char* what;
-        int version, qform, sform; // sform -1: code 1 with rows of zeros
-        double pixdim[4], quaternD, qoffset[3];
-        double world[3][4]; // voxel (i, j, k) to world, worked out by hand; also the sform's rows
-    } cases[] = {
-        // Radiological sform: x mirrored, y and z swapped, spacing 2, 3, 4.
-        {"sform", 1, 0, 2, {1, 2, 3, 4}, 0, {}, {{-2, 0, 0, 90}, {0, 0, 4, -20}, {0, 3, 0, 7}}},
-        // qfac -1 mirrors k, spacing 1.5, 1, 2.
-        {"qform", 2, 1, 0, {-1, 1.5, 1, 2}, d, {5, 6, 7}, {{0, -1, 0, 5}, {1.5, 0, 0, 6}, {0, 0, -2, 7}}},
-        // Both codes set: the sform wins; here it is a plain shift.
-        {"sform over qform", 1, 1, 1, {1, 1, 1, 1}, d, {}, {{1, 0, 0, -1}, {0, 1, 0, -2}, {0, 0, 1, -3}}},
-        // Neither: pixdim alone, from the origin.
-        {"pixdim", 1, 0, 0, {1, 0.25, 0.5, 3}, 0, {}, {{0.25, 0, 0, 0}, {0, 0.5, 0, 0}, {0, 0, 3, 0}}},
-        // The sform's columns are the spacing, whatever pixdim says.
-        {"sform over pixdim", 1, 0, 1, {1, 2, 2, 2}, 0, {}, {{0.5, 0, 0, 1}, {0, 0.5, 0, 2}, {0, 0, 0.5, 3}}},
-        // An sform of zeros places nothing: the qform does.
-        {"zero sform",
-         1,
-         1,
-         -1,
-         {1, 0.25, 0.5, 3},
-         0,
-         {5, 6, 7},
-         {{0.25, 0, 0, 5}, {0, 0.5, 0, 6}, {0, 0, 3, 7}}},
-    };
-    int n = 0;
-    for (const Case& c : cases) {
-        NiftiFile f;
-        f.version = c.version, f.qform = c.qform, f.sform = std::abs(c.sform), f.quatern[2] = c.quaternD;
-        std::copy(c.pixdim, c.pixdim + 4, f.pixdim);
-        std::copy(c.qoffset, c.qoffset + 3, f.qoffset);
-        if (c.sform > 0) std::memcpy(f.srow, c.world, sizeof f.srow);
-        if (c.sform < 0) std::memset(f.srow, 0, sizeof f.srow);
-        f.values = randomBytes(5 * 4 * 3 * 4, 7);
-        const Read r = readNifti(writeNifti(f, path("o" + std::to_string(++n))));
-        ASSERT_TRUE(r.field) << c.what << ": " << r.error.toStdString();
-        const KxBox3f box = r.field->getBoundingBox();
-        EXPECT_EQ(box.getMin(), KxVec3f(float(c.world[0][3]), float(c.world[1][3]), float(c.world[2][3])))
-            << c.what;
-        SbMatrix m;
-        EXPECT_EQ(r.field->getTransform(m), n <= 2) << c.what; // only the first two turn or mirror
-        const KxVec3f voxel = r.field->getVoxelSize();
-        for (int k = 0; k < 3; ++k)
-            for (int j = 0; j < 4; ++j)
-                for (int i = 0; i < 5; ++i) {
-                    SbVec3f world;
-                    m.multVecMatrix(SbVec3f(box.xmin + float(i) * voxel.x, box.ymin + float(j) * voxel.y,
-                                            box.zmin + float(k) * voxel.z),
-                                    world);
-                    for (int a = 0; a < 3; ++a)
-                        EXPECT_NEAR(world[a],
-                                    c.world[a][0] * i + c.world[a][1] * j + c.world[a][2] * k + c.world[a][3],
-                                    1e-4)
-                            << c.what << " voxel " << i << " " << j << " " << k;
-                }
-    }
-    // An axis of one node keeps the header's spacing: its box is a point, its voxel size is not.
-    NiftiFile flat;
-    flat.dim[3] = 1;
-    flat.pixdim[1] = flat.pixdim[2] = 1.5, flat.pixdim[3] = 2.5;
-    flat.values = randomBytes(5 * 4 * 4, 7);
-    const Read r = readNifti(writeNifti(flat, path("flat")));
-    ASSERT_TRUE(r.field) << r.error.toStdString();
-    EXPECT_EQ(r.field->getVoxelSize(), KxVec3f(1.5f, 1.5f, 2.5f));
 }
 
 // Scaled values stay stored values of the stored type; the scaling is reported, not applied.

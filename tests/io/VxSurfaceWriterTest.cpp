@@ -111,18 +111,14 @@ class SurfaceWriter : public TempDirTest
 {
 protected:
     static void SetUpTestSuite() { oivInit(); }
-    QStringList entries(const std::string& folder = "") const
-    {
-        return QDir(qpath(folder))
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    }
     void write(const TestMesh& m, const std::string& file, bool ascii = false)
     {
         KxHandle<SoTriSurface> s(makeSurface(m));
         VxSurfaceWriteOptions options;
         options.ascii = ascii;
         QString error;
-        ASSERT_TRUE(VxSurfaceWriter::write(*s, QString::fromStdString(file), options, &error)) << error.toStdString();
+        ASSERT_TRUE(VxSurfaceWriter::write(*s, QString::fromStdString(file), options, &error))
+            << error.toStdString();
         EXPECT_TRUE(error.isEmpty());
     }
     std::string writeFails(const TestMesh& m, const std::string& file)

@@ -15,6 +15,7 @@
 #include <Inventor/SbMatrix.h>
 #include <Inventor/SbVec3f.h>
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -41,10 +42,6 @@ const TypeCase kTypes[] = {
     {KxPrimType::FLOAT, "float", "float", "MET_FLOAT", "float"},
     {KxPrimType::DOUBLE, "double", "double", "MET_DOUBLE", "double"},
 };
-
-const KxDim3l kDims(5, 4, 3);
-// Spacing 0.5 2 1.25 from the origin 10 -4 3.
-const std::vector<float> kBox = {10, 12, -4, 2, 3, 5.5f};
 
 // 60 values of a type over its whole range (finite for floats): native bytes and exact text.
 struct Values
@@ -115,14 +112,17 @@ Read readVolume(const std::string& path, bool labels = false, const std::optiona
     return r;
 }
 
-// The field holds exactly the values, on 5x4x3 nodes.
+// The field holds exactly the values, on 5x4x3 nodes; uniform ones 0.5 2 1.25 apart from 10 -4 3.
 void expectValues(const Read& r, const Values& v, const std::string& what)
 {
     ASSERT_TRUE(r.field()) << what << ": " << r.error.toStdString();
-    EXPECT_EQ(r.field()->getDims(), kDims) << what;
+    EXPECT_EQ(r.field()->getDims(), KxDim3l(5, 4, 3)) << what;
     EXPECT_EQ(r.field()->primType(), v.type) << what;
     ASSERT_EQ(r.field()->lattice().byteSize(), v.bytes.size()) << what;
     EXPECT_EQ(std::memcmp(r.field()->lattice().dataPtr(), v.bytes.data(), v.bytes.size()), 0) << what;
+    if (r.field()->lattice().coords()->coordType() != VX_COORD_UNIFORM) return;
+    expectBox(r.field()->getBoundingBox(), {10, 12, -4, 2, 3, 5.5f}, what);
+    EXPECT_FALSE(r.field()->getTransform(true)) << what;
 }
 
 class VolumeReader : public TempDirTest
@@ -176,12 +176,8 @@ TEST_F(VolumeReader, NrrdEveryLayoutAndTypeReadsBackExactly)
                         file = path(name + ".nrrd");
                         spit(file, nrrdHeader(type, e, big, n % 3 != 0) + "\n" + data);
                     }
-                    const std::string what = file + " " + type;
                     const Read r = readVolume(file);
-                    expectValues(r, v, what);
-                    if (!r.field()) continue;
-                    expectBox(r.field()->getBoundingBox(), kBox, what);
-                    EXPECT_FALSE(r.field()->getTransform(true)) << what;
+                    expectValues(r, v, file + " " + type);
                     EXPECT_EQ(r.info.format, "NRRD");
                 }
 }
@@ -214,11 +210,7 @@ TEST_F(VolumeReader, MetaImageEveryLayoutAndTypeReadsBackExactly)
                         spit(path(name + ".raw"), data);
                         spit(file, h + "ElementDataFile = " + name + ".raw\n");
                     }
-                    const Read r = readVolume(file);
-                    expectValues(r, v, file);
-                    if (!r.field()) continue;
-                    expectBox(r.field()->getBoundingBox(), kBox, file);
-                    EXPECT_FALSE(r.field()->getTransform(true)) << file;
+                    expectValues(readVolume(file), v, file);
                 }
 }
 
@@ -315,14 +307,13 @@ TEST_F(VolumeReader, VtkEveryDatasetAndTypeReadsBackExactly)
             }
 }
 
-// The index-to-world map of the header equals the box placement followed by the transform.
+// The index-to-world map of the header equals the box placement followed by the transform: turned
+// NRRD and MetaImage axes, a mirrored VTK axis, and NIfTI placed by its sform, qform or pixdim.
 TEST_F(VolumeReader, OrientationBecomesTheTransform)
 {
-    // Axis i runs along +y with spacing 0.5, j along -x with 2, k along z with 1.25; first node at
-    // (10, -4, 3).
-    auto world = [](int i, int j, int k) {
-        return SbVec3f(10.f - 2.f * float(j), -4.f + 0.5f * float(i), 3.f + 1.25f * float(k));
-    };
+    using World = std::array<std::array<double, 4>, 3>; // node (i, j, k) to world, worked out by hand
+    // Axis i runs along +y with spacing 0.5, j along -x with 2, k along z with 1.25.
+    const World turned = {{{0, -2, 0, 10}, {0.5, 0, 0, -4}, {0, 0, 1.25, 3}}};
     const Values v = makeValues(KxPrimType::INT16, 5);
     spit(path("o.nrrd"), "NRRD0005\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\n"
                          "space dimension: 3\nspace directions: (0,0.5,0) (-2,0,0) (0,0,1.25)\n"
@@ -332,36 +323,72 @@ TEST_F(VolumeReader, OrientationBecomesTheTransform)
                         "ElementSpacing = 0.5 2 1.25\nTransformMatrix = 0 1 0 -1 0 0 0 0 1\n"
                         "ElementDataFile = LOCAL\n" +
                             v.bytes);
-    for (const char* name : {"o.nrrd", "o.mha"}) {
-        const Read r = readVolume(path(name));
-        expectValues(r, v, name);
-        if (!r.field()) continue;
+    // A negative VTK spacing runs the axis backwards.
+    std::string mirrored = vtkFile(0, kTypes[3], v, false);
+    spit(path("m.vtk"), mirrored.replace(mirrored.find("SPACING 0.5"), 11, "SPACING -0.5"));
+    std::vector<std::pair<std::string, World>> cases = {
+        {path("o.nrrd"), turned},
+        {path("o.mha"), turned},
+        {path("m.vtk"), {{{-0.5, 0, 0, 10}, {0, 2, 0, -4}, {0, 0, 1.25, 3}}}}};
+    // NIfTI: an sform code puts the map in the sform's rows (-1: code 1, rows of zeros).
+    auto nifti = [&](int version, int qform, int sform, std::array<double, 4> pixdim, double quaternD,
+                     std::array<double, 3> qoffset, const World& world) {
+        NiftiFile f;
+        f.version = version, f.qform = qform, f.sform = std::abs(sform), f.quatern[2] = quaternD;
+        std::copy(pixdim.begin(), pixdim.end(), f.pixdim);
+        std::copy(qoffset.begin(), qoffset.end(), f.qoffset);
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 4; ++c) f.srow[r][c] = sform > 0 ? world[r][c] : sform < 0 ? 0 : f.srow[r][c];
+        f.values = v.bytes;
+        f.datatype = 4;
+        cases.push_back({writeNifti(f, path("n" + std::to_string(cases.size()))), world});
+    };
+    const double d = std::sqrt(0.5); // a quarter turn about z
+    // Radiological sform: x mirrored, y and z swapped, spacing 2, 3, 4.
+    nifti(1, 0, 2, {1, 2, 3, 4}, 0, {}, {{{-2, 0, 0, 90}, {0, 0, 4, -20}, {0, 3, 0, 7}}});
+    // The quarter turn from the qform, whose qfac -1 mirrors k; spacing 1.5, 1, 2.
+    nifti(2, 1, 0, {-1, 1.5, 1, 2}, d, {5, 6, 7}, {{{0, -1, 0, 5}, {1.5, 0, 0, 6}, {0, 0, -2, 7}}});
+    // Both codes set: the sform wins; here it is a plain shift.
+    nifti(1, 1, 1, {1, 1, 1, 1}, d, {}, {{{1, 0, 0, -1}, {0, 1, 0, -2}, {0, 0, 1, -3}}});
+    // Neither: pixdim alone, from the origin.
+    nifti(1, 0, 0, {1, 0.25, 0.5, 3}, 0, {}, {{{0.25, 0, 0, 0}, {0, 0.5, 0, 0}, {0, 0, 3, 0}}});
+    // The sform's columns are the spacing, whatever pixdim says.
+    nifti(1, 0, 1, {1, 2, 2, 2}, 0, {}, {{{0.5, 0, 0, 1}, {0, 0.5, 0, 2}, {0, 0, 0.5, 3}}});
+    // An sform of zeros places nothing: the qform does.
+    nifti(1, 1, -1, {1, 0.25, 0.5, 3}, 0, {5, 6, 7}, {{{0.25, 0, 0, 5}, {0, 0.5, 0, 6}, {0, 0, 3, 7}}});
+
+    for (const auto& [file, world] : cases) {
+        const Read r = readVolume(file);
+        ASSERT_TRUE(r.field()) << file << ": " << r.error.toStdString();
+        bool turns = false; // anything but a positive scaling and a shift
+        for (int a = 0; a < 3; ++a)
+            for (int b = 0; b < 3; ++b) turns |= a == b ? world[a][b] < 0 : world[a][b] != 0;
         SbMatrix m;
-        ASSERT_TRUE(r.field()->getTransform(m)) << name;
-        const KxBox3f box = r.field()->getBoundingBox();
-        EXPECT_EQ(box.getMin(), KxVec3f(10, -4, 3)) << name;
+        EXPECT_EQ(r.field()->getTransform(m), turns) << file;
+        EXPECT_EQ(r.field()->getBoundingBox().getMin(),
+                  KxVec3f(float(world[0][3]), float(world[1][3]), float(world[2][3])))
+            << file;
         for (int k = 0; k < 3; ++k)
             for (int j = 0; j < 4; ++j)
                 for (int i = 0; i < 5; ++i) {
-                    const KxVec3f local = r.field()->lattice().coords()->pos(i, j, k);
+                    const KxVec3f p = r.field()->lattice().coords()->pos(i, j, k);
                     SbVec3f w;
-                    m.multVecMatrix(SbVec3f(local.x, local.y, local.z), w);
-                    for (int a = 0; a < 3; ++a) EXPECT_NEAR(w[a], world(i, j, k)[a], 1e-4) << name;
+                    m.multVecMatrix(SbVec3f(p.x, p.y, p.z), w);
+                    for (int a = 0; a < 3; ++a)
+                        EXPECT_NEAR(w[a], world[a][0] * i + world[a][1] * j + world[a][2] * k + world[a][3],
+                                    1e-4)
+                            << file << " node " << i << " " << j << " " << k;
                 }
     }
-    // A negative VTK spacing runs the axis backwards: a mirror in the transform.
-    const TypeCase& t = kTypes[3];
-    std::string f = vtkFile(0, t, v, false);
-    f.replace(f.find("SPACING 0.5"), 11, "SPACING -0.5");
-    spit(path("m.vtk"), f);
-    const Read r = readVolume(path("m.vtk"));
-    ASSERT_TRUE(r.field()) << r.error.toStdString();
-    SbMatrix m;
-    ASSERT_TRUE(r.field()->getTransform(m));
-    SbVec3f w;
-    const KxVec3f last = r.field()->lattice().coords()->pos(4, 0, 0);
-    m.multVecMatrix(SbVec3f(last.x, last.y, last.z), w);
-    EXPECT_NEAR(w[0], 8.f, 1e-5);
+    // An axis of one node keeps the header's spacing: its box is a point, its voxel size is not.
+    NiftiFile flat;
+    flat.dim[3] = 1;
+    flat.pixdim[1] = flat.pixdim[2] = 1.5, flat.pixdim[3] = 2.5;
+    flat.values = v.bytes.substr(0, 5 * 4 * 4);
+    const Read r = readVolume(writeNifti(flat, path("flat")));
+    auto* field = kx_type_cast<VxUniformScalarField3>(r.data.get());
+    ASSERT_TRUE(field) << r.error.toStdString();
+    EXPECT_EQ(field->getVoxelSize(), KxVec3f(1.5f, 1.5f, 2.5f));
 }
 
 TEST(VolumeReaderNames, PicksTheReaderByExtension)
@@ -478,12 +505,7 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
          "ORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n" +
              v.text.substr(0, 150),
          "values end after"},
-        // a header that lies about the size of its data
-        {"lie.nrrd", nrrdWith("sizes: 50 40 30\nencoding: raw\n") + v.bytes,
-         "but the 50x40x30 int16 values at offset 80 need 120080"},
-        {"lie.mha",
-         "NDims = 3\nDimSize = 5 4 300\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
-         "5x4x300 int16 values"},
+        // a header that lies about the size of its data (more than the file holds is cut.* above)
         {"lie.vtk",
          sp.substr(0, sp.find("POINT_DATA")) + "POINT_DATA 61\nSCALARS v short\nLOOKUP_TABLE default\n" +
              v.bytes,
@@ -590,46 +612,6 @@ TEST(DataObjects, RefuseSizesTheyCannotHold)
         KxHandle<VxUniformLabelField3>(new VxUniformLabelField3(huge, KxPrimType::UINT8, kxmalloc(64))),
         KxException);
     EXPECT_THROW(VxCurvilinearCoord3(KxDim3l(2, 2, 1), KxDArray<float>(6)), KxException);
-}
-
-// Random damage to the header of each format: a field or one line of error, never a crash or hang.
-TEST_F(VolumeReader, DamagedHeadersGiveAFieldOrAnError)
-{
-    const Values v = makeValues(KxPrimType::FLOAT, 4);
-    NiftiFile nifti;
-    nifti.values = v.bytes;
-    const std::string nifti1 = slurp(writeNifti(nifti, path("n1")));
-    nifti.version = 2;
-    const std::string files[][2] = {
-        {"d.nrrd", nrrdHeader("float", Enc::Gzip, true, true) + "\n" + deflated(inOrder(v, true))},
-        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 3\n"
-                  "TransformMatrix = 0 1 0 1 0 0 0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" +
-                      deflated(v.bytes, 15)},
-        {"d.vtk", vtkFile(2, kTypes[6], v, true)},
-        {"t.vtk", vtkFile(1, kTypes[6], v, false)},
-        {"d1.nii", nifti1},
-        {"d2.nii", slurp(writeNifti(nifti, path("n2")))},
-    };
-    std::mt19937 rng(2024);
-    for (const auto& [name, whole] : files) {
-        // Text headers get the characters they are made of, binary ones any byte.
-        const bool binary = name.find(".nii") != std::string::npos;
-        const std::size_t header =
-            binary ? whole.size() - v.bytes.size() : std::min<std::size_t>(whole.size(), 260);
-        for (int trial = 0; trial < 250; ++trial) {
-            std::string damaged = whole;
-            for (int k = 0; k < 1 + trial % 4; ++k)
-                damaged[rng() % header] = binary ? char(rng()) : "0 -9\n:=()x"[rng() % 10];
-            spit(path(name), damaged);
-            const Read r = readVolume(path(name));
-            if (!r.data) {
-                EXPECT_FALSE(r.error.isEmpty());
-                EXPECT_EQ(r.error.indexOf('\n'), -1) << r.error.toStdString();
-            } else {
-                EXPECT_GT(r.field()->getDims().count(), 0);
-            }
-        }
-    }
 }
 
 namespace {

@@ -1,21 +1,17 @@
-"""VTK's own readers and writers for the io tests, so that our files are held against an independent program.
+"""VTK's own readers and writers for the io tests, so that our files meet an independent program.
 
-  vtk_files.py mesh PATH [lines]   reads a PLY, STL, OBJ or VTK legacy mesh; prints "points N" and N lines
-      "x y z", "normals K" and K lines, "cells M" and M lines of point indices (the line cells with "lines")
-  vtk_files.py write KIND TYPE PATH [KIND TYPE PATH ...]   writes volumes with VTK's writers; KIND: mhd, mha
-      (compressed), sp, spb, rg, rgb, sg, sgb (structured points, rectilinear and structured grids; a trailing
-      b writes BINARY); TYPE a VTK scalar type name
-  vtk_files.py read PATH [PATH ...]   reads NRRD files with vtkNrrdReader
-
-For each volume it prints what VTK's reader finds in it: "dims", then "points N" with N lines "x y z" (node
-positions, x fastest) and "values N" with N lines.
+  vtk_files.py mesh PATH [lines]   a PLY, STL, OBJ or VTK mesh: "points N" and N lines "x y z", "normals K"
+      and K lines, "cells M" and M lines of point indices (the line cells with "lines")
+  vtk_files.py write KIND TYPE PATH ...   volumes by VTK's writers; KIND: mhd, mha (compressed), sp, spb, rg,
+      rgb, sg, sgb (structured points, rectilinear and structured grids; b: BINARY); TYPE a VTK scalar type
+  vtk_files.py read PATH ...   NRRD files by vtkNrrdReader
+For each volume, what VTK reads in it: "dims", "points N" and N lines "x y z" (x fastest), "values N" and N lines.
 """
 import sys
 
 # Only the modules needed: the whole of vtk would register an MPI variant of the NRRD reader that
 # fails without a controller.
 from vtkmodules import vtkCommonCore as core
-from vtkmodules.vtkCommonCore import vtkIdList, vtkPoints
 from vtkmodules.vtkCommonDataModel import vtkImageData, vtkRectilinearGrid, vtkStructuredGrid
 from vtkmodules.vtkIOGeometry import vtkOBJReader, vtkSTLReader
 from vtkmodules.vtkIOImage import vtkMetaImageReader, vtkMetaImageWriter, vtkNrrdReader
@@ -24,7 +20,7 @@ from vtkmodules.vtkIOLegacy import (vtkPolyDataReader, vtkRectilinearGridReader,
                                     vtkStructuredPointsWriter)
 from vtkmodules.vtkIOPLY import vtkPLYReader
 
-TYPES = {
+TYPES = {  # array class and range of the integer types
     "unsigned_char": (core.vtkUnsignedCharArray, 0, 255),
     "char": (core.vtkSignedCharArray, -128, 127),
     "unsigned_short": (core.vtkUnsignedShortArray, 0, 65535),
@@ -35,8 +31,7 @@ TYPES = {
     "double": (core.vtkDoubleArray, None, None),
 }
 DIMS = (5, 4, 3)
-# Writer and reader by the first two letters of the kind.
-CLASSES = {
+CLASSES = {  # writer and reader by the kind's first two letters
     "mh": (vtkMetaImageWriter, vtkMetaImageReader),
     "sp": (vtkStructuredPointsWriter, vtkStructuredPointsReader),
     "rg": (vtkRectilinearGridWriter, vtkRectilinearGridReader),
@@ -44,45 +39,35 @@ CLASSES = {
 }
 
 
-def rows(values, n, get):
-    return ["%s %d" % (values, n)] + ["%.9g %.9g %.9g" % get(i) for i in range(n)]
+def rows(name, n, get):
+    return ["%s %d" % (name, n)] + ["%.9g %.9g %.9g" % get(i) for i in range(n)]
+
+
+def read(reader, path):
+    reader.SetFileName(path)
+    reader.Update()
+    return reader.GetOutput()
 
 
 def mesh(path, lines):
     readers = {"ply": vtkPLYReader, "stl": vtkSTLReader, "obj": vtkOBJReader, "vtk": vtkPolyDataReader}
-    reader = readers[path.lower().rsplit(".", 1)[-1]]()
-    reader.SetFileName(path)
-    reader.Update()
-    m = reader.GetOutput()
+    m = read(readers[path.lower().rsplit(".", 1)[-1]](), path)
     points, normals = m.GetPoints(), m.GetPointData().GetNormals()
     out = rows("points", points.GetNumberOfPoints() if points else 0, lambda i: points.GetPoint(i))
     out += rows("normals", normals.GetNumberOfTuples() if normals else 0, lambda i: normals.GetTuple3(i))
-    cells = m.GetLines() if lines else m.GetPolys()
+    cells, ids = m.GetLines() if lines else m.GetPolys(), core.vtkIdList()
     out.append("cells %d" % cells.GetNumberOfCells())
-    ids = vtkIdList()
     cells.InitTraversal()
     while cells.GetNextCell(ids):
         out.append(" ".join(str(ids.GetId(j)) for j in range(ids.GetNumberOfIds())))
-    sys.stdout.write("\n".join(out) + "\n")
+    return out
 
 
-def scalars(type_name):
-    make, lo, hi = TYPES[type_name]
-    a = make()
-    a.SetName("values")
-    for i in range(DIMS[0] * DIMS[1] * DIMS[2]):
-        if lo is None:
-            a.InsertNextValue((i * 37 % 23 - 11) * 1.25e3 ** ((i % 5) - 2) + 0.1)
-        else:  # the extremes first, then a spread over the range
-            a.InsertNextValue(lo if i == 0 else hi if i == 1 else lo + (i * 2654435761) % (hi - lo + 1))
+def floats(values):
+    a = core.vtkFloatArray()
+    for v in values:
+        a.InsertNextValue(v)
     return a
-
-
-def coords(vals):
-    c = core.vtkFloatArray()
-    for v in vals:
-        c.InsertNextValue(v)
-    return c
 
 
 def dataset(kind, type_name):
@@ -92,52 +77,52 @@ def dataset(kind, type_name):
         d.SetOrigin(10, -4, 3)
     elif kind[:2] == "rg":
         d = vtkRectilinearGrid()
-        d.SetXCoordinates(coords([10, 10.5, 11.25, 12.5, 14]))
-        d.SetYCoordinates(coords([-4, -2, 1, 5]))
-        d.SetZCoordinates(coords([3, 3.125, 4.5]))
+        d.SetXCoordinates(floats([10, 10.5, 11.25, 12.5, 14]))
+        d.SetYCoordinates(floats([-4, -2, 1, 5]))
+        d.SetZCoordinates(floats([3, 3.125, 4.5]))
     else:
-        d = vtkStructuredGrid()
-        p = vtkPoints()
+        d, p = vtkStructuredGrid(), core.vtkPoints()
         for k in range(DIMS[2]):
             for j in range(DIMS[1]):
                 for i in range(DIMS[0]):
                     p.InsertNextPoint(10 + 0.5 * i + 0.1 * j, -4 + 2 * j + 0.01 * i * k, 3 + 1.25 * k)
         d.SetPoints(p)
     d.SetDimensions(*DIMS)
-    d.GetPointData().SetScalars(scalars(type_name))
+    make, lo, hi = TYPES[type_name]
+    a = make()
+    for i in range(DIMS[0] * DIMS[1] * DIMS[2]):  # the extremes first, then a spread over the range
+        a.InsertNextValue((i * 37 % 23 - 11) * 1.25e3 ** ((i % 5) - 2) + 0.1 if lo is None else
+                          lo if i == 0 else hi if i == 1 else lo + (i * 2654435761) % (hi - lo + 1))
+    d.GetPointData().SetScalars(a)
     return d
 
 
-def show(reader, path):
+def volume(d):
     # What is in the file, as VTK reads it back: text files hold fewer digits than memory.
-    reader.SetFileName(path)
-    reader.Update()
-    d = reader.GetOutput()
     s = d.GetPointData().GetScalars()
-    out = ["dims %d %d %d" % d.GetDimensions()] + rows("points", d.GetNumberOfPoints(), d.GetPoint)
-    out += ["values %d" % s.GetNumberOfTuples()] + [repr(s.GetTuple1(i)) for i in range(s.GetNumberOfTuples())]
-    sys.stdout.write("\n".join(out) + "\n")
+    return (["dims %d %d %d" % d.GetDimensions()] + rows("points", d.GetNumberOfPoints(), d.GetPoint) +
+            ["values %d" % s.GetNumberOfTuples()] + [repr(s.GetTuple1(i)) for i in range(s.GetNumberOfTuples())])
 
 
 def main(command, args):
     if command == "mesh":
-        mesh(args[0], args[1:] == ["lines"])
-    elif command == "write":
-        for kind, type_name, path in zip(args[0::3], args[1::3], args[2::3]):
-            writer, reader = CLASSES[kind[:2]]
-            w = writer()
-            if kind[:2] == "mh":
-                w.SetCompression(kind == "mha")
-            if kind.endswith("b"):
-                w.SetFileTypeToBinary()
-            w.SetInputData(dataset(kind, type_name))
-            w.SetFileName(path)
-            w.Write()
-            show(reader(), path)
-    else:
-        for path in args:
-            show(vtkNrrdReader(), path)
+        return mesh(args[0], args[1:] == ["lines"])
+    if command == "read":
+        return [line for path in args for line in volume(read(vtkNrrdReader(), path))]
+    out = []
+    for kind, type_name, path in zip(args[0::3], args[1::3], args[2::3]):
+        writer, reader = CLASSES[kind[:2]]
+        w = writer()
+        if kind[:2] == "mh":
+            w.SetCompression(kind == "mha")
+        if kind.endswith("b"):
+            w.SetFileTypeToBinary()
+        w.SetInputData(dataset(kind, type_name))
+        w.SetFileName(path)
+        w.Write()
+        out += volume(read(reader(), path))
+    return out
 
 
 if __name__ == "__main__":
-    main(sys.argv[1], sys.argv[2:])
+    sys.stdout.write("\n".join(main(sys.argv[1], sys.argv[2:])) + "\n")
