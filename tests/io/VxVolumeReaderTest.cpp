@@ -22,6 +22,7 @@
 #include <optional>
 #include <random>
 #include <sstream>
+#include <tuple>
 
 using namespace vxtest;
 
@@ -415,51 +416,38 @@ TEST(VolumeReaderNames, PicksTheReaderByExtension)
 // Integer volumes load as labels in the smallest label type that holds them; others are refused.
 TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
 {
-    auto nrrd = [&](const std::string& name, KxPrimType type, const std::vector<double>& values) {
-        std::string bytes;
-        kxDispatchPrimType(type, nullptr, [&](auto* tag) {
-            for (double x : values) {
-                const auto v = std::remove_pointer_t<decltype(tag)>(x);
-                bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
-            }
-        });
-        const char* typeName = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const TypeCase& t) {
-                                   return t.type == type;
-                               })->nrrd;
-        spit(path(name),
-             std::string("NRRD0004\ntype: ") + typeName +
-                 "\ndimension: 3\nsizes: 3 2 1\nencoding: raw\nendian: little\nspacings: 2 3 4\n\n" + bytes);
+    // 3 x 2 x 1 values as text, 2 3 4 apart.
+    auto nrrd = [&](const std::string& name, const char* type, const std::vector<double>& values) {
+        std::string text;
+        for (double x : values) text += std::to_string(int64_t(x)) + " ";
+        spit(path(name), std::string("NRRD0004\ntype: ") + type +
+                             "\ndimension: 3\nsizes: 3 2 1\nencoding: ascii\nspacings: 2 3 4\n\n" + text +
+                             "\n");
         return path(name);
     };
-    struct Case
-    {
-        KxPrimType stored;
-        std::vector<double> labels;
-        KxPrimType labelType;
-    } cases[] = {
-        {KxPrimType::UINT8, {0, 1, 2, 255, 7, 0}, KxPrimType::UINT8},
-        {KxPrimType::INT8, {0, 1, 2, 127, 7, 0}, KxPrimType::UINT8},
-        {KxPrimType::INT8, {0, -1, 2, 3, 7, 0}, KxPrimType::INT32},
-        {KxPrimType::INT16, {0, 1, 2, 32767, 7, 0}, KxPrimType::UINT16},
-        {KxPrimType::UINT32, {0, 1, 2, 70000, 7, 0}, KxPrimType::INT32},
-    };
+    const std::tuple<const char*, std::vector<double>, KxPrimType> cases[] = {
+        {"uchar", {0, 1, 2, 255, 7, 0}, KxPrimType::UINT8},
+        {"signed char", {0, 1, 2, 127, 7, 0}, KxPrimType::UINT8},
+        {"signed char", {0, -1, 2, 3, 7, 0}, KxPrimType::INT32},
+        {"short", {0, 1, 2, 32767, 7, 0}, KxPrimType::UINT16},
+        {"uint", {0, 1, 2, 70000, 7, 0}, KxPrimType::INT32}};
     int n = 0;
-    for (const Case& c : cases) {
-        const std::string file = nrrd("l" + std::to_string(++n) + ".nrrd", c.stored, c.labels);
+    for (const auto& [type, values, labelType] : cases) {
+        const std::string file = nrrd("l" + std::to_string(++n) + ".nrrd", type, values);
         const Read r = readVolume(file, true);
         auto* labels = kx_type_cast<VxUniformLabelField3>(r.data.get());
         ASSERT_TRUE(labels) << file << ": " << r.error.toStdString();
-        EXPECT_EQ(labels->lattice().primType(), c.labelType) << file;
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << file;
+        EXPECT_EQ(labels->lattice().primType(), labelType) << file;
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(labels->lattice().labelAt(i), values[std::size_t(i)]) << file;
         expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, file);
         EXPECT_EQ(labels->getVoxelSize(), KxVec3f(2, 3, 4)) << file;
     }
-    const std::string f32 = nrrd("f.nrrd", KxPrimType::FLOAT, {0, 1, 2, 3, 4, 5});
+    const std::string f32 = nrrd("f.nrrd", "float", {0, 1, 2, 3, 4, 5});
     EXPECT_EQ(readVolume(f32, true).error.toStdString(),
               f32 +
                   ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, int16, "
                   "uint32 or int32)");
-    const std::string big = nrrd("big.nrrd", KxPrimType::UINT32, {0, 1, 3000000000.0, 3, 4, 5});
+    const std::string big = nrrd("big.nrrd", "uint", {0, 1, 3000000000.0, 3, 4, 5});
     EXPECT_EQ(readVolume(big, true).error.toStdString(),
               big + ": holds the label 3000000000, beyond the largest label 2147483647");
     spit(path("rect.vtk"), vtkFile(1, kTypes[0], makeValues(KxPrimType::UINT8, 1), false));
