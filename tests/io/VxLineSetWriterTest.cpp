@@ -1,5 +1,5 @@
 // Line sets written as VTK polydata and Open Inventor, read back by VTK and by Coin.
-#include "../support/TestFiles.h"
+#include "../support/TestFormats.h"
 
 #include <io/VxLineSetWriter.h>
 
@@ -13,10 +13,7 @@
 #include <Inventor/nodes/SoLineSet.h>
 #include <Inventor/nodes/SoSeparator.h>
 
-#include <QDir>
-
 #include <cmath>
-#include <sstream>
 
 namespace {
 
@@ -43,19 +40,17 @@ KxHandle<VxLineSet> makeLines()
     return s;
 }
 
-// The line set as VTK's polydata reader sees it: point rows, then one row of indices per line.
-std::string readWithVtk(const QString& path)
-{
-    return vxtest::runPython("vtk",
-                             VXISO_SOURCE_DIR "/tests/io/read_mesh.py '" + path.toStdString() + "' lines");
-}
-
-class LineSetWriter : public ::testing::Test
+class LineSetWriter : public vxtest::TempDirTest
 {
 protected:
     static void SetUpTestSuite() { oivInit(); }
-    QString path(const char* name) const { return dir.path() + '/' + name; }
-    QTemporaryDir dir;
+    // Writes the line set; fails the test when it cannot.
+    std::string write(const VxLineSet& s, const std::string& name)
+    {
+        QString error;
+        EXPECT_TRUE(VxLineSetWriter::write(s, qpath(name), &error)) << error.toStdString();
+        return path(name);
+    }
 };
 
 } // namespace
@@ -63,47 +58,34 @@ protected:
 TEST_F(LineSetWriter, VtkReadsThePointsAndLines)
 {
     const KxHandle<VxLineSet> s = makeLines();
-    QString error;
-    ASSERT_TRUE(VxLineSetWriter::write(*s, path("l.vtk"), &error)) << error.toStdString();
-    const std::string text = readWithVtk(path("l.vtk"));
+    const std::string text = vxtest::runVtk("mesh " + write(*s, "l.vtk") + " lines");
     if (text.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
-    std::istringstream in(text);
-    std::string word;
-    int n = 0;
-    in >> word >> n;
-    ASSERT_EQ(n, s->getNumPoints());
-    for (int i = 0; i < 3 * n; ++i) {
-        float x;
-        in >> x;
-        EXPECT_EQ(x, s->getPoints()[i]) << "coordinate " << i;
-    }
-    in >> word >> n; // normals 0
-    in >> word >> n;
-    ASSERT_EQ(n, 3);
-    std::string row;
-    std::getline(in, row);
+    std::vector<int> sizes;
+    const TestMesh got = vxtest::parseVtkMesh(text, &sizes);
+    EXPECT_EQ(got.coords, std::vector<float>(s->getPoints(), s->getPoints() + 3 * s->getNumPoints()));
+    std::vector<int32_t> indices;
+    std::vector<int> counts;
     for (int l = 0; l < 3; ++l) {
-        std::getline(in, row);
-        std::ostringstream want;
-        for (int i : s->getLine(l)) want << (want.tellp() ? " " : "") << i;
-        EXPECT_EQ(row, want.str()) << "line " << l;
+        indices.insert(indices.end(), s->getLine(l).begin(), s->getLine(l).end());
+        counts.push_back(int(s->getLine(l).size()));
     }
+    EXPECT_EQ(got.triangles, indices);
+    EXPECT_EQ(sizes, counts);
 }
 
 TEST_F(LineSetWriter, CoinReadsOneVertexCountPerLine)
 {
     const KxHandle<VxLineSet> s = makeLines();
-    QString error;
-    ASSERT_TRUE(VxLineSetWriter::write(*s, path("l.iv"), &error)) << error.toStdString();
     SoInput in;
-    ASSERT_TRUE(in.openFile(QFile::encodeName(path("l.iv")).constData()));
+    ASSERT_TRUE(in.openFile(write(*s, "l.iv").c_str()));
     SoSeparator* root = SoDB::readAll(&in);
     ASSERT_TRUE(root);
     root->ref();
     ASSERT_EQ(root->getNumChildren(), 2);
     auto* coords = static_cast<SoCoordinate3*>(root->getChild(0));
     auto* lines = static_cast<SoLineSet*>(root->getChild(1));
-    ASSERT_TRUE(coords->isOfType(SoCoordinate3::getClassTypeId()) && lines->isOfType(SoLineSet::getClassTypeId()));
+    ASSERT_TRUE(coords->isOfType(SoCoordinate3::getClassTypeId()) &&
+                lines->isOfType(SoLineSet::getClassTypeId()));
     ASSERT_EQ(lines->numVertices.getNum(), 3);
     int v = 0;
     for (int l = 0; l < 3; ++l) {
@@ -122,10 +104,11 @@ TEST_F(LineSetWriter, RefusesBadIndicesAndNamesWithoutWriting)
     KxHandle<VxLineSet> s = makeLines();
     s->getLine(1)[2] = 99;
     QString error;
-    EXPECT_FALSE(VxLineSetWriter::write(*s, path("l.vtk"), &error));
-    EXPECT_EQ(error, "cannot write " + path("l.vtk") + ": line 1 refers to point 99, but the set has 27 points");
+    EXPECT_FALSE(VxLineSetWriter::write(*s, qpath("l.vtk"), &error));
+    EXPECT_EQ(error,
+              "cannot write " + qpath("l.vtk") + ": line 1 refers to point 99, but the set has 27 points");
     s = makeLines();
-    EXPECT_FALSE(VxLineSetWriter::write(*s, path("l.ply"), &error));
-    EXPECT_EQ(error, "unsupported line-set format for " + path("l.ply") + " (use .vtk or .iv)");
-    EXPECT_TRUE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot).isEmpty());
+    EXPECT_FALSE(VxLineSetWriter::write(*s, qpath("l.ply"), &error));
+    EXPECT_EQ(error, "unsupported line-set format for " + qpath("l.ply") + " (use .vtk or .iv)");
+    EXPECT_TRUE(entries().isEmpty());
 }

@@ -21,7 +21,8 @@ TEST(VolumeReaderRealData, MricronVolumesMatchTheirHeaders)
     const std::string dir = "/usr/share/mricron/templates/";
     struct stat st;
     if (::stat((dir + "ch2.nii.gz").c_str(), &st) != 0)
-        GTEST_SKIP() << "mricron-data is not installed (apt-get install mricron-data); real scans not checked";
+        GTEST_SKIP()
+            << "mricron-data is not installed (apt-get install mricron-data); real scans not checked";
     QTemporaryDir tmp;
     const std::string script = tmp.path().toStdString() + "/facts.py";
     // The box only for an sform that is a plain positive scaling: anything else is a transform.

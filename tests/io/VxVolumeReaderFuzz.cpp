@@ -7,6 +7,8 @@
 #include <kx/KxHandle.h>
 #include <vx/VxRegScalarField3.h>
 
+#include <QTemporaryDir>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -18,18 +20,14 @@ namespace {
 
 const char* const kExtensions[] = {".nrrd", ".nhdr", ".mha", ".mhd", ".vtk", ".nii", ".hdr"};
 
-// One scratch folder per process, on a memory file system when there is one. Never freed: the
-// exit handler that removes the folder runs after static objects are gone.
-const std::string& scratchDir()
+// One scratch folder per process, on a memory file system when there is one; removed when the
+// fuzzer exits.
+const QTemporaryDir& scratchDir()
 {
-    static const std::string* dir = [] {
-        const char* base = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        auto* t = new std::string(std::string(base) + "/vxfuzz-XXXXXX");
-        if (!::mkdtemp(&(*t)[0])) std::abort();
-        std::atexit([] { std::system(("rm -rf " + scratchDir()).c_str()); });
-        return t;
-    }();
-    return *dir;
+    static const QTemporaryDir dir(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/vxfuzz-XXXXXX"
+                                                                   : "/tmp/vxfuzz-XXXXXX");
+    if (!dir.isValid()) std::abort();
+    return dir;
 }
 
 } // namespace
@@ -37,7 +35,7 @@ const std::string& scratchDir()
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size < 1) return 0;
-    const std::string path = scratchDir() + "/in" + kExtensions[data[0] % 7];
+    const std::string path = scratchDir().path().toStdString() + "/in" + kExtensions[data[0] % 7];
     FILE* f = std::fopen(path.c_str(), "wb");
     if (!f) std::abort();
     std::fwrite(data + 1, 1, size - 1, f);

@@ -1,7 +1,7 @@
 // NRRD, MetaImage and VTK volumes written here in every layout the readers take and read back
 // value for value; files that VTK writes, and our files as VTK reads them; damaged files rejected
 // with one clear line; label volumes; the real scans of Debian's mricron-data.
-#include "../support/TestFiles.h"
+#include "../support/TestFormats.h"
 
 #include <io/VxVolumeReader.h>
 
@@ -15,14 +15,14 @@
 #include <Inventor/SbMatrix.h>
 #include <Inventor/SbVec3f.h>
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <optional>
 #include <random>
 #include <sstream>
-
-#include <zlib.h>
+#include <tuple>
 
 using namespace vxtest;
 
@@ -43,10 +43,6 @@ const TypeCase kTypes[] = {
     {KxPrimType::FLOAT, "float", "float", "MET_FLOAT", "float"},
     {KxPrimType::DOUBLE, "double", "double", "MET_DOUBLE", "double"},
 };
-
-const KxDim3l kDims(5, 4, 3);
-// Spacing 0.5 2 1.25 from the origin 10 -4 3.
-const std::vector<float> kBox = {10, 12, -4, 2, 3, 5.5f};
 
 // 60 values of a type over its whole range (finite for floats): native bytes and exact text.
 struct Values
@@ -85,29 +81,6 @@ std::string inOrder(const Values& v, bool bigEndian)
     return bigEndian ? byteSwapped(v.bytes, v.type.size()) : v.bytes;
 }
 
-// A gzip (windowBits 31) or zlib (15) stream of the bytes.
-std::string deflated(const std::string& bytes, int windowBits)
-{
-    z_stream z = {};
-    deflateInit2(&z, 6, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
-    std::string out(deflateBound(&z, uLong(bytes.size())) + 64, '\0');
-    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
-    z.avail_in = uInt(bytes.size());
-    z.next_out = reinterpret_cast<Bytef*>(&out[0]);
-    z.avail_out = uInt(out.size());
-    deflate(&z, Z_FINISH);
-    out.resize(z.total_out);
-    deflateEnd(&z);
-    return out;
-}
-
-template <class T> std::string bytesOf(std::initializer_list<T> values)
-{
-    std::string s;
-    for (T x : values) s.append(reinterpret_cast<const char*>(&x), sizeof x);
-    return s;
-}
-
 enum class Enc
 {
     Raw,
@@ -140,14 +113,17 @@ Read readVolume(const std::string& path, bool labels = false, const std::optiona
     return r;
 }
 
-// The field holds exactly the values, on 5x4x3 nodes.
+// The field holds exactly the values, on 5x4x3 nodes; uniform ones 0.5 2 1.25 apart from 10 -4 3.
 void expectValues(const Read& r, const Values& v, const std::string& what)
 {
     ASSERT_TRUE(r.field()) << what << ": " << r.error.toStdString();
-    EXPECT_EQ(r.field()->getDims(), kDims) << what;
+    EXPECT_EQ(r.field()->getDims(), KxDim3l(5, 4, 3)) << what;
     EXPECT_EQ(r.field()->primType(), v.type) << what;
     ASSERT_EQ(r.field()->lattice().byteSize(), v.bytes.size()) << what;
     EXPECT_EQ(std::memcmp(r.field()->lattice().dataPtr(), v.bytes.data(), v.bytes.size()), 0) << what;
+    if (r.field()->lattice().coords()->coordType() != VX_COORD_UNIFORM) return;
+    expectBox(r.field()->getBoundingBox(), {10, 12, -4, 2, 3, 5.5f}, what);
+    EXPECT_FALSE(r.field()->getTransform(true)) << what;
 }
 
 class VolumeReader : public TempDirTest
@@ -201,12 +177,8 @@ TEST_F(VolumeReader, NrrdEveryLayoutAndTypeReadsBackExactly)
                         file = path(name + ".nrrd");
                         spit(file, nrrdHeader(type, e, big, n % 3 != 0) + "\n" + data);
                     }
-                    const std::string what = file + " " + type;
                     const Read r = readVolume(file);
-                    expectValues(r, v, what);
-                    if (!r.field()) continue;
-                    expectBox(r.field()->getBoundingBox(), kBox, what);
-                    EXPECT_FALSE(r.field()->getTransform(true)) << what;
+                    expectValues(r, v, file + " " + type);
                     EXPECT_EQ(r.info.format, "NRRD");
                 }
 }
@@ -239,11 +211,7 @@ TEST_F(VolumeReader, MetaImageEveryLayoutAndTypeReadsBackExactly)
                         spit(path(name + ".raw"), data);
                         spit(file, h + "ElementDataFile = " + name + ".raw\n");
                     }
-                    const Read r = readVolume(file);
-                    expectValues(r, v, file);
-                    if (!r.field()) continue;
-                    expectBox(r.field()->getBoundingBox(), kBox, file);
-                    EXPECT_FALSE(r.field()->getTransform(true)) << file;
+                    expectValues(readVolume(file), v, file);
                 }
 }
 
@@ -340,14 +308,13 @@ TEST_F(VolumeReader, VtkEveryDatasetAndTypeReadsBackExactly)
             }
 }
 
-// The index-to-world map of the header equals the box placement followed by the transform.
+// The index-to-world map of the header equals the box placement followed by the transform: turned
+// NRRD and MetaImage axes, a mirrored VTK axis, and NIfTI placed by its sform, qform or pixdim.
 TEST_F(VolumeReader, OrientationBecomesTheTransform)
 {
-    // Axis i runs along +y with spacing 0.5, j along -x with 2, k along z with 1.25; first node at
-    // (10, -4, 3).
-    auto world = [](int i, int j, int k) {
-        return SbVec3f(10.f - 2.f * float(j), -4.f + 0.5f * float(i), 3.f + 1.25f * float(k));
-    };
+    using World = std::array<std::array<double, 4>, 3>; // node (i, j, k) to world, worked out by hand
+    // Axis i runs along +y with spacing 0.5, j along -x with 2, k along z with 1.25.
+    const World turned = {{{0, -2, 0, 10}, {0.5, 0, 0, -4}, {0, 0, 1.25, 3}}};
     const Values v = makeValues(KxPrimType::INT16, 5);
     spit(path("o.nrrd"), "NRRD0005\ntype: short\ndimension: 3\nsizes: 5 4 3\nencoding: raw\nendian: little\n"
                          "space dimension: 3\nspace directions: (0,0.5,0) (-2,0,0) (0,0,1.25)\n"
@@ -357,50 +324,88 @@ TEST_F(VolumeReader, OrientationBecomesTheTransform)
                         "ElementSpacing = 0.5 2 1.25\nTransformMatrix = 0 1 0 -1 0 0 0 0 1\n"
                         "ElementDataFile = LOCAL\n" +
                             v.bytes);
-    for (const char* name : {"o.nrrd", "o.mha"}) {
-        const Read r = readVolume(path(name));
-        expectValues(r, v, name);
-        if (!r.field()) continue;
+    // A negative VTK spacing runs the axis backwards.
+    std::string mirrored = vtkFile(0, kTypes[3], v, false);
+    spit(path("m.vtk"), mirrored.replace(mirrored.find("SPACING 0.5"), 11, "SPACING -0.5"));
+    std::vector<std::pair<std::string, World>> cases = {
+        {path("o.nrrd"), turned},
+        {path("o.mha"), turned},
+        {path("m.vtk"), {{{-0.5, 0, 0, 10}, {0, 2, 0, -4}, {0, 0, 1.25, 3}}}}};
+    // NIfTI: an sform code puts the map in the sform's rows (-1: code 1, rows of zeros).
+    auto nifti = [&](int version, int qform, int sform, std::array<double, 4> pixdim, double quaternD,
+                     std::array<double, 3> qoffset, const World& world) {
+        NiftiFile f;
+        f.version = version, f.qform = qform, f.sform = std::abs(sform), f.quatern[2] = quaternD;
+        std::copy(pixdim.begin(), pixdim.end(), f.pixdim);
+        std::copy(qoffset.begin(), qoffset.end(), f.qoffset);
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 4; ++c) f.srow[r][c] = sform > 0 ? world[r][c] : sform < 0 ? 0 : f.srow[r][c];
+        f.values = v.bytes;
+        f.datatype = 4;
+        cases.push_back({writeNifti(f, path("n" + std::to_string(cases.size()))), world});
+    };
+    const double d = std::sqrt(0.5); // a quarter turn about z
+    // Radiological sform: x mirrored, y and z swapped, spacing 2, 3, 4.
+    nifti(1, 0, 2, {1, 2, 3, 4}, 0, {}, {{{-2, 0, 0, 90}, {0, 0, 4, -20}, {0, 3, 0, 7}}});
+    // The quarter turn from the qform, whose qfac -1 mirrors k; spacing 1.5, 1, 2.
+    nifti(2, 1, 0, {-1, 1.5, 1, 2}, d, {5, 6, 7}, {{{0, -1, 0, 5}, {1.5, 0, 0, 6}, {0, 0, -2, 7}}});
+    // Both codes set: the sform wins; here it is a plain shift.
+    nifti(1, 1, 1, {1, 1, 1, 1}, d, {}, {{{1, 0, 0, -1}, {0, 1, 0, -2}, {0, 0, 1, -3}}});
+    // Neither: pixdim alone, from the origin.
+    nifti(1, 0, 0, {1, 0.25, 0.5, 3}, 0, {}, {{{0.25, 0, 0, 0}, {0, 0.5, 0, 0}, {0, 0, 3, 0}}});
+    // The sform's columns are the spacing, whatever pixdim says.
+    nifti(1, 0, 1, {1, 2, 2, 2}, 0, {}, {{{0.5, 0, 0, 1}, {0, 0.5, 0, 2}, {0, 0, 0.5, 3}}});
+    // An sform of zeros places nothing: the qform does.
+    nifti(1, 1, -1, {1, 0.25, 0.5, 3}, 0, {5, 6, 7}, {{{0.25, 0, 0, 5}, {0, 0.5, 0, 6}, {0, 0, 3, 7}}});
+
+    for (const auto& [file, world] : cases) {
+        const Read r = readVolume(file);
+        ASSERT_TRUE(r.field()) << file << ": " << r.error.toStdString();
+        bool turns = false; // anything but a positive scaling and a shift
+        for (int a = 0; a < 3; ++a)
+            for (int b = 0; b < 3; ++b) turns |= a == b ? world[a][b] < 0 : world[a][b] != 0;
         SbMatrix m;
-        ASSERT_TRUE(r.field()->getTransform(m)) << name;
-        const KxBox3f box = r.field()->getBoundingBox();
-        EXPECT_EQ(box.getMin(), KxVec3f(10, -4, 3)) << name;
+        EXPECT_EQ(r.field()->getTransform(m), turns) << file;
+        EXPECT_EQ(r.field()->getBoundingBox().getMin(),
+                  KxVec3f(float(world[0][3]), float(world[1][3]), float(world[2][3])))
+            << file;
         for (int k = 0; k < 3; ++k)
             for (int j = 0; j < 4; ++j)
                 for (int i = 0; i < 5; ++i) {
-                    const KxVec3f local = r.field()->lattice().coords()->pos(i, j, k);
+                    const KxVec3f p = r.field()->lattice().coords()->pos(i, j, k);
                     SbVec3f w;
-                    m.multVecMatrix(SbVec3f(local.x, local.y, local.z), w);
-                    for (int a = 0; a < 3; ++a) EXPECT_NEAR(w[a], world(i, j, k)[a], 1e-4) << name;
+                    m.multVecMatrix(SbVec3f(p.x, p.y, p.z), w);
+                    for (int a = 0; a < 3; ++a)
+                        EXPECT_NEAR(w[a], world[a][0] * i + world[a][1] * j + world[a][2] * k + world[a][3],
+                                    1e-4)
+                            << file << " node " << i << " " << j << " " << k;
                 }
     }
-    // A negative VTK spacing runs the axis backwards: a mirror in the transform.
-    const TypeCase& t = kTypes[3];
-    std::string f = vtkFile(0, t, v, false);
-    f.replace(f.find("SPACING 0.5"), 11, "SPACING -0.5");
-    spit(path("m.vtk"), f);
-    const Read r = readVolume(path("m.vtk"));
-    ASSERT_TRUE(r.field()) << r.error.toStdString();
-    SbMatrix m;
-    ASSERT_TRUE(r.field()->getTransform(m));
-    SbVec3f w;
-    const KxVec3f last = r.field()->lattice().coords()->pos(4, 0, 0);
-    m.multVecMatrix(SbVec3f(last.x, last.y, last.z), w);
-    EXPECT_NEAR(w[0], 8.f, 1e-5);
+    // An axis of one node keeps the header's spacing: its box is a point, its voxel size is not.
+    NiftiFile flat;
+    flat.dim[3] = 1;
+    flat.pixdim[1] = flat.pixdim[2] = 1.5, flat.pixdim[3] = 2.5;
+    flat.values = v.bytes.substr(0, 5 * 4 * 4);
+    const Read r = readVolume(writeNifti(flat, path("flat")));
+    auto* field = kx_type_cast<VxUniformScalarField3>(r.data.get());
+    ASSERT_TRUE(field) << r.error.toStdString();
+    EXPECT_EQ(field->getVoxelSize(), KxVec3f(1.5f, 1.5f, 2.5f));
 }
 
 TEST(VolumeReaderNames, PicksTheReaderByExtension)
 {
-    struct
-    {
-        const char* name;
-        VxVolumeReader::Format format;
-    } cases[] = {{"a.nii.gz", VxVolumeReader::NIFTI},  {"b.IMG", VxVolumeReader::NIFTI},
-                 {"c.nrrd", VxVolumeReader::NRRD},     {"d/e.NHDR", VxVolumeReader::NRRD},
-                 {"f.mha", VxVolumeReader::METAIMAGE}, {"g.mhd", VxVolumeReader::METAIMAGE},
-                 {"h.vtk", VxVolumeReader::VTK},       {"i.raw", VxVolumeReader::UNKNOWN},
-                 {".vtk", VxVolumeReader::UNKNOWN},    {"x.vtk/y", VxVolumeReader::UNKNOWN}};
-    for (const auto& c : cases) EXPECT_EQ(VxVolumeReader::formatForPath(c.name), c.format) << c.name;
+    const std::pair<const char*, VxVolumeReader::Format> cases[] = {
+        {"a.nii", VxVolumeReader::NIFTI},       {"b.NII.GZ", VxVolumeReader::NIFTI},
+        {"dir.x/c.hdr", VxVolumeReader::NIFTI}, {"d.IMG", VxVolumeReader::NIFTI},
+        {"e.img.gz", VxVolumeReader::NIFTI},    {"f.hdr.gz", VxVolumeReader::NIFTI},
+        {"c.nrrd", VxVolumeReader::NRRD},       {"d/e.NHDR", VxVolumeReader::NRRD},
+        {"f.mha", VxVolumeReader::METAIMAGE},   {"g.mhd", VxVolumeReader::METAIMAGE},
+        {"h.vtk", VxVolumeReader::VTK},         {"i.raw", VxVolumeReader::UNKNOWN},
+        {"b.gz", VxVolumeReader::UNKNOWN},      {".nii", VxVolumeReader::UNKNOWN},
+        {".vtk", VxVolumeReader::UNKNOWN},      {"c.nii.bak", VxVolumeReader::UNKNOWN},
+        {"d.niigz", VxVolumeReader::UNKNOWN},   {"img", VxVolumeReader::UNKNOWN},
+        {"x.vtk/y", VxVolumeReader::UNKNOWN}};
+    for (const auto& [name, format] : cases) EXPECT_EQ(VxVolumeReader::formatForPath(name), format) << name;
     QString error;
     EXPECT_EQ(VxVolumeReader::read("scan.dcm", VxReadOptions(), &error), nullptr);
     EXPECT_EQ(error.toStdString(),
@@ -411,50 +416,38 @@ TEST(VolumeReaderNames, PicksTheReaderByExtension)
 // Integer volumes load as labels in the smallest label type that holds them; others are refused.
 TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
 {
-    auto nrrd = [&](const std::string& name, const char* type, const std::string& bytes) {
-        spit(path(name),
-             std::string("NRRD0004\ntype: ") + type +
-                 "\ndimension: 3\nsizes: 3 2 1\nencoding: raw\nendian: little\nspacings: 2 3 4\n\n" + bytes);
+    // 3 x 2 x 1 values as text, 2 3 4 apart.
+    auto nrrd = [&](const std::string& name, const char* type, const std::vector<double>& values) {
+        std::string text;
+        for (double x : values) text += std::to_string(int64_t(x)) + " ";
+        spit(path(name), std::string("NRRD0004\ntype: ") + type +
+                             "\ndimension: 3\nsizes: 3 2 1\nencoding: ascii\nspacings: 2 3 4\n\n" + text +
+                             "\n");
         return path(name);
     };
-    struct Case
-    {
-        std::string file;
-        KxPrimType labelType;
-        std::vector<float> labels;
-    } cases[] = {
-        {nrrd("u8.nrrd", "uchar", bytesOf<unsigned char>({0, 1, 2, 255, 7, 0})),
-         KxPrimType::UINT8,
-         {0, 1, 2, 255, 7, 0}},
-        {nrrd("s8.nrrd", "signed char", bytesOf<signed char>({0, 1, 2, 127, 7, 0})),
-         KxPrimType::UINT8,
-         {0, 1, 2, 127, 7, 0}},
-        {nrrd("s8n.nrrd", "signed char", bytesOf<signed char>({0, -1, 2, 3, 7, 0})),
-         KxPrimType::INT32,
-         {0, -1, 2, 3, 7, 0}},
-        {nrrd("s16.nrrd", "short", bytesOf<short>({0, 1, 2, 32767, 7, 0})),
-         KxPrimType::UINT16,
-         {0, 1, 2, 32767, 7, 0}},
-        {nrrd("u32.nrrd", "uint", bytesOf<unsigned>({0, 1, 2, 70000, 7, 0})),
-         KxPrimType::INT32,
-         {0, 1, 2, 70000, 7, 0}},
-    };
-    for (const Case& c : cases) {
-        const Read r = readVolume(c.file, true);
+    const std::tuple<const char*, std::vector<double>, KxPrimType> cases[] = {
+        {"uchar", {0, 1, 2, 255, 7, 0}, KxPrimType::UINT8},
+        {"signed char", {0, 1, 2, 127, 7, 0}, KxPrimType::UINT8},
+        {"signed char", {0, -1, 2, 3, 7, 0}, KxPrimType::INT32},
+        {"short", {0, 1, 2, 32767, 7, 0}, KxPrimType::UINT16},
+        {"uint", {0, 1, 2, 70000, 7, 0}, KxPrimType::INT32}};
+    int n = 0;
+    for (const auto& [type, values, labelType] : cases) {
+        const std::string file = nrrd("l" + std::to_string(++n) + ".nrrd", type, values);
+        const Read r = readVolume(file, true);
         auto* labels = kx_type_cast<VxUniformLabelField3>(r.data.get());
-        ASSERT_TRUE(labels) << c.file << ": " << r.error.toStdString();
-        EXPECT_EQ(labels->lattice().primType(), c.labelType) << c.file;
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ(labels->lattice().labelAt(i), c.labels[std::size_t(i)]) << c.file;
-        expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, c.file);
-        EXPECT_EQ(labels->getVoxelSize(), KxVec3f(2, 3, 4)) << c.file;
+        ASSERT_TRUE(labels) << file << ": " << r.error.toStdString();
+        EXPECT_EQ(labels->lattice().primType(), labelType) << file;
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(labels->lattice().labelAt(i), values[std::size_t(i)]) << file;
+        expectBox(labels->getBoundingBox(), {0, 4, 0, 3, 0, 0}, file);
+        EXPECT_EQ(labels->getVoxelSize(), KxVec3f(2, 3, 4)) << file;
     }
-    const std::string f32 = nrrd("f.nrrd", "float", bytesOf<float>({0, 1, 2, 3, 4, 5}));
+    const std::string f32 = nrrd("f.nrrd", "float", {0, 1, 2, 3, 4, 5});
     EXPECT_EQ(readVolume(f32, true).error.toStdString(),
-              f32 + ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, "
-                    "int16, uint32 or "
-                    "int32)");
-    const std::string big = nrrd("big.nrrd", "uint", bytesOf<unsigned>({0, 1, 3000000000u, 3, 4, 5}));
+              f32 +
+                  ": holds float32 values; a label volume needs integer values (uint8, int8, uint16, int16, "
+                  "uint32 or int32)");
+    const std::string big = nrrd("big.nrrd", "uint", {0, 1, 3000000000.0, 3, 4, 5});
     EXPECT_EQ(readVolume(big, true).error.toStdString(),
               big + ": holds the label 3000000000, beyond the largest label 2147483647");
     spit(path("rect.vtk"), vtkFile(1, kTypes[0], makeValues(KxPrimType::UINT8, 1), false));
@@ -500,12 +493,7 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
          "ORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n" +
              v.text.substr(0, 150),
          "values end after"},
-        // a header that lies about the size of its data
-        {"lie.nrrd", nrrdWith("sizes: 50 40 30\nencoding: raw\n") + v.bytes,
-         "but the 50x40x30 int16 values at offset 80 need 120080"},
-        {"lie.mha",
-         "NDims = 3\nDimSize = 5 4 300\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
-         "5x4x300 int16 values"},
+        // a header that lies about the size of its data (more than the file holds is cut.* above)
         {"lie.vtk",
          sp.substr(0, sp.find("POINT_DATA")) + "POINT_DATA 61\nSCALARS v short\nLOOKUP_TABLE default\n" +
              v.bytes,
@@ -614,46 +602,9 @@ TEST(DataObjects, RefuseSizesTheyCannotHold)
     EXPECT_THROW(VxCurvilinearCoord3(KxDim3l(2, 2, 1), KxDArray<float>(6)), KxException);
 }
 
-// Random damage to the header of each format: a field or one line of error, never a crash or hang.
-TEST_F(VolumeReader, DamagedHeadersGiveAFieldOrAnError)
-{
-    const Values v = makeValues(KxPrimType::FLOAT, 4);
-    const std::string files[][2] = {
-        {"d.nrrd", nrrdHeader("float", Enc::Gzip, true, true) + "\n" + deflated(inOrder(v, true), 31)},
-        {"d.mha", "NDims = 3\nDimSize = 5 4 3\nElementType = MET_FLOAT\nElementSpacing = 1 2 "
-                  "3\nTransformMatrix = 0 1 0 1 0 0 "
-                  "0 0 1\nCompressedData = True\nElementDataFile = LOCAL\n" +
-                      deflated(v.bytes, 15)},
-        {"d.vtk", vtkFile(2, kTypes[6], v, true)},
-        {"t.vtk", vtkFile(1, kTypes[6], v, false)},
-    };
-    std::mt19937 rng(2024);
-    for (const auto& f : files) {
-        const std::size_t header = std::min<std::size_t>(f[1].size(), 260);
-        for (int trial = 0; trial < 250; ++trial) {
-            std::string damaged = f[1];
-            for (int k = 0; k < 1 + trial % 3; ++k) damaged[rng() % header] = "0 -9\n:=()x"[rng() % 10];
-            spit(path(f[0]), damaged);
-            const Read r = readVolume(path(f[0]));
-            if (!r.data) {
-                EXPECT_FALSE(r.error.isEmpty());
-                EXPECT_EQ(r.error.indexOf('\n'), -1) << r.error.toStdString();
-            } else {
-                EXPECT_GT(r.field()->getDims().count(), 0);
-            }
-        }
-    }
-}
-
 namespace {
 
-// Runs tests/io/vtk_volume.py; empty when python3 with VTK is not there.
-std::string runVtk(const std::string& args)
-{
-    return runPython("vtkmodules.vtkIOImage", VXISO_SOURCE_DIR "/tests/io/vtk_volume.py " + args);
-}
-
-// What the script prints for one dataset.
+// What tests/io/vtk_files.py prints for one volume.
 struct VtkFacts
 {
     int dims[3] = {};
@@ -664,20 +615,14 @@ std::vector<VtkFacts> parseFacts(const std::string& text)
 {
     std::vector<VtkFacts> all;
     std::istringstream in(text);
-    std::string word;
-    while (in >> word) {
-        if (word != "dims") continue;
+    for (std::string word; in >> word;) {
+        if (word != "dims") continue; // past any warning VTK printed
         VtkFacts f;
-        in >> f.dims[0] >> f.dims[1] >> f.dims[2];
         std::size_t n = 0;
-        while (in >> word && word != "points") {
-        }
-        in >> n;
+        in >> f.dims[0] >> f.dims[1] >> f.dims[2] >> word >> n;
         f.points.resize(3 * n);
         for (double& x : f.points) in >> x;
-        while (in >> word && word != "values") { // the type's name may have blanks
-        }
-        in >> n;
+        in >> word >> n;
         f.values.resize(n);
         for (double& x : f.values) in >> x;
         all.push_back(f);

@@ -2,6 +2,7 @@
 // Files, folders and helper scripts shared by the reader and writer tests.
 #include <kx/KxBox3.h>
 
+#include <QDir>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -49,7 +50,8 @@ inline std::string runPython(const std::string& module, const std::string& args)
     return out;
 }
 
-inline void expectBox(const KxBox3f& b, const std::vector<float>& want, const std::string& what, float tol = 1e-5f)
+inline void expectBox(const KxBox3f& b, const std::vector<float>& want, const std::string& what,
+                      float tol = 1e-5f)
 {
     const float got[6] = {b.xmin, b.xmax, b.ymin, b.ymax, b.zmin, b.zmax};
     for (int i = 0; i < 6; ++i) EXPECT_NEAR(got[i], want[std::size_t(i)], tol) << what << " box[" << i << "]";
@@ -61,6 +63,12 @@ class TempDirTest : public ::testing::Test
 protected:
     std::string path(const std::string& name) const { return dir.path().toStdString() + "/" + name; }
     QString qpath(const std::string& name) const { return QString::fromStdString(path(name)); }
+    // What the folder, or a folder in it, holds: hidden names too.
+    QStringList entries(const std::string& folder = "") const
+    {
+        return QDir(qpath(folder))
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
     QTemporaryDir dir;
 };
 
