@@ -7,8 +7,7 @@
 
 #include <cstdint>
 
-namespace vxiso {
-namespace tables {
+namespace vxiso::tables {
 
 // The case table in unsigned bytes, as the older extractor reads it.
 struct UnsignedByteCaseTable
@@ -25,8 +24,7 @@ constexpr UnsignedByteCaseTable makeUnsignedByteCaseTable()
     return t;
 }
 
-} // namespace tables
-} // namespace vxiso
+} // namespace vxiso::tables
 
 class KxProgressInterface;
 class SoTriSurface;

@@ -7,8 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vxiso {
-namespace types {
+namespace vxiso::types {
 
 // Vertex store of compact cubes: sums of the intersections gathered at a vertex, and their count.
 struct Nodes
@@ -44,13 +43,14 @@ struct Nodes
     }
 };
 
-} // namespace types
+} // namespace vxiso::types
+
+namespace vxiso {
 
 // Vertex policy of "compactify": an intersection within threshold (a fraction of the edge) of a
 // grid node joins the one vertex of that node, which ends at the mean of the intersections gathered
 // there. Triangles that collapse are dropped and counted. Node maps cover two node slices only.
-template <class Tools>
-class VxIsosurfaceCompactCubes
+template <class Tools> class VxIsosurfaceCompactCubes
 {
 public:
     static constexpr uint64_t NO_VERTEX = ~uint64_t(0);
@@ -70,8 +70,7 @@ public:
     float threshold() const { return m_threshold; }
     uint64_t degenerateCount() const { return m_degenerate; }
 
-    template <class UserData>
-    void beginBox(const Tools& tools, const KxBox3i&, UserData&)
+    template <class UserData> void beginBox(const Tools& tools, const KxBox3i&, UserData&)
     {
         m_nx = tools.nx;
         const std::size_t n = std::size_t(tools.nx) * std::size_t(tools.ny);
@@ -80,8 +79,7 @@ public:
         m_lastSlice = -1;
     }
 
-    template <class UserData>
-    void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
+    template <class UserData> void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
     {
         nodes.coords.reserve(vertices);
         nodes.normals.reserve(vertices);
@@ -108,7 +106,8 @@ public:
         const int node = tables::g_edgeEndNodeIds[edge][t <= m_threshold ? 0 : 1];
         const int* off = tables::g_nodeCoords[node];
         std::vector<uint64_t>& map = off[2] == 0 ? m_mapZ : m_mapZ1;
-        uint64_t& entry = map[std::size_t(cell.y + off[1]) * std::size_t(m_nx) + std::size_t(cell.x + off[0])];
+        uint64_t& entry =
+            map[std::size_t(cell.y + off[1]) * std::size_t(m_nx) + std::size_t(cell.x + off[0])];
         if (entry != NO_VERTEX) {
             nodes.accumulate(entry, p, n);
             return int(entry);

@@ -17,16 +17,13 @@
 #include <chrono>
 #include <type_traits>
 
-namespace vxiso {
-namespace detail {
+namespace vxiso::detail {
 
-template <class Accessor>
-struct IntersectionOf
+template <class Accessor> struct IntersectionOf
 {
     using type = tools::ComputeIntersection<Accessor>;
 };
-template <>
-struct IntersectionOf<tools::CurvField3Accessor>
+template <> struct IntersectionOf<tools::CurvField3Accessor>
 {
     using type = tools::ComputeIntersectionWithoutNormal<tools::CurvField3Accessor>;
 };
@@ -35,8 +32,7 @@ template <class Accessor, class Filter>
 using ToolsFor = tools::VxIsosurfaceTools<Accessor, tools::ComputeIndexScanline<Accessor>,
                                           typename IntersectionOf<Accessor>::type, Filter>;
 
-template <class CubesType>
-CubesType makeCubes(float threshold)
+template <class CubesType> CubesType makeCubes(float threshold)
 {
     if constexpr (std::is_constructible<CubesType, float>::value)
         return CubesType(threshold);
@@ -44,8 +40,7 @@ CubesType makeCubes(float threshold)
         return CubesType();
 }
 
-} // namespace detail
-} // namespace vxiso
+} // namespace vxiso::detail
 
 template <class Accessor, template <class> class Cubes, class Filter>
 void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
@@ -83,8 +78,8 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     if (extent / threads <= 16) threads = 1;
     unsigned long grain[3] = {std::max(n[0], 1ul), std::max(n[1], 1ul), std::max(n[2], 1ul)};
     grain[Axis::index] = std::max(extent / threads, 1ul);
-    const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(0, n[2], grain[2], 0, n[1], grain[1],
-                                                                                  0, n[0], grain[0]);
+    const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(
+        0, n[2], grain[2], 0, n[1], grain[1], 0, n[0], grain[0]);
     vxiso::SlabProgress progress(&m_workerProgress, int64_t(std::max(extent, 1ul)));
     vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Emitter, Axis> body(tools, cubes, &progress);
     tbb::affinity_partitioner partitioner;
@@ -100,8 +95,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     handOver(cubes);
 }
 
-template <class CubesType>
-void VxIsosurfaceExtractor::handOver(CubesType& cubes)
+template <class CubesType> void VxIsosurfaceExtractor::handOver(CubesType& cubes)
 {
     KxDArray<KxVec3i>& triangles = cubes.triangleArray();
     m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
@@ -131,33 +125,33 @@ void VxIsosurfaceExtractor::handOver(CubesType& cubes)
 
 // Explicit instantiations of one accessor for both filters, per cubes policy (and split axis).
 #define VXISO_INSTANTIATE_PARALLEL(Accessor, Cubes, Axis)                                                    \
-    template void VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::UndefinedValue, Axis>( \
-        const vxiso::filter::UndefinedValue&);                                                               \
+    template void VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::UndefinedValue,     \
+                                                         Axis>(const vxiso::filter::UndefinedValue&);        \
     template void                                                                                            \
     VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::LabelIsoSurfaceFilter, Axis>(     \
         const vxiso::filter::LabelIsoSurfaceFilter&);
 #define VXISO_INSTANTIATE_SEQUENTIAL(Accessor)                                                               \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceStandardCubes, \
-                                                                  vxiso::filter::UndefinedValue>(            \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<                                           \
+        Accessor, vxiso::VxIsosurfaceStandardCubes, vxiso::filter::UndefinedValue>(                          \
         const vxiso::filter::UndefinedValue&);                                                               \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceStandardCubes, \
-                                                                  vxiso::filter::LabelIsoSurfaceFilter>(     \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<                                           \
+        Accessor, vxiso::VxIsosurfaceStandardCubes, vxiso::filter::LabelIsoSurfaceFilter>(                   \
         const vxiso::filter::LabelIsoSurfaceFilter&);
 #define VXISO_INSTANTIATE_SEQUENTIAL_COMPACT(Accessor)                                                       \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes,  \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes, \
                                                                   vxiso::filter::UndefinedValue>(            \
         const vxiso::filter::UndefinedValue&);                                                               \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes,  \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes, \
                                                                   vxiso::filter::LabelIsoSurfaceFilter>(     \
         const vxiso::filter::LabelIsoSurfaceFilter&);
 
 // Every value type of the uniform accessor, through one of the macros above.
 #define VXISO_FOR_EACH_UNIFORM_ACCESSOR(Macro, ...)                                                          \
-    Macro(vxiso::tools::RegField3Accessor<unsigned char> __VA_OPT__(, ) __VA_ARGS__)                       \
-    Macro(vxiso::tools::RegField3Accessor<signed char> __VA_OPT__(, ) __VA_ARGS__)                         \
-    Macro(vxiso::tools::RegField3Accessor<unsigned short> __VA_OPT__(, ) __VA_ARGS__)                      \
-    Macro(vxiso::tools::RegField3Accessor<short> __VA_OPT__(, ) __VA_ARGS__)                               \
-    Macro(vxiso::tools::RegField3Accessor<unsigned int> __VA_OPT__(, ) __VA_ARGS__)                        \
-    Macro(vxiso::tools::RegField3Accessor<int> __VA_OPT__(, ) __VA_ARGS__)                                 \
-    Macro(vxiso::tools::RegField3Accessor<float> __VA_OPT__(, ) __VA_ARGS__)                               \
-    Macro(vxiso::tools::RegField3Accessor<double> __VA_OPT__(, ) __VA_ARGS__)
+    Macro(vxiso::tools::RegField3Accessor<unsigned char> __VA_OPT__(, ) __VA_ARGS__)                         \
+        Macro(vxiso::tools::RegField3Accessor<signed char> __VA_OPT__(, ) __VA_ARGS__)                       \
+            Macro(vxiso::tools::RegField3Accessor<unsigned short> __VA_OPT__(, ) __VA_ARGS__)                \
+                Macro(vxiso::tools::RegField3Accessor<short> __VA_OPT__(, ) __VA_ARGS__)                     \
+                    Macro(vxiso::tools::RegField3Accessor<unsigned int> __VA_OPT__(, ) __VA_ARGS__)          \
+                        Macro(vxiso::tools::RegField3Accessor<int> __VA_OPT__(, ) __VA_ARGS__)               \
+                            Macro(vxiso::tools::RegField3Accessor<float> __VA_OPT__(, ) __VA_ARGS__)         \
+                                Macro(vxiso::tools::RegField3Accessor<double> __VA_OPT__(, ) __VA_ARGS__)

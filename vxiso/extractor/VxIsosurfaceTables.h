@@ -5,12 +5,11 @@
 // can pad the rows). Every table is a compile-time constant, so the traversal reads it at fixed
 // addresses and no load-order question arises.
 
-namespace vxiso {
-namespace tables {
+namespace vxiso::tables {
 
 // Corner offsets (x, y, z) of the cell's nodes.
-inline constexpr int g_nodeCoords[8][3] = {
-    {0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
+inline constexpr int g_nodeCoords[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
+                                           {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
 
 // End nodes of each edge; the first is always the lower end along the edge's axis, so that cells
 // sharing an edge interpolate it in the same direction and get the same point.
@@ -327,5 +326,4 @@ inline constexpr int g_ccEdgeOffsets[3][13][2] = {
     {{0, 0}, {0, 1}, {0, 2}, {0, 1}, {0, 0}, {2, 1}, {2, 2}, {2, 1}, {2, 0}, {1, 0}, {1, 2}, {1, 0}, {1, 2}},
     {{0, 0}, {1, 0}, {2, 1}, {1, 2}, {0, 1}, {1, 0}, {2, 1}, {1, 2}, {0, 1}, {0, 0}, {2, 0}, {0, 2}, {2, 2}}};
 
-} // namespace tables
-} // namespace vxiso
+} // namespace vxiso::tables

@@ -7,8 +7,7 @@
 #include <atomic>
 #include <climits>
 
-namespace vxiso {
-namespace tools {
+namespace vxiso::tools {
 
 CurvField3Accessor::CurvField3Accessor(const VxRegScalarField3& field) : m_field(&field)
 {
@@ -61,5 +60,4 @@ void checkSurfaceSize(uint64_t vertices, uint64_t triangles)
                           .arg(limit));
 }
 
-} // namespace tools
-} // namespace vxiso
+} // namespace vxiso::tools

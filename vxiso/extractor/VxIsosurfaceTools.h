@@ -14,8 +14,7 @@
 // Policies of the marching-cubes traversals. Everything here is resolved at compile time so that the
 // per-cell code is inlined: no virtual calls, no allocation, no bounds checks.
 
-namespace vxiso {
-namespace tools {
+namespace vxiso::tools {
 
 // Split axes of the parallel traversal; each names its block of the boundary offset tables.
 struct Xaxis
@@ -411,5 +410,4 @@ inline bool isDegenerate(const KxVec3i& t)
     return t.x == t.y || t.y == t.z || t.x == t.z;
 }
 
-} // namespace tools
-} // namespace vxiso
+} // namespace vxiso::tools
