@@ -1,30 +1,11 @@
 #pragma once
-#include <vxiso/extractor/VxIsosurfaceTables.h>
+#include <vxiso/extractor/VxIsosurfaceByteCaseTable.h>
 
 #include <kx/KxDArray.h>
 #include <kx/KxPrimType.h>
 #include <kx/KxVec3.h>
 
 #include <cstdint>
-
-namespace vxiso::tables {
-
-// The case table in unsigned bytes, as the older extractor reads it.
-struct UnsignedByteCaseTable
-{
-    unsigned char rows[256][ROW_LENGTH];
-    constexpr const unsigned char* operator[](int c) const { return rows[c]; }
-};
-
-constexpr UnsignedByteCaseTable makeUnsignedByteCaseTable()
-{
-    UnsignedByteCaseTable t{};
-    for (int c = 0; c < 256; ++c)
-        for (int w = 0; w < ROW_LENGTH; ++w) t.rows[c][w] = static_cast<unsigned char>(g_marchingCases[c][w]);
-    return t;
-}
-
-} // namespace vxiso::tables
 
 class KxProgressInterface;
 class SoTriSurface;
@@ -86,7 +67,8 @@ public:
     float getParameter() const { return m_param; }
 
     // The case rows of vxiso::tables::g_marchingCases in bytes: nodes above, cut edges, triangles.
-    static constexpr vxiso::tables::UnsignedByteCaseTable LUT = vxiso::tables::makeUnsignedByteCaseTable();
+    static constexpr vxiso::tables::ByteCaseTable<unsigned char> LUT =
+        vxiso::tables::makeByteCaseTable<unsigned char>();
 
     // Cell-relative grid offsets (dx0, dy0, dz0, dx1, dy1, dz1) of the first and second end node of
     // edges 1..12; row 0 is unused.

@@ -1,12 +1,29 @@
 #pragma once
-#include <vxiso/extractor/VxIsosurfaceTools.h>
+#include <vxiso/extractor/VxIsosurfaceTables.h>
+
+#include <kx/KxVec3.h>
 
 #include <cstdint>
 
-// What the slab decomposition along a split axis needs to know about a cell's edges and the boundary
-// planes between slabs. Derived at compile time from the node and edge tables.
+// The split axes of the parallel traversal, and what the slab decomposition along one needs to know
+// about a cell's edges and the boundary planes between slabs, derived at compile time from the node
+// and edge tables.
 
 namespace vxiso::tools {
+
+// Split axes; each names its block of the boundary offset tables.
+struct Xaxis
+{
+    static constexpr int index = 0;
+};
+struct Yaxis
+{
+    static constexpr int index = 1;
+};
+struct Zaxis
+{
+    static constexpr int index = 2;
+};
 
 template <class Axis> struct AxisTraits
 {

@@ -1,7 +1,11 @@
 #pragma once
-// Definitions of the extractor's templates, included by the instantiation units only.
+// Definitions of the extractor's traversal stages, included by the instantiation units only, which
+// also include the filters they instantiate for (vxiso/VxIsosurfaceFilter.h). Everything of the
+// host that the stages need comes through the front end: accessors from the field, arrays to the
+// surface.
 #include <vxiso/VxIsosurfaceExtractor.h>
-#include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/extractor/VxIsosurfaceAccessors.h>
+#include <vxiso/extractor/VxIsosurfaceAxis.h>
 #include <vxiso/extractor/VxIsosurfaceCompactCubes.h>
 #include <vxiso/extractor/VxIsosurfaceMarchingCubes.h>
 #include <vxiso/extractor/VxIsosurfaceParallelCompactCubes.h>
@@ -12,8 +16,7 @@
 #include <tbb/parallel_for.h>
 #include <tbb/partitioner.h>
 
-#include <oiv/SoTriSurface.h>
-
+#include <algorithm>
 #include <chrono>
 #include <type_traits>
 
@@ -32,6 +35,15 @@ template <class Accessor, class Filter>
 using ToolsFor = tools::VxIsosurfaceTools<Accessor, tools::ComputeIndexScanline<Accessor>,
                                           typename IntersectionOf<Accessor>::type, Filter>;
 
+// The accessor of a field, as the front end builds it.
+template <class Accessor> Accessor accessorOf(const VxRegScalarField3& field)
+{
+    if constexpr (std::is_same<Accessor, tools::CurvField3Accessor>::value)
+        return VxIsosurfaceExtractor::curvilinearAccessor(field);
+    else
+        return VxIsosurfaceExtractor::uniformAccessor<typename Accessor::ValueType>(field);
+}
+
 template <class CubesType> CubesType makeCubes(float threshold)
 {
     if constexpr (std::is_constructible<CubesType, float>::value)
@@ -46,7 +58,7 @@ template <class Accessor, template <class> class Cubes, class Filter>
 void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
 {
     using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
-    const Accessor accessor(*m_field);
+    const Accessor accessor = vxiso::detail::accessorOf<Accessor>(*m_field);
     const Tools tools(accessor, isoValue, filter);
     Cubes<Tools> cubes = vxiso::detail::makeCubes<Cubes<Tools>>(threshold);
     vxiso::VxIsosurfaceMarchingCubes<Tools, Cubes<Tools>> marchingCubes(tools, cubes);
@@ -57,7 +69,8 @@ void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
     m_slabCount = 1;
-    handOver(cubes);
+    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(),
+             Cubes<Tools>::normalsAreUnit);
 }
 
 template <class Accessor, template <class, class> class Cubes, class Filter, class Axis>
@@ -65,7 +78,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
 {
     using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
     using Emitter = Cubes<Tools, Axis>;
-    const Accessor accessor(*m_field);
+    const Accessor accessor = vxiso::detail::accessorOf<Accessor>(*m_field);
     const Tools tools(accessor, isoValue, filter);
     Emitter cubes(tools, threshold);
 
@@ -92,35 +105,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
 
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
-    handOver(cubes);
-}
-
-template <class CubesType> void VxIsosurfaceExtractor::handOver(CubesType& cubes)
-{
-    KxDArray<KxVec3i>& triangles = cubes.triangleArray();
-    m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
-    if (!triangles.empty()) {
-        triangles.shrinkToFit();
-        const int n = int(triangles.size());
-        m_surface->adoptTriangles(n, reinterpret_cast<int32_t*>(triangles.release()));
-    } else {
-        m_surface->triangles.setNum(0);
-    }
-
-    KxDArray<KxVec3f>& coords = cubes.vertexCoords();
-    KxDArray<KxVec3f>& normals = cubes.vertexNormals();
-    if (!coords.empty()) {
-        coords.shrinkToFit();
-        normals.shrinkToFit();
-        if (!CubesType::normalsAreUnit)
-            for (KxVec3f& v : normals) v = vxiso::tools::unitNormal(v);
-        const int n = int(coords.size());
-        m_surface->adoptCoords(n, reinterpret_cast<float*>(coords.release()));
-        m_surface->adoptNormals(n, reinterpret_cast<float*>(normals.release()));
-    } else {
-        m_surface->coords.setNum(0);
-        m_surface->normals.setNum(0);
-    }
+    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(), Emitter::normalsAreUnit);
 }
 
 // Explicit instantiations of one accessor for both filters, per cubes policy (and split axis).
