@@ -28,7 +28,7 @@ public:
     // Settings, set by the caller before compute().
     int compact = 0;           // 0 standard cubes, 1 compact cubes; other values compute nothing
     float isoValue = 0.f;      // the surface is where the field equals this value
-    float threshold = 0.5f;    // compact cubes: snapping distance as a fraction of an edge
+    float snapFraction = 0.5f; // compact cubes: snapping distance as a fraction of an edge
     int64_t numberOfCores = 1; // 1 runs the sequential traversal, any other value the parallel one
 
     // Extraction with the undefined-value filter of the field.

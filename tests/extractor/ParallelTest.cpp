@@ -38,7 +38,7 @@ Result run(const VxRegScalarField3& field, const Filter& filter, int compact, in
     VxIsosurfaceExtractor x(&field, surface, nullptr);
     x.isoValue = iso;
     x.compact = compact;
-    x.threshold = 0.5f;
+    x.snapFraction = 0.5f;
     x.numberOfCores = cores;
     x.compute(filter);
     return {meshOf(*surface), x.getDegenerateCount(), x.getSlabCount(), x.getSplitAxis()};

@@ -44,10 +44,10 @@ template <class Accessor> Accessor accessorOf(const VxRegScalarField3& field)
         return VxIsosurfaceExtractor::uniformAccessor<typename Accessor::ValueType>(field);
 }
 
-template <class CubesType> CubesType makeCubes(float threshold)
+template <class CubesType> CubesType makeCubes(float snapFraction)
 {
     if constexpr (std::is_constructible<CubesType, float>::value)
-        return CubesType(threshold);
+        return CubesType(snapFraction);
     else
         return CubesType();
 }
@@ -60,7 +60,7 @@ void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
     using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
     const Accessor accessor = vxiso::detail::accessorOf<Accessor>(*m_field);
     const Tools tools(accessor, isoValue, filter);
-    Cubes<Tools> cubes = vxiso::detail::makeCubes<Cubes<Tools>>(threshold);
+    Cubes<Tools> cubes = vxiso::detail::makeCubes<Cubes<Tools>>(snapFraction);
     vxiso::VxIsosurfaceMarchingCubes<Tools, Cubes<Tools>> marchingCubes(tools, cubes);
 
     const auto start = std::chrono::steady_clock::now();
@@ -80,7 +80,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     using Emitter = Cubes<Tools, Axis>;
     const Accessor accessor = vxiso::detail::accessorOf<Accessor>(*m_field);
     const Tools tools(accessor, isoValue, filter);
-    Emitter cubes(tools, threshold);
+    Emitter cubes(tools, snapFraction);
 
     const auto start = std::chrono::steady_clock::now();
     const unsigned long n[3] = {(unsigned long)tools.nx, (unsigned long)tools.ny, (unsigned long)tools.nz};

@@ -74,14 +74,15 @@ public:
         const ThreadSpecificData* previous = nullptr;
     };
 
-    VxIsosurfaceParallelCompactCubes(const Tools& tools, float threshold)
-        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)), s(threshold),
+    VxIsosurfaceParallelCompactCubes(const Tools& tools, float snapFraction)
+        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)), snapFraction(snapFraction),
           m_dims(tools.nx, tools.ny, tools.nz)
     {
     }
 
     const uint64_t nx, ny, nz;
-    const float s;
+    // An intersection this close to an end node, as a fraction of the edge, snaps onto the node.
+    const float snapFraction;
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
     const SlabSync sync;
 
@@ -190,8 +191,8 @@ public:
         m_out.counts.resize(vertices);
         m_triangles.resize(triangles);
         // Fixing adds into vertices that copying has written: the two passes must not overlap.
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { copyBlock(d); });
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { fixBlock(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { copySlab(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { joinSlabBelow(d); });
         for (std::size_t v = 0; v < vertices; ++v) {
             const float count = float(m_out.counts[v]);
             m_out.coords[v] =
@@ -204,7 +205,7 @@ public:
 private:
     EdgeIntersection placementOf(float t) const
     {
-        return t <= s ? FIRST_NODE : t >= 1.f - s ? SECOND_NODE : INSIDE;
+        return t <= snapFraction ? FIRST_NODE : t >= 1.f - snapFraction ? SECOND_NODE : INSIDE;
     }
 
     // The placement a vertex got when it was made; recomputed exactly for vertices handed on by a
@@ -230,7 +231,8 @@ private:
         }
     }
 
-    void copyBlock(const ThreadSpecificData& d)
+    // Writes one slab into its own ranges of the output.
+    void copySlab(const ThreadSpecificData& d)
     {
         const std::size_t n = d.nodes.size();
         if (n) {
@@ -245,7 +247,9 @@ private:
             out[t] = KxVec3i(d.triangles[t].x + offset, d.triangles[t].y + offset, d.triangles[t].z + offset);
     }
 
-    void fixBlock(ThreadSpecificData& d)
+    // Points the slab's corners on its first plane at the vertices of the slab below, folding what it
+    // snapped onto shared nodes into them.
+    void joinSlabBelow(ThreadSpecificData& d)
     {
         KxVec3i* out = m_triangles.data() + d.triangleOffset;
         for (const CornerRecord& r : d.takenCorners) {
