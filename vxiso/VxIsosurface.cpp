@@ -211,7 +211,7 @@ void VxIsosurface::computeRegScalarField3()
     VxIsosurfaceExtractor extractor(field, result.get(), progress);
     extractor.compact = compactify() ? 1 : 0;
     extractor.isoValue = portThreshold.getValue();
-    extractor.threshold = 0.5f;
+    extractor.snapFraction = 0.5f;
     extractor.numberOfCores = portNumberOfCores.getValue();
     extractIsoSurfaceFromRegField3(field, extractor);
 

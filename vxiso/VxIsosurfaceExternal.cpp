@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <limits>
 #include <new>
 #include <type_traits>
 
@@ -31,6 +32,19 @@ constexpr bool edgeEndsFollowTheCellTables()
     return true;
 }
 static_assert(edgeEndsFollowTheCellTables(), "edge_ends must name the same end nodes as g_edgeEndNodeIds");
+
+// The uniform mode of a value type; types without one of their own fall to the curvilinear mode.
+template <class T> constexpr int uniformMode()
+{
+    using X = VxIsosurfaceExternal;
+    return std::is_same<T, unsigned char>::value    ? X::UNIF_BYTE
+           : std::is_same<T, short>::value          ? X::UNIF_SHORT
+           : std::is_same<T, int>::value            ? X::UNIF_INT
+           : std::is_same<T, float>::value          ? X::UNIF_FLOAT
+           : std::is_same<T, double>::value         ? X::UNIF_DOUBLE
+           : std::is_same<T, unsigned short>::value ? X::UNIF_USHORT
+                                                    : X::CURVILINEAR;
+}
 
 VxMessage* console()
 {
@@ -104,33 +118,14 @@ void VxIsosurfaceExternal::setIntersectionCallback(IntersectionCallback callback
 void VxIsosurfaceExternal::computeUniform(void* data, const KxPrimType& type, const KxVec3f& origin,
                                           const KxVec3f& voxelSize)
 {
-    switch (type.type()) {
-    case KxPrimType::UINT8:
-        m_mode = UNIF_BYTE;
-        break;
-    case KxPrimType::INT16:
-        m_mode = UNIF_SHORT;
-        break;
-    case KxPrimType::INT32:
-        m_mode = UNIF_INT;
-        break;
-    case KxPrimType::FLOAT:
-        m_mode = UNIF_FLOAT;
-        break;
-    case KxPrimType::DOUBLE:
-        m_mode = UNIF_DOUBLE;
-        break;
-    case KxPrimType::UINT16:
-        m_mode = UNIF_USHORT;
-        break;
-    default:
-        m_mode = CURVILINEAR;
-        break;
-    }
+    m_mode = CURVILINEAR;
+    kxDispatchPrimType(type, data, [this](auto* values) {
+        m_mode = uniformMode<std::remove_pointer_t<decltype(values)>>();
+    });
+    m_type = type;
     m_data = data;
     m_ox = origin.x, m_oy = origin.y, m_oz = origin.z;
     m_sx = voxelSize.x, m_sy = voxelSize.y, m_sz = voxelSize.z;
-    setThresholdForType(type);
     if (m_mode != CURVILINEAR && !data) {
         console()->error("Isosurface: the uniform field has no values.");
         return;
@@ -190,45 +185,105 @@ bool VxIsosurfaceExternal::inputsMatchDims()
     return true;
 }
 
-void VxIsosurfaceExternal::setThresholdForType(KxPrimType type)
+KxVec3f VxIsosurfaceExternal::gridPosition(int x, int y, int z) const
 {
-    m_belowType = false;
-    double lo, hi;
-    switch (type.type()) {
-    case KxPrimType::UINT8:
-        lo = 0, hi = UCHAR_MAX;
-        break;
-    case KxPrimType::INT16:
-        lo = SHRT_MIN, hi = SHRT_MAX;
-        break;
-    case KxPrimType::UINT16:
-        lo = 0, hi = USHRT_MAX;
-        break;
-    case KxPrimType::INT32:
-        lo = INT_MIN, hi = INT_MAX;
-        break;
-    default:
-        return;
-    }
-    // Truncation toward zero: 100.7 on bytes is 100, so that values of 101 and more are above.
-    // Beyond the type's range the comparison is decided for every value alike.
-    const double t = std::trunc(double(m_threshold));
-    m_belowType = t < lo;
-    m_intThreshold = std::isnan(t) || t > hi ? int64_t(hi) : m_belowType ? int64_t(lo) : int64_t(t);
+    return KxVec3f(m_ox + float(x) * m_sx, m_oy + float(y) * m_sy, m_oz + float(z) * m_sz);
 }
 
-KxVec3f VxIsosurfaceExternal::nodePosition(int x, int y, int z) const
+// ---------------------------------------------------------------------------------------------
+// Access to the nodes, one policy per kind of field: values, their comparison with the threshold,
+// node positions, and whether gradients of the values give the normals.
+
+// Values of element type T on the uniform grid, compared with the threshold in T. An integer type
+// truncates the threshold toward zero: 100.7 on bytes is 100, so that values of 101 and more are
+// above. Beyond the type's range the comparison is decided for every value alike.
+template <class T> class VxIsosurfaceExternal::UniformAccess
 {
-    if (m_mode == CURVILINEAR) return m_coords->pos(x, y, z);
-    return KxVec3f(m_ox + float(x) * m_sx, m_oy + float(y) * m_sy, m_oz + float(z) * m_sz);
+public:
+    static constexpr bool hasGradients = true;
+
+    UniformAccess(const VxIsosurfaceExternal& x, const T* values) : m_x(x), m_values(values)
+    {
+        if constexpr (std::is_integral<T>::value) {
+            const double lo = double(std::numeric_limits<T>::lowest()),
+                         hi = double(std::numeric_limits<T>::max());
+            const double t = std::trunc(double(x.m_threshold));
+            m_everyNodeAbove = t < lo;
+            m_threshold = T(std::isnan(t) || t > hi ? hi : m_everyNodeAbove ? lo : t);
+        } else {
+            m_threshold = T(x.m_threshold);
+        }
+    }
+
+    bool everyNodeAbove() const { return m_everyNodeAbove; }
+    T value(int x, int y, int z) const { return m_values[m_x.nodeIndex(x, y, z)]; }
+    bool above(int x, int y, int z) const { return m_threshold < value(x, y, z); }
+    KxVec3f position(int x, int y, int z) const { return m_x.gridPosition(x, y, z); }
+
+private:
+    const VxIsosurfaceExternal& m_x;
+    const T* m_values;
+    T m_threshold;
+    bool m_everyNodeAbove = false;
+};
+
+// Any field through evalReg, nodes where its coordinates put them. Normals of curvilinear cells are
+// left to the surface: they are dropped after the extraction.
+class VxIsosurfaceExternal::CurvilinearAccess
+{
+public:
+    static constexpr bool hasGradients = false;
+
+    explicit CurvilinearAccess(const VxIsosurfaceExternal& x) : m_x(x) {}
+
+    bool everyNodeAbove() const { return false; }
+    float value(int x, int y, int z) const { return m_x.m_field->evalReg(x, y, z); }
+    bool above(int x, int y, int z) const { return m_x.m_threshold < value(x, y, z); }
+    KxVec3f position(int x, int y, int z) const { return m_x.m_coords->pos(x, y, z); }
+
+private:
+    const VxIsosurfaceExternal& m_x;
+};
+
+// A function sampled at the nodes of the uniform grid.
+class VxIsosurfaceExternal::ProceduralAccess
+{
+public:
+    static constexpr bool hasGradients = true;
+
+    explicit ProceduralAccess(const VxIsosurfaceExternal& x) : m_x(x) {}
+
+    bool everyNodeAbove() const { return false; }
+    float value(int x, int y, int z) const { return m_x.m_procedural(m_x.m_proceduralData, x, y, z); }
+    bool above(int x, int y, int z) const { return m_x.m_threshold < value(x, y, z); }
+    KxVec3f position(int x, int y, int z) const { return m_x.gridPosition(x, y, z); }
+
+private:
+    const VxIsosurfaceExternal& m_x;
+};
+
+template <class F> void VxIsosurfaceExternal::withAccess(F&& f)
+{
+    if (m_mode == PROCEDURAL) {
+        f(ProceduralAccess(*this));
+    } else if (m_mode == CURVILINEAR) {
+        f(CurvilinearAccess(*this));
+    } else {
+        kxDispatchPrimType(m_type, m_data, [&](auto* values) {
+            using T = std::remove_pointer_t<decltype(values)>;
+            if constexpr (uniformMode<T>() != CURVILINEAR) f(UniformAccess<T>(*this, values));
+        });
+    }
 }
 
 // ---------------------------------------------------------------------------------------------
 // Case indices. Along a row the four nodes shared with the previous cell keep their bits: nodes
 // 1, 5 become 0, 4 and nodes 2, 6 become 3, 7; only the four nodes at x + 1 are read.
 
-template <class Above> int VxIsosurfaceExternal::caseIndex(int z, int y, int x, Above above)
+template <class Access> int VxIsosurfaceExternal::caseIndex(int z, int y, int x, const Access& access)
 {
+    if (access.everyNodeAbove()) return m_caseBits = 255;
+    const auto above = [&access](int i, int j, int k) { return access.above(i, j, k); };
     int bits;
     if (x == 0) {
         bits = int(above(x, y, z)) | int(above(x + 1, y, z)) << 1 | int(above(x + 1, y + 1, z)) << 2 |
@@ -243,69 +298,15 @@ template <class Above> int VxIsosurfaceExternal::caseIndex(int z, int y, int x, 
     return m_caseBits = bits;
 }
 
-template <class T> int VxIsosurfaceExternal::uniformIndex(int z, int y, int x, T threshold)
-{
-    const T* d = static_cast<const T*>(m_data);
-    return caseIndex(z, y, x, [&](int i, int j, int k) { return threshold < d[nodeIndex(i, j, k)]; });
-}
-
-int VxIsosurfaceExternal::computeIndexUnifByte(int z, int y, int x)
-{
-    if (m_belowType) return m_caseBits = 255;
-    return uniformIndex<unsigned char>(z, y, x, static_cast<unsigned char>(m_intThreshold));
-}
-
-int VxIsosurfaceExternal::computeIndexUnifShort(int z, int y, int x)
-{
-    if (m_belowType) return m_caseBits = 255;
-    return uniformIndex<short>(z, y, x, static_cast<short>(m_intThreshold));
-}
-
-int VxIsosurfaceExternal::computeIndexUnifUShort(int z, int y, int x)
-{
-    if (m_belowType) return m_caseBits = 255;
-    return uniformIndex<unsigned short>(z, y, x, static_cast<unsigned short>(m_intThreshold));
-}
-
-int VxIsosurfaceExternal::computeIndexUnifInt(int z, int y, int x)
-{
-    if (m_belowType) return m_caseBits = 255;
-    return uniformIndex<int>(z, y, x, static_cast<int>(m_intThreshold));
-}
-
-int VxIsosurfaceExternal::computeIndexUnifFloat(int z, int y, int x)
-{
-    return uniformIndex<float>(z, y, x, m_threshold);
-}
-
-int VxIsosurfaceExternal::computeIndexUnifDbl(int z, int y, int x)
-{
-    return uniformIndex<double>(z, y, x, double(m_threshold));
-}
-
-int VxIsosurfaceExternal::computeIndexCurv(int z, int y, int x)
-{
-    const VxRegScalarField3* f = m_field;
-    const float threshold = m_threshold;
-    return caseIndex(z, y, x,
-                     [f, threshold](int i, int j, int k) { return threshold < f->evalReg(i, j, k); });
-}
-
-int VxIsosurfaceExternal::computeIndexUnifFloatProcedural(int z, int y, int x)
-{
-    return caseIndex(z, y, x, [this](int i, int j, int k) {
-        return m_threshold < m_procedural(m_proceduralData, i, j, k);
-    });
-}
-
 // ---------------------------------------------------------------------------------------------
 // Intersections: the point where the threshold lies on the edge, interpolated from the edge's first
 // node, the negated gradient interpolated alike as the normal, and the nearer end node.
 
-template <class Value>
-KxVec3f VxIsosurfaceExternal::gridIntersection(int z, int y, int x, int edge, Value value, bool withNormal,
-                                               KxVec3f& normal, unsigned long& nearestNode)
+template <class Access>
+KxVec3f VxIsosurfaceExternal::intersection(int z, int y, int x, int edge, const Access& access,
+                                           KxVec3f& normal, unsigned long& nearestNode) const
 {
+    const auto value = [&access](int i, int j, int k) { return access.value(i, j, k); };
     using R = std::conditional_t<std::is_same<std::decay_t<decltype(value(0, 0, 0))>, double>::value, double,
                                  float>;
     const signed char* e = edge_ends[edge];
@@ -314,7 +315,7 @@ KxVec3f VxIsosurfaceExternal::gridIntersection(int z, int y, int x, int edge, Va
     const R fa = R(value(ax, ay, az)), fb = R(value(bx, by, bz));
     const float t = onEdge((R(m_threshold) - fa) / (fb - fa));
     nearestNode = t > 0.5f ? nodeIndex(bx, by, bz) : nodeIndex(ax, ay, az);
-    if (withNormal) {
+    if constexpr (Access::hasGradients) {
         const int n[3] = {int(m_nx), int(m_ny), int(m_nz)};
         const float spacing[3] = {m_sx, m_sy, m_sz};
         const KxVec3f ga = gradientAt(value, ax, ay, az, n, spacing);
@@ -322,81 +323,19 @@ KxVec3f VxIsosurfaceExternal::gridIntersection(int z, int y, int x, int edge, Va
         normal =
             KxVec3f(-(ga.x + t * (gb.x - ga.x)), -(ga.y + t * (gb.y - ga.y)), -(ga.z + t * (gb.z - ga.z)));
         if (!vxiso::tools::isFinite(normal))
-            normal = vxiso::tools::normalAcrossEdge(nodePosition(ax, ay, az), nodePosition(bx, by, bz),
+            normal = vxiso::tools::normalAcrossEdge(access.position(ax, ay, az), access.position(bx, by, bz),
                                                     R(m_threshold) < fa);
     } else {
         normal = KxVec3f();
     }
-    const KxVec3f pa = nodePosition(ax, ay, az), pb = nodePosition(bx, by, bz);
+    const KxVec3f pa = access.position(ax, ay, az), pb = access.position(bx, by, bz);
     return KxVec3f(pa.x + t * (pb.x - pa.x), pa.y + t * (pb.y - pa.y), pa.z + t * (pb.z - pa.z));
 }
 
-template <class T>
-KxVec3f VxIsosurfaceExternal::uniformIntersection(int z, int y, int x, int edge, KxVec3f& normal,
-                                                  unsigned long& nearestNode)
-{
-    const T* d = static_cast<const T*>(m_data);
-    return gridIntersection(
-        z, y, x, edge, [this, d](int i, int j, int k) { return d[nodeIndex(i, j, k)]; }, true, normal,
-        nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifByte(int z, int y, int x, int edge, KxVec3f& normal,
-                                                          unsigned long& nearestNode)
-{
-    return uniformIntersection<unsigned char>(z, y, x, edge, normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifShort(int z, int y, int x, int edge, KxVec3f& normal,
-                                                           unsigned long& nearestNode)
-{
-    return uniformIntersection<short>(z, y, x, edge, normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifUShort(int z, int y, int x, int edge, KxVec3f& normal,
-                                                            unsigned long& nearestNode)
-{
-    return uniformIntersection<unsigned short>(z, y, x, edge, normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifInt(int z, int y, int x, int edge, KxVec3f& normal,
-                                                         unsigned long& nearestNode)
-{
-    return uniformIntersection<int>(z, y, x, edge, normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifFloat(int z, int y, int x, int edge, KxVec3f& normal,
-                                                           unsigned long& nearestNode)
-{
-    return uniformIntersection<float>(z, y, x, edge, normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifDbl(int z, int y, int x, int edge, KxVec3f& normal,
-                                                         unsigned long& nearestNode)
-{
-    return uniformIntersection<double>(z, y, x, edge, normal, nearestNode);
-}
-
-// Normals of curvilinear cells are left to the surface: they are dropped after the extraction.
-KxVec3f VxIsosurfaceExternal::computeIntersectionCurv(int z, int y, int x, int edge, KxVec3f& normal,
-                                                      unsigned long& nearestNode)
-{
-    const VxRegScalarField3* f = m_field;
-    return gridIntersection(
-        z, y, x, edge, [f](int i, int j, int k) { return f->evalReg(i, j, k); }, false, normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUnifFloatProcedural(int z, int y, int x, int edge,
-                                                                     KxVec3f& normal,
-                                                                     unsigned long& nearestNode)
-{
-    return gridIntersection(
-        z, y, x, edge, [this](int i, int j, int k) { return m_procedural(m_proceduralData, i, j, k); }, true,
-        normal, nearestNode);
-}
-
-KxVec3f VxIsosurfaceExternal::computeIntersectionUser(int z, int y, int x, int edge, KxVec3f& normal,
-                                                      unsigned long& nearestNode)
+// The callback places the vertex and gives no normal.
+template <class Access>
+KxVec3f VxIsosurfaceExternal::userIntersection(int z, int y, int x, int edge, const Access& access,
+                                               KxVec3f& normal, unsigned long& nearestNode) const
 {
     const signed char* e = edge_ends[edge];
     const int ax = x + e[0], ay = y + e[1], az = z + e[2];
@@ -405,18 +344,20 @@ KxVec3f VxIsosurfaceExternal::computeIntersectionUser(int z, int y, int x, int e
     const float t = onEdge(m_callback(int(a), int(b), m_callbackObject));
     nearestNode = t > 0.5f ? b : a;
     normal = KxVec3f();
-    const KxVec3f pa = nodePosition(ax, ay, az), pb = nodePosition(bx, by, bz);
+    const KxVec3f pa = access.position(ax, ay, az), pb = access.position(bx, by, bz);
     return KxVec3f(pa.x + t * (pb.x - pa.x), pa.y + t * (pb.y - pa.y), pa.z + t * (pb.z - pa.z));
 }
 
 // ---------------------------------------------------------------------------------------------
 // Traversal.
 
-int VxIsosurfaceExternal::addIntersection(int z, int y, int x, int edge, IntersectionFunction intersection)
+template <class Access>
+int VxIsosurfaceExternal::addIntersection(int z, int y, int x, int edge, const Access& access)
 {
     KxVec3f normal;
     unsigned long nearest = 0;
-    const KxVec3f p = (this->*intersection)(z, y, x, edge, normal, nearest);
+    const KxVec3f p = m_callback ? userIntersection(z, y, x, edge, access, normal, nearest)
+                                 : intersection(z, y, x, edge, access, normal, nearest);
     const std::size_t vertices = m_coordsOut.size() / 3;
     // This extractor cannot count ahead: it refuses the vertex that would not fit a 32-bit number.
     if (std::max<uint64_t>(vertices, m_remap.size()) >= m_maxElements)
@@ -450,8 +391,7 @@ int VxIsosurfaceExternal::addIntersection(int z, int y, int x, int edge, Interse
 // Every grid edge is intersected once: its vertex id is kept per node, for the edges along x and y
 // of the node layers below (z) and above (z + 1) the current cells and for the edges along z
 // between them. A cell finds there the vertices made by its neighbours at x - 1, y - 1 and z - 1.
-template <VxIsosurfaceExternal::IndexFunction Index>
-void VxIsosurfaceExternal::march(IntersectionFunction intersection)
+template <class Access> void VxIsosurfaceExternal::march(const Access& access)
 {
     const int nx = int(m_nx), ny = int(m_ny), nz = int(m_nz);
     const std::size_t layer = std::size_t(nx) * std::size_t(ny);
@@ -469,7 +409,7 @@ void VxIsosurfaceExternal::march(IntersectionFunction intersection)
         m_upZ.fill(-1);
         for (int y = 0; y + 1 < ny; ++y) {
             for (int x = 0; x + 1 < nx; ++x) {
-                const unsigned char* row = LUT[(this->*Index)(z, y, x)];
+                const unsigned char* row = LUT[caseIndex(z, y, x, access)];
                 if (!row[9]) continue;
                 const std::size_t n0 = std::size_t(y) * std::size_t(nx) + std::size_t(x);
                 for (int c = 0; c < row[9]; ++c) {
@@ -513,7 +453,7 @@ void VxIsosurfaceExternal::march(IntersectionFunction intersection)
                         slot = &m_upZ[n0 + nx + 1];
                         break;
                     }
-                    if (*slot < 0) *slot = addIntersection(z, y, x, e, intersection);
+                    if (*slot < 0) *slot = addIntersection(z, y, x, e, access);
                     ids[e] = *slot;
                 }
                 if (m_trianglesOut.size() / 3 + row[22] > m_maxElements)
@@ -530,47 +470,8 @@ void VxIsosurfaceExternal::march(IntersectionFunction intersection)
 
 bool VxIsosurfaceExternal::computeSurfaceMC()
 {
-    IntersectionFunction intersection = nullptr;
-    void (VxIsosurfaceExternal::*traversal)(IntersectionFunction) = nullptr;
-    switch (m_mode) {
-    case UNIF_BYTE:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifByte>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifByte;
-        break;
-    case UNIF_SHORT:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifShort>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifShort;
-        break;
-    case UNIF_INT:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifInt>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifInt;
-        break;
-    case UNIF_FLOAT:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifFloat>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifFloat;
-        break;
-    case UNIF_DOUBLE:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifDbl>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifDbl;
-        break;
-    case CURVILINEAR:
-        // A uniform field of a type without a mode of its own has nothing to read here.
-        if (!m_field) return false;
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexCurv>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionCurv;
-        break;
-    case UNIF_USHORT:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifUShort>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifUShort;
-        break;
-    case PROCEDURAL:
-        traversal = &VxIsosurfaceExternal::march<&VxIsosurfaceExternal::computeIndexUnifFloatProcedural>;
-        intersection = &VxIsosurfaceExternal::computeIntersectionUnifFloatProcedural;
-        break;
-    default:
-        return false;
-    }
-    if (m_callback) intersection = &VxIsosurfaceExternal::computeIntersectionUser;
+    // A uniform field of a type without a mode of its own has nothing to read here.
+    if (m_mode == CURVILINEAR && !m_field) return false;
 
     try {
         m_coordsOut.clear();
@@ -586,7 +487,7 @@ bool VxIsosurfaceExternal::computeSurfaceMC()
             m_mergeCount.clear();
             m_mergeCount.reserve(1000);
         }
-        if (m_nx >= 2 && m_ny >= 2 && m_nz >= 2) (this->*traversal)(intersection);
+        if (m_nx >= 2 && m_ny >= 2 && m_nz >= 2) withAccess([this](const auto& access) { march(access); });
     } catch (const std::bad_alloc&) {
         freeWork();
         console()->printf("Open Inventor Memory exception. Try with a higher Threshold.");

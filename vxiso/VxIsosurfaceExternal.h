@@ -1,32 +1,11 @@
 #pragma once
-#include <vxiso/extractor/VxIsosurfaceTables.h>
+#include <vxiso/extractor/VxIsosurfaceByteCaseTable.h>
 
 #include <kx/KxDArray.h>
 #include <kx/KxPrimType.h>
 #include <kx/KxVec3.h>
 
 #include <cstdint>
-
-namespace vxiso {
-namespace tables {
-
-// The case table in unsigned bytes, as the older extractor reads it.
-struct UnsignedByteCaseTable
-{
-    unsigned char rows[256][ROW_LENGTH];
-    constexpr const unsigned char* operator[](int c) const { return rows[c]; }
-};
-
-constexpr UnsignedByteCaseTable makeUnsignedByteCaseTable()
-{
-    UnsignedByteCaseTable t{};
-    for (int c = 0; c < 256; ++c)
-        for (int w = 0; w < ROW_LENGTH; ++w) t.rows[c][w] = static_cast<unsigned char>(g_marchingCases[c][w]);
-    return t;
-}
-
-} // namespace tables
-} // namespace vxiso
 
 class KxProgressInterface;
 class SoTriSurface;
@@ -35,10 +14,10 @@ class VxObject;
 class VxRegScalarField3;
 
 // The older marching-cubes extractor, still used for block-structured and procedural fields. One
-// plain class, one hand-written case-index and intersection function per value type, its own byte
-// tables, and output written straight into an SoTriSurface. Method 1 ("compactify") merges the
-// vertices whose nearest grid node is the same into their mean and drops the triangles that
-// collapse.
+// plain class, one traversal over an access policy per kind of field (uniform values of each type,
+// any field through its coordinates, a function), its own byte tables, and output written straight
+// into an SoTriSurface. Method 1 ("compactify") merges the vertices whose nearest grid node is the
+// same into their mean and drops the triangles that collapse.
 //
 // Everything runs on the calling thread. A KxException (from a callback or the progress sink)
 // leaves method 0 to the caller; method 1 reports it itself. When memory runs out the surface keeps
@@ -88,7 +67,8 @@ public:
     float getParameter() const { return m_param; }
 
     // The case rows of vxiso::tables::g_marchingCases in bytes: nodes above, cut edges, triangles.
-    static constexpr vxiso::tables::UnsignedByteCaseTable LUT = vxiso::tables::makeUnsignedByteCaseTable();
+    static constexpr vxiso::tables::ByteCaseTable<unsigned char> LUT =
+        vxiso::tables::makeByteCaseTable<unsigned char>();
 
     // Cell-relative grid offsets (dx0, dy0, dz0, dx1, dy1, dz1) of the first and second end node of
     // edges 1..12; row 0 is unused.
@@ -98,57 +78,32 @@ public:
         {1, 0, 0, 1, 0, 1}, {0, 1, 0, 0, 1, 1}, {1, 1, 0, 1, 1, 1}};
 
 private:
-    using IndexFunction = int (VxIsosurfaceExternal::*)(int, int, int);
-    using IntersectionFunction = KxVec3f (VxIsosurfaceExternal::*)(int, int, int, int, KxVec3f&,
-                                                                   unsigned long&);
+    // How the traversal reads the nodes of a mode: the values, their comparison with the threshold,
+    // the node positions, and whether gradients of the values give the normals.
+    template <class T> class UniformAccess;
+    class CurvilinearAccess;
+    class ProceduralAccess;
 
     void computeSurfaceInternal();
     // False when nothing usable was produced (memory ran out, nothing to compute).
     bool computeSurfaceMC();
     void computeSurfaceCC();
 
-    int computeIndexUnifByte(int z, int y, int x);
-    int computeIndexUnifShort(int z, int y, int x);
-    int computeIndexUnifUShort(int z, int y, int x);
-    int computeIndexUnifInt(int z, int y, int x);
-    int computeIndexUnifFloat(int z, int y, int x);
-    int computeIndexUnifDbl(int z, int y, int x);
-    int computeIndexCurv(int z, int y, int x);
-    int computeIndexUnifFloatProcedural(int z, int y, int x);
-
-    KxVec3f computeIntersectionUnifByte(int z, int y, int x, int edge, KxVec3f& normal,
-                                        unsigned long& nearestNode);
-    KxVec3f computeIntersectionUnifShort(int z, int y, int x, int edge, KxVec3f& normal,
-                                         unsigned long& nearestNode);
-    KxVec3f computeIntersectionUnifUShort(int z, int y, int x, int edge, KxVec3f& normal,
-                                          unsigned long& nearestNode);
-    KxVec3f computeIntersectionUnifInt(int z, int y, int x, int edge, KxVec3f& normal,
-                                       unsigned long& nearestNode);
-    KxVec3f computeIntersectionUnifFloat(int z, int y, int x, int edge, KxVec3f& normal,
-                                         unsigned long& nearestNode);
-    KxVec3f computeIntersectionUnifDbl(int z, int y, int x, int edge, KxVec3f& normal,
-                                       unsigned long& nearestNode);
-    KxVec3f computeIntersectionCurv(int z, int y, int x, int edge, KxVec3f& normal,
-                                    unsigned long& nearestNode);
-    KxVec3f computeIntersectionUnifFloatProcedural(int z, int y, int x, int edge, KxVec3f& normal,
-                                                   unsigned long& nearestNode);
-    KxVec3f computeIntersectionUser(int z, int y, int x, int edge, KxVec3f& normal,
-                                    unsigned long& nearestNode);
-
-    // Shared bodies of the per-type functions.
-    template <class Above> int caseIndex(int z, int y, int x, Above above);
-    template <class T> int uniformIndex(int z, int y, int x, T threshold);
-    template <class T>
-    KxVec3f uniformIntersection(int z, int y, int x, int edge, KxVec3f& normal, unsigned long& nearestNode);
-    template <class Value>
-    KxVec3f gridIntersection(int z, int y, int x, int edge, Value value, bool withNormal, KxVec3f& normal,
-                             unsigned long& nearestNode);
-    template <IndexFunction Index> void march(IntersectionFunction intersection);
-    int addIntersection(int z, int y, int x, int edge, IntersectionFunction intersection);
+    // Calls f with the access of the current mode.
+    template <class F> void withAccess(F&& f);
+    template <class Access> void march(const Access& access);
+    template <class Access> int caseIndex(int z, int y, int x, const Access& access);
+    template <class Access> int addIntersection(int z, int y, int x, int edge, const Access& access);
+    template <class Access>
+    KxVec3f intersection(int z, int y, int x, int edge, const Access& access, KxVec3f& normal,
+                         unsigned long& nearestNode) const;
+    template <class Access>
+    KxVec3f userIntersection(int z, int y, int x, int edge, const Access& access, KxVec3f& normal,
+                             unsigned long& nearestNode) const;
 
     bool inputsMatchDims();
-    void setThresholdForType(KxPrimType type);
-    KxVec3f nodePosition(int x, int y, int z) const;
+    // Node (x, y, z) of the uniform grid.
+    KxVec3f gridPosition(int x, int y, int z) const;
     unsigned long nodeIndex(int x, int y, int z) const
     {
         return (unsigned long)((uint64_t(z) * m_ny + uint64_t(y)) * m_nx + uint64_t(x));
@@ -157,6 +112,7 @@ private:
 
     int m_mode = -1;
     void* m_data = nullptr;
+    KxPrimType m_type;
     float m_sx = 1.f, m_sy = 1.f, m_sz = 1.f;
     float m_ox = 0.f, m_oy = 0.f, m_oz = 0.f;
     VxCoord3* m_coords;
@@ -165,10 +121,6 @@ private:
     void* m_proceduralData = nullptr;
     uint64_t m_nx, m_ny, m_nz;
     float m_threshold;
-    // The threshold in the element type of an integer field (truncated toward zero), and whether
-    // it lies below every value of that type, so that every node is above it.
-    int64_t m_intThreshold = 0;
-    bool m_belowType = false;
     IntersectionCallback m_callback = nullptr;
     VxObject* m_callbackObject = nullptr;
     SoTriSurface* m_surface;

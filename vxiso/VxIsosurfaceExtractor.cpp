@@ -1,15 +1,17 @@
 #include <vxiso/VxIsosurfaceExtractor.h>
 
 #include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/extractor/VxIsosurfaceAccessors.h>
+#include <vxiso/extractor/VxIsosurfaceAxis.h>
 #include <vxiso/extractor/VxIsosurfaceCompactCubes.h>
+#include <vxiso/extractor/VxIsosurfaceParallelCompactCubes.h>
+#include <vxiso/extractor/VxIsosurfaceParallelStandardCubes.h>
 #include <vxiso/extractor/VxIsosurfaceStandardCubes.h>
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 
-#include <vxiso/extractor/VxIsosurfaceParallelCompactCubes.h>
-#include <vxiso/extractor/VxIsosurfaceParallelStandardCubes.h>
-
 #include <kx/KxThread.h>
 #include <oiv/SoTriSurface.h>
+#include <vx/VxCoord3.h>
 #include <vx/VxRegScalarField3.h>
 
 #include <QCoreApplication>
@@ -17,6 +19,7 @@
 #include <array>
 #include <atomic>
 #include <thread>
+#include <type_traits>
 
 using vxiso::VxIsosurfaceCompactCubes;
 using vxiso::VxIsosurfaceParallelCompactCubes;
@@ -35,8 +38,16 @@ namespace {
 
 std::atomic<unsigned> g_threadsForSlabs{0};
 
+KxVec3i dimsOf(const VxRegScalarField3& field)
+{
+    const KxDim3l& d = field.getDims();
+    return KxVec3i(int32_t(d.nx), int32_t(d.ny), int32_t(d.nz));
+}
+
+} // namespace
+
 // Runs the extraction on a thread of its own, so that the caller can keep forwarding progress.
-template <class Filter> class TaskRunner : public KxThread
+template <class Filter> class VxIsosurfaceExtractor::TaskRunner : public KxThread
 {
 public:
     TaskRunner(VxIsosurfaceExtractor& extractor, const Filter& filter)
@@ -53,7 +64,48 @@ private:
     const Filter& m_filter;
 };
 
-} // namespace
+template <class T> RegField3Accessor<T> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3& field)
+{
+    const KxDim3l& d = field.getDims();
+    const KxBox3f box = field.getBoundingBox();
+    // The voxel size is derived from the box as the box is written.
+    const KxVec3f voxelSize(d.nx > 1 ? (box.xmax - box.xmin) / float(d.nx - 1) : 0.f,
+                            d.ny > 1 ? (box.ymax - box.ymin) / float(d.ny - 1) : 0.f,
+                            d.nz > 1 ? (box.zmax - box.zmin) / float(d.nz - 1) : 0.f);
+    return RegField3Accessor<T>(static_cast<const T*>(field.lattice().dataPtr()), dimsOf(field), box.getMin(),
+                                voxelSize, field.getGradientSpacing(KxVec3i(0, 0, 0), voxelSize));
+}
+
+template RegField3Accessor<unsigned char> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<signed char> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<unsigned short> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<short> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<unsigned int> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<int> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<float> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+template RegField3Accessor<double> VxIsosurfaceExtractor::uniformAccessor(const VxRegScalarField3&);
+
+CurvField3Accessor VxIsosurfaceExtractor::curvilinearAccessor(const VxRegScalarField3& field)
+{
+    const VxLattice3& lattice = field.lattice();
+    const VxCoord3* coords = lattice.coords();
+    if (coords->coordType() == VX_COORD_CURVILINEAR)
+        return CurvField3Accessor(lattice.dataPtr(), lattice.primType(), dimsOf(field),
+                                  static_cast<const VxCurvilinearCoord3*>(coords)->positions());
+    // Other coordinate kinds answer per node through a virtual call; ask once, up front.
+    const KxDim3l& d = field.getDims();
+    KxDArray<float> positions(std::size_t(3 * d.count()));
+    float* out = positions.data();
+    for (int64_t k = 0; k < d.nz; ++k)
+        for (int64_t j = 0; j < d.ny; ++j)
+            for (int64_t i = 0; i < d.nx; ++i, out += 3) {
+                const KxVec3f p = coords->pos(i, j, k);
+                out[0] = p.x;
+                out[1] = p.y;
+                out[2] = p.z;
+            }
+    return CurvField3Accessor(lattice.dataPtr(), lattice.primType(), dimsOf(field), std::move(positions));
+}
 
 int VxIsosurfaceExtractor::splitAxis(int64_t nx, int64_t ny, int64_t nz)
 {
@@ -140,34 +192,10 @@ template <class Filter> void VxIsosurfaceExtractor::doCompute(const Filter& filt
         computeCurvilinearScalarField3(filter);
         return;
     }
-    switch (m_field->primType().type()) {
-    case KxPrimType::UINT8:
-        computeUniformScalarField3<unsigned char>(filter);
-        break;
-    case KxPrimType::INT8:
-        computeUniformScalarField3<signed char>(filter);
-        break;
-    case KxPrimType::UINT16:
-        computeUniformScalarField3<unsigned short>(filter);
-        break;
-    case KxPrimType::INT16:
-        computeUniformScalarField3<short>(filter);
-        break;
-    case KxPrimType::UINT32:
-        computeUniformScalarField3<unsigned int>(filter);
-        break;
-    case KxPrimType::INT32:
-        computeUniformScalarField3<int>(filter);
-        break;
-    case KxPrimType::FLOAT:
-        computeUniformScalarField3<float>(filter);
-        break;
-    case KxPrimType::DOUBLE:
-        computeUniformScalarField3<double>(filter);
-        break;
-    default:
-        break; // not a value type of ours: nothing to extract
-    }
+    // The element type picks the accessor; a type that is none of the eight extracts nothing.
+    kxDispatchPrimType(m_field->primType(), nullptr, [&](auto* typed) {
+        computeUniformScalarField3<std::remove_pointer_t<decltype(typed)>>(filter);
+    });
 }
 
 template <class T, class Filter> void VxIsosurfaceExtractor::computeUniformScalarField3(const Filter& filter)
@@ -218,3 +246,29 @@ void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter, int a
 
 template void VxIsosurfaceExtractor::compute(const vxiso::filter::UndefinedValue&);
 template void VxIsosurfaceExtractor::compute(const vxiso::filter::LabelIsoSurfaceFilter&);
+
+void VxIsosurfaceExtractor::handOver(KxDArray<KxVec3i>& triangles, KxDArray<KxVec3f>& coords,
+                                     KxDArray<KxVec3f>& normals, bool normalsAreUnit)
+{
+    m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
+    if (!triangles.empty()) {
+        triangles.shrinkToFit();
+        const int n = int(triangles.size());
+        m_surface->adoptTriangles(n, reinterpret_cast<int32_t*>(triangles.release()));
+    } else {
+        m_surface->triangles.setNum(0);
+    }
+
+    if (!coords.empty()) {
+        coords.shrinkToFit();
+        normals.shrinkToFit();
+        if (!normalsAreUnit)
+            for (KxVec3f& v : normals) v = vxiso::tools::unitNormal(v);
+        const int n = int(coords.size());
+        m_surface->adoptCoords(n, reinterpret_cast<float*>(coords.release()));
+        m_surface->adoptNormals(n, reinterpret_cast<float*>(normals.release()));
+    } else {
+        m_surface->coords.setNum(0);
+        m_surface->normals.setNum(0);
+    }
+}

@@ -1,11 +1,18 @@
 #pragma once
+#include <kx/KxDArray.h>
 #include <kx/KxProgressInterface.h>
+#include <kx/KxVec3.h>
 
 #include <atomic>
 #include <cstdint>
 
 class VxRegScalarField3;
 class SoTriSurface;
+
+namespace vxiso::tools {
+template <class T> class RegField3Accessor;
+class CurvField3Accessor;
+} // namespace vxiso::tools
 
 // Turns a scalar field on a regular lattice into a triangle surface. Picks, by plain switches, the
 // accessor of the field's coordinates and value type, standard or compact cubes, the sequential
@@ -15,25 +22,13 @@ class SoTriSurface;
 class VxIsosurfaceExtractor
 {
 public:
-    // Progress of the traversal: one float written by the traversal, read by the caller.
-    class MyProgressInterface : public KxProgressInterface
-    {
-    public:
-        void setProgressValue(float value) override { m_value.store(value, std::memory_order_relaxed); }
-        float getProgressValue() const override { return m_value.load(std::memory_order_relaxed); }
-
-    private:
-        // Written by the traversal, read by the polling thread; no lock, only a torn-free value.
-        std::atomic<float> m_value{0.f};
-    };
-
     VxIsosurfaceExtractor(const VxRegScalarField3* field, SoTriSurface* surface,
                           KxProgressInterface* progress);
 
     // Settings, set by the caller before compute().
     int compact = 0;           // 0 standard cubes, 1 compact cubes; other values compute nothing
     float isoValue = 0.f;      // the surface is where the field equals this value
-    float threshold = 0.5f;    // compact cubes: snapping distance as a fraction of an edge
+    float snapFraction = 0.5f; // compact cubes: snapping distance as a fraction of an edge
     int64_t numberOfCores = 1; // 1 runs the sequential traversal, any other value the parallel one
 
     // Extraction with the undefined-value filter of the field.
@@ -56,10 +51,35 @@ public:
     std::size_t getSlabCount() const { return m_slabCount; }
     int getSplitAxis() const { return m_splitAxis; }
 
-    // Internal stages, public so that the instantiation units can define them.
+    // The accessors through which the extraction reads a field: its values as element type T on
+    // uniform coordinates, and its values of any type with a position per node on any coordinates.
+    template <class T>
+    static vxiso::tools::RegField3Accessor<T> uniformAccessor(const VxRegScalarField3& field);
+    static vxiso::tools::CurvField3Accessor curvilinearAccessor(const VxRegScalarField3& field);
+
+private:
+    // Progress of the traversal: one float written by the traversal, read by the caller.
+    class MyProgressInterface : public KxProgressInterface
+    {
+    public:
+        void setProgressValue(float value) override { m_value.store(value, std::memory_order_relaxed); }
+        float getProgressValue() const override { return m_value.load(std::memory_order_relaxed); }
+
+    private:
+        // Written by the traversal, read by the polling thread; no lock, only a torn-free value.
+        std::atomic<float> m_value{0.f};
+    };
+    class Session;
+    // Runs doCompute on a thread of its own.
+    template <class Filter> class TaskRunner;
+
+    // The stages of an extraction, from the field's kind to one traversal. The traversals (the
+    // sequential doComputeRegScalarField3 and computeParallel) are defined and instantiated in the
+    // units under extractor/, which explicit instantiation lets reach them here.
     template <class Filter> void doCompute(const Filter& filter);
     template <class T, class Filter> void computeUniformScalarField3(const Filter& filter);
     template <class Filter> void computeCurvilinearScalarField3(const Filter& filter);
+    template <class Accessor, class Filter> void dispatchCubes(const Filter& filter);
     template <class Accessor, template <class> class Cubes, class Filter>
     void doComputeRegScalarField3(const Filter& filter);
     template <class Accessor, template <class, class> class Cubes, class Filter>
@@ -67,10 +87,10 @@ public:
     template <class Accessor, template <class, class> class Cubes, class Filter, class Axis>
     void computeParallel(const Filter& filter);
 
-private:
-    class Session;
-    template <class Accessor, class Filter> void dispatchCubes(const Filter& filter);
-    template <class CubesType> void handOver(CubesType& cubes);
+    // Hands the arrays to the surface without copying, dropping degenerate triangles and making the
+    // normals unit length unless they are already; the arrays are left empty.
+    void handOver(KxDArray<KxVec3i>& triangles, KxDArray<KxVec3f>& coords, KxDArray<KxVec3f>& normals,
+                  bool normalsAreUnit);
 
     const VxRegScalarField3* m_field;
     SoTriSurface* m_surface;

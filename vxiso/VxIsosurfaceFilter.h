@@ -6,8 +6,7 @@
 // Node filters of the marching-cubes traversals: which nodes may carry surface. An edge gets a
 // vertex only when both its nodes are accepted; triangles that use a rejected edge are dropped.
 
-namespace vxiso {
-namespace filter {
+namespace vxiso::filter {
 
 // Rejects nodes holding the field's undefined value (compared exactly, in double; a NaN undefined
 // value matches NaN nodes).
@@ -72,5 +71,4 @@ private:
     const VxLabelLattice3* m_labels;
 };
 
-} // namespace filter
-} // namespace vxiso
+} // namespace vxiso::filter

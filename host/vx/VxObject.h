@@ -5,14 +5,15 @@
 #include <QString>
 #include <QStringList>
 
-#include <tcl.h>
-
 #include <atomic>
 #include <cstdio>
 #include <functional>
 
 class VxPort;
 class VxConnection;
+// The interpreter's handles are only passed through here; tcl.h is for the sources that use them.
+struct Tcl_Interp;
+typedef struct Tcl_Command_* Tcl_Command;
 
 // Base of every module and data object: a typed, reference-counted object with a label (its name
 // in scripts), a list of ports in display order, and the connections of other objects that read it.

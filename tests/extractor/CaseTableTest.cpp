@@ -1,5 +1,6 @@
 // The case table is checked against the cube's geometry: what each row must say follows from the
 // node and edge layout, computed here independently of the row contents.
+#include <vxiso/extractor/VxIsosurfaceByteCaseTable.h>
 #include <vxiso/extractor/VxIsosurfaceTables.h>
 
 #include <gtest/gtest.h>

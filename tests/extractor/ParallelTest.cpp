@@ -2,6 +2,7 @@
 #include "../support/TestFields.h"
 
 #include <vxiso/VxIsosurfaceExtractor.h>
+#include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
 
 #include <kx/KxException.h>
@@ -37,7 +38,7 @@ Result run(const VxRegScalarField3& field, const Filter& filter, int compact, in
     VxIsosurfaceExtractor x(&field, surface, nullptr);
     x.isoValue = iso;
     x.compact = compact;
-    x.threshold = 0.5f;
+    x.snapFraction = 0.5f;
     x.numberOfCores = cores;
     x.compute(filter);
     return {meshOf(*surface), x.getDegenerateCount(), x.getSlabCount(), x.getSplitAxis()};
@@ -222,7 +223,7 @@ Mesh runSlabs(const VxRegScalarField3& f, const std::vector<unsigned long>& cuts
     using Accessor = RegField3Accessor<float>;
     using Filter = vxiso::filter::UndefinedValue;
     using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
-    const Accessor accessor(f);
+    const Accessor accessor = VxIsosurfaceExtractor::uniformAccessor<float>(f);
     const Filter filter(f);
     const Tools tools(accessor, 0.f, filter);
     Cubes<Tools, Axis> cubes(tools, s);

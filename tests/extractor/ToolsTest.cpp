@@ -1,17 +1,57 @@
 // The per-cell policies: case index with scan-line reuse, intersections, gradients, filters.
 #include "../support/TestFields.h"
 
+#include <vxiso/VxIsosurfaceExtractor.h>
 #include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/extractor/VxIsosurfaceAccessors.h>
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 
 #include <kx/KxHandle.h>
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <random>
 
 using namespace vxtest;
 using namespace vxiso::tools;
+
+namespace {
+
+// The case index of one cell, reusing the shared face of the cell before it in the same row: the
+// cell-by-cell classification that the scan lines must agree with.
+template <class Accessor> class CellIndex
+{
+public:
+    unsigned computeIndex(const Accessor& a, float iso, const KxVec3i& cell)
+    {
+        const int i = cell.x, j = cell.y, k = cell.z;
+        unsigned index;
+        if (i == m_last.x + 1 && j == m_last.y && k == m_last.z) {
+            // Nodes 1, 5 become nodes 0, 4 and nodes 2, 6 become nodes 3, 7.
+            index = ((m_lastIndex & 34u) >> 1) | ((m_lastIndex & 68u) << 1);
+        } else {
+            index = 0;
+            if (a.value(i, j, k) > iso) index |= 1;
+            if (a.value(i, j + 1, k) > iso) index |= 8;
+            if (a.value(i, j + 1, k + 1) > iso) index |= 128;
+            if (a.value(i, j, k + 1) > iso) index |= 16;
+        }
+        if (a.value(i + 1, j, k) > iso) index |= 2;
+        if (a.value(i + 1, j + 1, k) > iso) index |= 4;
+        if (a.value(i + 1, j + 1, k + 1) > iso) index |= 64;
+        if (a.value(i + 1, j, k + 1) > iso) index |= 32;
+        m_last = cell;
+        m_lastIndex = index;
+        return index;
+    }
+
+private:
+    KxVec3i m_last{INT32_MIN, INT32_MIN, INT32_MIN};
+    unsigned m_lastIndex = 0;
+};
+
+} // namespace
 
 TEST(Tools, ScanlineIndexEqualsDirectClassificationInAnyVisitOrder)
 {
@@ -19,8 +59,9 @@ TEST(Tools, ScanlineIndexEqualsDirectClassificationInAnyVisitOrder)
     std::uniform_int_distribution<int> v(0, 9);
     KxHandle<VxUniformScalarField3> field =
         makeField<unsigned char>(9, 8, 7, [&](double, double, double) { return double(v(rng)); });
-    RegField3Accessor<unsigned char> acc(*field);
-    ComputeIndexScanline<RegField3Accessor<unsigned char>> index;
+    const RegField3Accessor<unsigned char> acc =
+        VxIsosurfaceExtractor::uniformAccessor<unsigned char>(*field);
+    CellIndex<RegField3Accessor<unsigned char>> index;
     auto direct = [&](int i, int j, int k) {
         unsigned c = 0;
         for (int n = 0; n < 8; ++n) {
@@ -42,10 +83,10 @@ TEST(Tools, ScanlineIndexEqualsDirectClassificationInAnyVisitOrder)
 TEST(Tools, GradientIsCentralInsideAndOneSidedOnTheBorder)
 {
     // f = x^2 on spacing 0.5: central differences are exact for a parabola, one-sided ones are not.
-    KxHandle<VxUniformScalarField3> field =
-        makeField<double>(5, 3, 3, [](double x, double, double) { return x * x; }, 0.5f);
-    RegField3Accessor<double> acc(*field);
-    EXPECT_FLOAT_EQ(acc.gradient(2, 1, 1).x, 2.f * 1.0f);         // 2x at x = 1
+    KxHandle<VxUniformScalarField3> field = makeField<double>(
+        5, 3, 3, [](double x, double, double) { return x * x; }, 0.5f);
+    const RegField3Accessor<double> acc = VxIsosurfaceExtractor::uniformAccessor<double>(*field);
+    EXPECT_FLOAT_EQ(acc.gradient(2, 1, 1).x, 2.f * 1.0f);           // 2x at x = 1
     EXPECT_FLOAT_EQ(acc.gradient(0, 1, 1).x, (0.25f - 0.f) / 0.5f); // forward, one step
     EXPECT_FLOAT_EQ(acc.gradient(4, 1, 1).x, (4.f - 2.25f) / 0.5f); // backward, one step
     EXPECT_FLOAT_EQ(acc.gradient(2, 0, 1).y, 0.f);
@@ -55,7 +96,7 @@ TEST(Tools, IntersectionRunsFromTheLowerNode)
 {
     KxHandle<VxUniformScalarField3> field =
         makeField<float>(2, 2, 2, [](double x, double y, double z) { return 4 * x + 2 * y + z; });
-    RegField3Accessor<float> acc(*field);
+    const RegField3Accessor<float> acc = VxIsosurfaceExtractor::uniformAccessor<float>(*field);
     KxVec3f p, n;
     // Edge 3 runs from node 3 (0,1,0) to node 2 (1,1,0): values 2 and 6.
     const float t = ComputeIntersection<RegField3Accessor<float>>::compute(acc, 3.f, {0, 0, 0}, 3, p, n);
@@ -66,7 +107,8 @@ TEST(Tools, IntersectionRunsFromTheLowerNode)
 
 TEST(Tools, LabelFilterAcceptsPositiveLabelsThatAreDefined)
 {
-    KxHandle<VxUniformScalarField3> field = makeField<float>(3, 1, 1, [](double x, double, double) { return x; });
+    KxHandle<VxUniformScalarField3> field =
+        makeField<float>(3, 1, 1, [](double x, double, double) { return x; });
     VxLabelLattice3 labels(KxDim3l(3, 1, 1), KxPrimType::UINT16);
     labels.setLabel(0, 0);
     labels.setLabel(1, 2);
@@ -113,9 +155,11 @@ TEST(Tools, ScanLinesVisitExactlyTheCutCellsWithTheirIndex)
         if (x > 60 && x < 130) return 0.0;          // a long empty run
         return double(int(rng() % 7) - 3 + int(y)); // mixed elsewhere
     });
-    RegField3Accessor<short> acc(*field);
-    for (const KxBox3i& box : {KxBox3i(0, 157, 0, 6, 0, 5), KxBox3i(3, 129, 1, 6, 1, 4), KxBox3i(63, 66, 0, 2, 0, 2)}) {
-        ComputeIndexScanline<RegField3Accessor<short>> lines, single;
+    const RegField3Accessor<short> acc = VxIsosurfaceExtractor::uniformAccessor<short>(*field);
+    for (const KxBox3i& box :
+         {KxBox3i(0, 157, 0, 6, 0, 5), KxBox3i(3, 129, 1, 6, 1, 4), KxBox3i(63, 66, 0, 2, 0, 2)}) {
+        ComputeIndexScanline<RegField3Accessor<short>> lines;
+        CellIndex<RegField3Accessor<short>> single;
         lines.beginBox(acc, 0.5f, box);
         for (int k = box.zmin; k < box.zmax - 1; ++k) {
             for (int j = box.ymin; j < box.ymax - 1; ++j) {
@@ -137,9 +181,11 @@ TEST(Tools, ScanLinesCountCutEdgesAndTrianglesOfTheBox)
     std::mt19937 rng(11);
     KxHandle<VxUniformScalarField3> field =
         makeField<float>(131, 9, 7, [&](double, double, double) { return double(int(rng() % 5)) - 2.0; });
-    RegField3Accessor<float> acc(*field);
-    for (const KxBox3i& box : {KxBox3i(0, 131, 0, 9, 0, 7), KxBox3i(5, 70, 2, 8, 3, 7), KxBox3i(64, 65, 0, 9, 0, 7)}) {
-        ComputeIndexScanline<RegField3Accessor<float>> lines, single;
+    const RegField3Accessor<float> acc = VxIsosurfaceExtractor::uniformAccessor<float>(*field);
+    for (const KxBox3i& box :
+         {KxBox3i(0, 131, 0, 9, 0, 7), KxBox3i(5, 70, 2, 8, 3, 7), KxBox3i(64, 65, 0, 9, 0, 7)}) {
+        ComputeIndexScanline<RegField3Accessor<float>> lines;
+        CellIndex<RegField3Accessor<float>> single;
         lines.beginBox(acc, 0.f, box);
         uint64_t edges = 0, triangles = 0;
         for (int k = box.zmin; k < box.zmax; ++k)
@@ -150,8 +196,9 @@ TEST(Tools, ScanLinesCountCutEdgesAndTrianglesOfTheBox)
                     if (j + 1 < box.ymax) edges += above != (acc.value(i, j + 1, k) > 0.f);
                     if (k + 1 < box.zmax) edges += above != (acc.value(i, j, k + 1) > 0.f);
                     if (i + 1 < box.xmax && j + 1 < box.ymax && k + 1 < box.zmax)
-                        triangles += unsigned(vxiso::tables::g_marchingCases[single.computeIndex(acc, 0.f, {i, j, k})]
-                                                                            [vxiso::tables::TRIANGLE_COUNT]);
+                        triangles +=
+                            unsigned(vxiso::tables::g_marchingCases[single.computeIndex(acc, 0.f, {i, j, k})]
+                                                                   [vxiso::tables::TRIANGLE_COUNT]);
                 }
         EXPECT_EQ(lines.countCutEdges(), edges);
         EXPECT_EQ(lines.countTriangles(), triangles);

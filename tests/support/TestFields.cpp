@@ -29,7 +29,7 @@ Mesh meshOf(const SoTriSurface& s)
     return m;
 }
 
-Mesh extract(const VxRegScalarField3& field, float iso, int compact, float threshold,
+Mesh extract(const VxRegScalarField3& field, float iso, int compact, float snapFraction,
              unsigned long long* degenerate)
 {
     SoDB::init();
@@ -39,7 +39,7 @@ Mesh extract(const VxRegScalarField3& field, float iso, int compact, float thres
     VxIsosurfaceExtractor x(&field, surface, nullptr);
     x.isoValue = iso;
     x.compact = compact;
-    x.threshold = threshold;
+    x.snapFraction = snapFraction;
     x.numberOfCores = 1;
     x.compute();
     if (degenerate) *degenerate = x.getDegenerateCount();
@@ -48,7 +48,8 @@ Mesh extract(const VxRegScalarField3& field, float iso, int compact, float thres
     return m;
 }
 
-std::size_t countCutEdges(const VxRegScalarField3& field, float iso, const std::function<bool(int, int, int)>& skip)
+std::size_t countCutEdges(const VxRegScalarField3& field, float iso,
+                          const std::function<bool(int, int, int)>& skip)
 {
     const KxDim3l& d = field.getDims();
     std::size_t cut = 0;
@@ -80,8 +81,8 @@ bool isWatertight(const Mesh& m, std::string* why)
             if (why) {
                 std::ostringstream s;
                 s << "edge " << kv.first.first << "-" << kv.first.second << " used " << kv.second
-                  << " time(s) in this direction and "
-                  << (reverse == directed.end() ? 0 : reverse->second) << " in the other";
+                  << " time(s) in this direction and " << (reverse == directed.end() ? 0 : reverse->second)
+                  << " in the other";
                 *why = s.str();
             }
             return false;
@@ -106,7 +107,8 @@ std::multiset<std::vector<float>> triangleSet(const Mesh& m)
 {
     std::multiset<std::vector<float>> out;
     for (const KxVec3i& t : m.triangles) {
-        std::vector<KxVec3f> p = {m.coords[std::size_t(t.x)], m.coords[std::size_t(t.y)], m.coords[std::size_t(t.z)]};
+        std::vector<KxVec3f> p = {m.coords[std::size_t(t.x)], m.coords[std::size_t(t.y)],
+                                  m.coords[std::size_t(t.z)]};
         auto less = [](const KxVec3f& a, const KxVec3f& b) {
             return std::tie(a.x, a.y, a.z) < std::tie(b.x, b.y, b.z);
         };

@@ -62,7 +62,8 @@ VxRegScalarField3* makeCurvilinearField(int nx, int ny, int nz,
 inline FieldFunc sphere(double cx, double cy, double cz, double r, double scale = 1.0, double offset = 0.0)
 {
     return [=](double x, double y, double z) {
-        return scale * (std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy) + (z - cz) * (z - cz)) - r) + offset;
+        return scale * (std::sqrt((x - cx) * (x - cx) + (y - cy) * (y - cy) + (z - cz) * (z - cz)) - r) +
+               offset;
     };
 }
 
@@ -85,7 +86,7 @@ struct Mesh
 Mesh meshOf(const SoTriSurface& s);
 
 // Runs the extractor sequentially; returns the mesh and, through degenerate, the dropped count.
-Mesh extract(const VxRegScalarField3& field, float iso, int compact = 0, float threshold = 0.5f,
+Mesh extract(const VxRegScalarField3& field, float iso, int compact = 0, float snapFraction = 0.5f,
              unsigned long long* degenerate = nullptr);
 
 // Grid edges whose two nodes lie on different sides of iso (values compared in single precision);

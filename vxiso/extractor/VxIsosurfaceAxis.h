@@ -1,16 +1,31 @@
 #pragma once
-#include <vxiso/extractor/VxIsosurfaceTools.h>
+#include <vxiso/extractor/VxIsosurfaceTables.h>
+
+#include <kx/KxVec3.h>
 
 #include <cstdint>
 
-// What the slab decomposition along a split axis needs to know about a cell's edges and the boundary
-// planes between slabs. Derived at compile time from the node and edge tables.
+// The split axes of the parallel traversal, and what the slab decomposition along one needs to know
+// about a cell's edges and the boundary planes between slabs, derived at compile time from the node
+// and edge tables.
 
-namespace vxiso {
-namespace tools {
+namespace vxiso::tools {
 
-template <class Axis>
-struct AxisTraits
+// Split axes; each names its block of the boundary offset tables.
+struct Xaxis
+{
+    static constexpr int index = 0;
+};
+struct Yaxis
+{
+    static constexpr int index = 1;
+};
+struct Zaxis
+{
+    static constexpr int index = 2;
+};
+
+template <class Axis> struct AxisTraits
 {
     static constexpr int s = Axis::index;
     // In-plane axes (u, v), taken cyclically: X (y, z), Y (z, x), Z (x, y).
@@ -67,13 +82,16 @@ struct AxisTraits
     }
 };
 
-static_assert(AxisTraits<Xaxis>::firstPlaneEdges == ((1u << 4) | (1u << 8) | (1u << 9) | (1u << 11)), "X first");
+static_assert(AxisTraits<Xaxis>::firstPlaneEdges == ((1u << 4) | (1u << 8) | (1u << 9) | (1u << 11)),
+              "X first");
 static_assert(AxisTraits<Xaxis>::endPlaneEdges == ((1u << 2) | (1u << 6) | (1u << 10) | (1u << 12)), "X end");
-static_assert(AxisTraits<Yaxis>::firstPlaneEdges == ((1u << 1) | (1u << 5) | (1u << 9) | (1u << 10)), "Y first");
+static_assert(AxisTraits<Yaxis>::firstPlaneEdges == ((1u << 1) | (1u << 5) | (1u << 9) | (1u << 10)),
+              "Y first");
 static_assert(AxisTraits<Yaxis>::endPlaneEdges == ((1u << 3) | (1u << 7) | (1u << 11) | (1u << 12)), "Y end");
-static_assert(AxisTraits<Zaxis>::firstPlaneEdges == ((1u << 1) | (1u << 2) | (1u << 3) | (1u << 4)), "Z first");
+static_assert(AxisTraits<Zaxis>::firstPlaneEdges == ((1u << 1) | (1u << 2) | (1u << 3) | (1u << 4)),
+              "Z first");
 static_assert(AxisTraits<Zaxis>::endPlaneEdges == ((1u << 5) | (1u << 6) | (1u << 7) | (1u << 8)), "Z end");
-static_assert(AxisTraits<Zaxis>::alongAxisEdges == ((1u << 9) | (1u << 10) | (1u << 11) | (1u << 12)), "Z along");
+static_assert(AxisTraits<Zaxis>::alongAxisEdges == ((1u << 9) | (1u << 10) | (1u << 11) | (1u << 12)),
+              "Z along");
 
-} // namespace tools
-} // namespace vxiso
+} // namespace vxiso::tools

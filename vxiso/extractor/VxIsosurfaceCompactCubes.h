@@ -7,8 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace vxiso {
-namespace types {
+namespace vxiso::types {
 
 // Vertex store of compact cubes: sums of the intersections gathered at a vertex, and their count.
 struct Nodes
@@ -44,18 +43,19 @@ struct Nodes
     }
 };
 
-} // namespace types
+} // namespace vxiso::types
 
-// Vertex policy of "compactify": an intersection within threshold (a fraction of the edge) of a
+namespace vxiso {
+
+// Vertex policy of "compactify": an intersection within snapFraction (a fraction of the edge) of a
 // grid node joins the one vertex of that node, which ends at the mean of the intersections gathered
 // there. Triangles that collapse are dropped and counted. Node maps cover two node slices only.
-template <class Tools>
-class VxIsosurfaceCompactCubes
+template <class Tools> class VxIsosurfaceCompactCubes
 {
 public:
     static constexpr uint64_t NO_VERTEX = ~uint64_t(0);
 
-    explicit VxIsosurfaceCompactCubes(float threshold) : m_threshold(threshold) {}
+    explicit VxIsosurfaceCompactCubes(float snapFraction) : m_snapFraction(snapFraction) {}
 
     types::Nodes nodes;
     KxDArray<KxVec3i> triangles;
@@ -67,11 +67,10 @@ public:
     KxDArray<KxVec3f>& vertexNormals() { return nodes.normals; }
     KxDArray<KxVec3i>& triangleArray() { return triangles; }
 
-    float threshold() const { return m_threshold; }
+    float snapFraction() const { return m_snapFraction; }
     uint64_t degenerateCount() const { return m_degenerate; }
 
-    template <class UserData>
-    void beginBox(const Tools& tools, const KxBox3i&, UserData&)
+    template <class UserData> void beginBox(const Tools& tools, const KxBox3i&, UserData&)
     {
         m_nx = tools.nx;
         const std::size_t n = std::size_t(tools.nx) * std::size_t(tools.ny);
@@ -80,8 +79,7 @@ public:
         m_lastSlice = -1;
     }
 
-    template <class UserData>
-    void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
+    template <class UserData> void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
     {
         nodes.coords.reserve(vertices);
         nodes.normals.reserve(vertices);
@@ -103,12 +101,13 @@ public:
 
         KxVec3f p, n;
         const float t = Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
-        if (m_threshold < t && t < 1.f - m_threshold) return nodes.push_back(p, n);
+        if (m_snapFraction < t && t < 1.f - m_snapFraction) return nodes.push_back(p, n);
 
-        const int node = tables::g_edgeEndNodeIds[edge][t <= m_threshold ? 0 : 1];
+        const int node = tables::g_edgeEndNodeIds[edge][t <= m_snapFraction ? 0 : 1];
         const int* off = tables::g_nodeCoords[node];
         std::vector<uint64_t>& map = off[2] == 0 ? m_mapZ : m_mapZ1;
-        uint64_t& entry = map[std::size_t(cell.y + off[1]) * std::size_t(m_nx) + std::size_t(cell.x + off[0])];
+        uint64_t& entry =
+            map[std::size_t(cell.y + off[1]) * std::size_t(m_nx) + std::size_t(cell.x + off[0])];
         if (entry != NO_VERTEX) {
             nodes.accumulate(entry, p, n);
             return int(entry);
@@ -140,7 +139,7 @@ public:
     }
 
 private:
-    float m_threshold;
+    float m_snapFraction;
     int m_nx = 0;
     int m_lastSlice = -1;
     std::vector<uint64_t> m_mapZ, m_mapZ1;

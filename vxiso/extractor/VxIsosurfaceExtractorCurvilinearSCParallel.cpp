@@ -1,4 +1,5 @@
 // Parallel standard cubes on curvilinear (and other non-uniform) grids, every split axis.
+#include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
 
 using vxiso::tools::CurvField3Accessor;

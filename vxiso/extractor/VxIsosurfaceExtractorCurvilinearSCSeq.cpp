@@ -1,4 +1,5 @@
 // Sequential standard cubes on curvilinear (and other non-uniform) grids.
+#include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
 
 VXISO_INSTANTIATE_SEQUENTIAL(vxiso::tools::CurvField3Accessor)

@@ -1,7 +1,11 @@
 #pragma once
-// Definitions of the extractor's templates, included by the instantiation units only.
+// Definitions of the extractor's traversal stages, included by the instantiation units only, which
+// also include the filters they instantiate for (vxiso/VxIsosurfaceFilter.h). Everything of the
+// host that the stages need comes through the front end: accessors from the field, arrays to the
+// surface.
 #include <vxiso/VxIsosurfaceExtractor.h>
-#include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/extractor/VxIsosurfaceAccessors.h>
+#include <vxiso/extractor/VxIsosurfaceAxis.h>
 #include <vxiso/extractor/VxIsosurfaceCompactCubes.h>
 #include <vxiso/extractor/VxIsosurfaceMarchingCubes.h>
 #include <vxiso/extractor/VxIsosurfaceParallelCompactCubes.h>
@@ -12,21 +16,17 @@
 #include <tbb/parallel_for.h>
 #include <tbb/partitioner.h>
 
-#include <oiv/SoTriSurface.h>
-
+#include <algorithm>
 #include <chrono>
 #include <type_traits>
 
-namespace vxiso {
-namespace detail {
+namespace vxiso::detail {
 
-template <class Accessor>
-struct IntersectionOf
+template <class Accessor> struct IntersectionOf
 {
     using type = tools::ComputeIntersection<Accessor>;
 };
-template <>
-struct IntersectionOf<tools::CurvField3Accessor>
+template <> struct IntersectionOf<tools::CurvField3Accessor>
 {
     using type = tools::ComputeIntersectionWithoutNormal<tools::CurvField3Accessor>;
 };
@@ -35,25 +35,32 @@ template <class Accessor, class Filter>
 using ToolsFor = tools::VxIsosurfaceTools<Accessor, tools::ComputeIndexScanline<Accessor>,
                                           typename IntersectionOf<Accessor>::type, Filter>;
 
-template <class CubesType>
-CubesType makeCubes(float threshold)
+// The accessor of a field, as the front end builds it.
+template <class Accessor> Accessor accessorOf(const VxRegScalarField3& field)
+{
+    if constexpr (std::is_same<Accessor, tools::CurvField3Accessor>::value)
+        return VxIsosurfaceExtractor::curvilinearAccessor(field);
+    else
+        return VxIsosurfaceExtractor::uniformAccessor<typename Accessor::ValueType>(field);
+}
+
+template <class CubesType> CubesType makeCubes(float snapFraction)
 {
     if constexpr (std::is_constructible<CubesType, float>::value)
-        return CubesType(threshold);
+        return CubesType(snapFraction);
     else
         return CubesType();
 }
 
-} // namespace detail
-} // namespace vxiso
+} // namespace vxiso::detail
 
 template <class Accessor, template <class> class Cubes, class Filter>
 void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
 {
     using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
-    const Accessor accessor(*m_field);
+    const Accessor accessor = vxiso::detail::accessorOf<Accessor>(*m_field);
     const Tools tools(accessor, isoValue, filter);
-    Cubes<Tools> cubes = vxiso::detail::makeCubes<Cubes<Tools>>(threshold);
+    Cubes<Tools> cubes = vxiso::detail::makeCubes<Cubes<Tools>>(snapFraction);
     vxiso::VxIsosurfaceMarchingCubes<Tools, Cubes<Tools>> marchingCubes(tools, cubes);
 
     const auto start = std::chrono::steady_clock::now();
@@ -62,7 +69,8 @@ void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
     m_slabCount = 1;
-    handOver(cubes);
+    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(),
+             Cubes<Tools>::normalsAreUnit);
 }
 
 template <class Accessor, template <class, class> class Cubes, class Filter, class Axis>
@@ -70,9 +78,9 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
 {
     using Tools = vxiso::detail::ToolsFor<Accessor, Filter>;
     using Emitter = Cubes<Tools, Axis>;
-    const Accessor accessor(*m_field);
+    const Accessor accessor = vxiso::detail::accessorOf<Accessor>(*m_field);
     const Tools tools(accessor, isoValue, filter);
-    Emitter cubes(tools, threshold);
+    Emitter cubes(tools, snapFraction);
 
     const auto start = std::chrono::steady_clock::now();
     const unsigned long n[3] = {(unsigned long)tools.nx, (unsigned long)tools.ny, (unsigned long)tools.nz};
@@ -83,8 +91,8 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     if (extent / threads <= 16) threads = 1;
     unsigned long grain[3] = {std::max(n[0], 1ul), std::max(n[1], 1ul), std::max(n[2], 1ul)};
     grain[Axis::index] = std::max(extent / threads, 1ul);
-    const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(0, n[2], grain[2], 0, n[1], grain[1],
-                                                                                  0, n[0], grain[0]);
+    const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(
+        0, n[2], grain[2], 0, n[1], grain[1], 0, n[0], grain[0]);
     vxiso::SlabProgress progress(&m_workerProgress, int64_t(std::max(extent, 1ul)));
     vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Emitter, Axis> body(tools, cubes, &progress);
     tbb::affinity_partitioner partitioner;
@@ -97,67 +105,38 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
 
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
-    handOver(cubes);
-}
-
-template <class CubesType>
-void VxIsosurfaceExtractor::handOver(CubesType& cubes)
-{
-    KxDArray<KxVec3i>& triangles = cubes.triangleArray();
-    m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
-    if (!triangles.empty()) {
-        triangles.shrinkToFit();
-        const int n = int(triangles.size());
-        m_surface->adoptTriangles(n, reinterpret_cast<int32_t*>(triangles.release()));
-    } else {
-        m_surface->triangles.setNum(0);
-    }
-
-    KxDArray<KxVec3f>& coords = cubes.vertexCoords();
-    KxDArray<KxVec3f>& normals = cubes.vertexNormals();
-    if (!coords.empty()) {
-        coords.shrinkToFit();
-        normals.shrinkToFit();
-        if (!CubesType::normalsAreUnit)
-            for (KxVec3f& v : normals) v = vxiso::tools::unitNormal(v);
-        const int n = int(coords.size());
-        m_surface->adoptCoords(n, reinterpret_cast<float*>(coords.release()));
-        m_surface->adoptNormals(n, reinterpret_cast<float*>(normals.release()));
-    } else {
-        m_surface->coords.setNum(0);
-        m_surface->normals.setNum(0);
-    }
+    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(), Emitter::normalsAreUnit);
 }
 
 // Explicit instantiations of one accessor for both filters, per cubes policy (and split axis).
 #define VXISO_INSTANTIATE_PARALLEL(Accessor, Cubes, Axis)                                                    \
-    template void VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::UndefinedValue, Axis>( \
-        const vxiso::filter::UndefinedValue&);                                                               \
+    template void VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::UndefinedValue,     \
+                                                         Axis>(const vxiso::filter::UndefinedValue&);        \
     template void                                                                                            \
     VxIsosurfaceExtractor::computeParallel<Accessor, Cubes, vxiso::filter::LabelIsoSurfaceFilter, Axis>(     \
         const vxiso::filter::LabelIsoSurfaceFilter&);
 #define VXISO_INSTANTIATE_SEQUENTIAL(Accessor)                                                               \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceStandardCubes, \
-                                                                  vxiso::filter::UndefinedValue>(            \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<                                           \
+        Accessor, vxiso::VxIsosurfaceStandardCubes, vxiso::filter::UndefinedValue>(                          \
         const vxiso::filter::UndefinedValue&);                                                               \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceStandardCubes, \
-                                                                  vxiso::filter::LabelIsoSurfaceFilter>(     \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<                                           \
+        Accessor, vxiso::VxIsosurfaceStandardCubes, vxiso::filter::LabelIsoSurfaceFilter>(                   \
         const vxiso::filter::LabelIsoSurfaceFilter&);
 #define VXISO_INSTANTIATE_SEQUENTIAL_COMPACT(Accessor)                                                       \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes,  \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes, \
                                                                   vxiso::filter::UndefinedValue>(            \
         const vxiso::filter::UndefinedValue&);                                                               \
-    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes,  \
+    template void VxIsosurfaceExtractor::doComputeRegScalarField3<Accessor, vxiso::VxIsosurfaceCompactCubes, \
                                                                   vxiso::filter::LabelIsoSurfaceFilter>(     \
         const vxiso::filter::LabelIsoSurfaceFilter&);
 
 // Every value type of the uniform accessor, through one of the macros above.
 #define VXISO_FOR_EACH_UNIFORM_ACCESSOR(Macro, ...)                                                          \
-    Macro(vxiso::tools::RegField3Accessor<unsigned char> __VA_OPT__(, ) __VA_ARGS__)                       \
-    Macro(vxiso::tools::RegField3Accessor<signed char> __VA_OPT__(, ) __VA_ARGS__)                         \
-    Macro(vxiso::tools::RegField3Accessor<unsigned short> __VA_OPT__(, ) __VA_ARGS__)                      \
-    Macro(vxiso::tools::RegField3Accessor<short> __VA_OPT__(, ) __VA_ARGS__)                               \
-    Macro(vxiso::tools::RegField3Accessor<unsigned int> __VA_OPT__(, ) __VA_ARGS__)                        \
-    Macro(vxiso::tools::RegField3Accessor<int> __VA_OPT__(, ) __VA_ARGS__)                                 \
-    Macro(vxiso::tools::RegField3Accessor<float> __VA_OPT__(, ) __VA_ARGS__)                               \
-    Macro(vxiso::tools::RegField3Accessor<double> __VA_OPT__(, ) __VA_ARGS__)
+    Macro(vxiso::tools::RegField3Accessor<unsigned char> __VA_OPT__(, ) __VA_ARGS__)                         \
+        Macro(vxiso::tools::RegField3Accessor<signed char> __VA_OPT__(, ) __VA_ARGS__)                       \
+            Macro(vxiso::tools::RegField3Accessor<unsigned short> __VA_OPT__(, ) __VA_ARGS__)                \
+                Macro(vxiso::tools::RegField3Accessor<short> __VA_OPT__(, ) __VA_ARGS__)                     \
+                    Macro(vxiso::tools::RegField3Accessor<unsigned int> __VA_OPT__(, ) __VA_ARGS__)          \
+                        Macro(vxiso::tools::RegField3Accessor<int> __VA_OPT__(, ) __VA_ARGS__)               \
+                            Macro(vxiso::tools::RegField3Accessor<float> __VA_OPT__(, ) __VA_ARGS__)         \
+                                Macro(vxiso::tools::RegField3Accessor<double> __VA_OPT__(, ) __VA_ARGS__)

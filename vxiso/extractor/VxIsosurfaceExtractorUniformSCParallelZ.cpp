@@ -1,4 +1,6 @@
 // Parallel standard cubes on uniform grids split along Z, for every value type.
+#include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/extractor/VxIsosurfaceExtractorImpl.h>
 
-VXISO_FOR_EACH_UNIFORM_ACCESSOR(VXISO_INSTANTIATE_PARALLEL, vxiso::VxIsosurfaceParallelStandardCubes, vxiso::tools::Zaxis)
+VXISO_FOR_EACH_UNIFORM_ACCESSOR(VXISO_INSTANTIATE_PARALLEL, vxiso::VxIsosurfaceParallelStandardCubes,
+                                vxiso::tools::Zaxis)

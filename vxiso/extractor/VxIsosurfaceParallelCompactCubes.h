@@ -11,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-namespace vxiso {
-namespace types {
+namespace vxiso::types {
 
 // Output of the parallel compact merge: sums of positions and normals and their counts per vertex.
 struct AccumulatedNodes
@@ -31,14 +30,15 @@ struct CellEdge
     int32_t x, y, z, edge;
 };
 
-} // namespace types
+} // namespace vxiso::types
+
+namespace vxiso {
 
 // Vertex policy of the parallel path with sharing ("compactify"). Each slab snaps and merges in a
 // record of its own; vertices on the layer two slabs share belong to the slab below. The merge points
 // the upper slab's boundary corners at them and folds its own contributions to shared node vertices
 // into them, so a node vertex ends as the mean of all intersections gathered at it.
-template <class Tools, class Axis>
-class VxIsosurfaceParallelCompactCubes
+template <class Tools, class Axis> class VxIsosurfaceParallelCompactCubes
 {
     using Traits = tools::AxisTraits<Axis>;
 
@@ -74,14 +74,15 @@ public:
         const ThreadSpecificData* previous = nullptr;
     };
 
-    VxIsosurfaceParallelCompactCubes(const Tools& tools, float threshold)
-        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)), s(threshold),
+    VxIsosurfaceParallelCompactCubes(const Tools& tools, float snapFraction)
+        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)), snapFraction(snapFraction),
           m_dims(tools.nx, tools.ny, tools.nz)
     {
     }
 
     const uint64_t nx, ny, nz;
-    const float s;
+    // An intersection this close to an end node, as a fraction of the edge, snaps onto the node.
+    const float snapFraction;
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
     const SlabSync sync;
 
@@ -100,7 +101,8 @@ public:
         d.currentLayer = -1;
         d.droppedTriangles = 0;
         if (d.lastLayer != uint64_t(m_dims[Axis::index]))
-            d.faceVertexIds.resize(std::size_t((2 * Traits::a(m_dims) - 1) * (2 * Traits::b(m_dims) - 1)), -1);
+            d.faceVertexIds.resize(std::size_t((2 * Traits::a(m_dims) - 1) * (2 * Traits::b(m_dims) - 1)),
+                                   -1);
     }
 
     void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
@@ -112,10 +114,12 @@ public:
         d.triangles.reserve(triangles);
     }
 
-    int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge, ThreadSpecificData& d) const
+    int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge,
+                ThreadSpecificData& d) const
     {
         const int c = cell[Axis::index];
-        if (c != 0 && c == box.min(Axis::index) && Traits::isFirstPlaneEdge(edge)) return -1; // the slab below's
+        if (c != 0 && c == box.min(Axis::index) && Traits::isFirstPlaneEdge(edge))
+            return -1; // the slab below's
 
         if (cell.z == d.currentLayer + 1) {
             d.lowerLayer.swap(d.upperLayer);
@@ -133,7 +137,8 @@ public:
         if (placement == INSIDE) {
             k = d.nodes.push_back(p, n);
         } else {
-            const int* off = tables::g_nodeCoords[tables::g_edgeEndNodeIds[edge][placement == FIRST_NODE ? 0 : 1]];
+            const int* off =
+                tables::g_nodeCoords[tables::g_edgeEndNodeIds[edge][placement == FIRST_NODE ? 0 : 1]];
             KxDArray<uint64_t>& layer = off[2] == 0 ? d.lowerLayer : d.upperLayer;
             uint64_t& entry = layer[std::size_t(cell.y + off[1]) * nx + std::size_t(cell.x + off[0])];
             if (entry != NO_VERTEX) {
@@ -167,7 +172,8 @@ public:
             const CornerRecord r{{index, corner}, {cell.x, cell.y, cell.z, edges[corner]}};
             if (t[corner] == -1)
                 d.takenCorners.push_back(r);
-            else if (Traits::isAlongAxis(edges[corner]) && placementOnEdge(tools, cell, edges[corner]) == FIRST_NODE)
+            else if (Traits::isAlongAxis(edges[corner]) &&
+                     placementOnEdge(tools, cell, edges[corner]) == FIRST_NODE)
                 d.sharedCorners.push_back(r);
         }
     }
@@ -185,11 +191,12 @@ public:
         m_out.counts.resize(vertices);
         m_triangles.resize(triangles);
         // Fixing adds into vertices that copying has written: the two passes must not overlap.
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { copyBlock(d); });
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { fixBlock(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { copySlab(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { joinSlabBelow(d); });
         for (std::size_t v = 0; v < vertices; ++v) {
             const float count = float(m_out.counts[v]);
-            m_out.coords[v] = KxVec3f(m_out.coords[v].x / count, m_out.coords[v].y / count, m_out.coords[v].z / count);
+            m_out.coords[v] =
+                KxVec3f(m_out.coords[v].x / count, m_out.coords[v].y / count, m_out.coords[v].z / count);
             m_out.normals[v] =
                 KxVec3f(m_out.normals[v].x / count, m_out.normals[v].y / count, m_out.normals[v].z / count);
         }
@@ -198,7 +205,7 @@ public:
 private:
     EdgeIntersection placementOf(float t) const
     {
-        return t <= s ? FIRST_NODE : t >= 1.f - s ? SECOND_NODE : INSIDE;
+        return t <= snapFraction ? FIRST_NODE : t >= 1.f - snapFraction ? SECOND_NODE : INSIDE;
     }
 
     // The placement a vertex got when it was made; recomputed exactly for vertices handed on by a
@@ -210,7 +217,8 @@ private:
         return placementOf(tools::interpolateEdge(tools.accessor, tools.iso, cell, edge, a, b, p));
     }
 
-    void recordEndPlane(const KxVec3i& cell, int edge, int k, EdgeIntersection placement, ThreadSpecificData& d) const
+    void recordEndPlane(const KxVec3i& cell, int edge, int k, EdgeIntersection placement,
+                        ThreadSpecificData& d) const
     {
         const int c = cell[Axis::index];
         if (c >= m_dims[Axis::index] - 1 || uint64_t(c) + 1 != d.lastLayer) return;
@@ -223,13 +231,15 @@ private:
         }
     }
 
-    void copyBlock(const ThreadSpecificData& d)
+    // Writes one slab into its own ranges of the output.
+    void copySlab(const ThreadSpecificData& d)
     {
         const std::size_t n = d.nodes.size();
         if (n) {
             std::memcpy(&m_out.coords[d.vertexOffset], d.nodes.coords.data(), n * sizeof(KxVec3f));
             std::memcpy(&m_out.normals[d.vertexOffset], d.nodes.normals.data(), n * sizeof(KxVec3f));
-            for (std::size_t v = 0; v < n; ++v) m_out.counts[d.vertexOffset + v] = (unsigned long)d.nodes.counts[v];
+            for (std::size_t v = 0; v < n; ++v)
+                m_out.counts[d.vertexOffset + v] = (unsigned long)d.nodes.counts[v];
         }
         const int32_t offset = int32_t(d.vertexOffset);
         KxVec3i* out = m_triangles.data() + d.triangleOffset;
@@ -237,17 +247,21 @@ private:
             out[t] = KxVec3i(d.triangles[t].x + offset, d.triangles[t].y + offset, d.triangles[t].z + offset);
     }
 
-    void fixBlock(ThreadSpecificData& d)
+    // Points the slab's corners on its first plane at the vertices of the slab below, folding what it
+    // snapped onto shared nodes into them.
+    void joinSlabBelow(ThreadSpecificData& d)
     {
         KxVec3i* out = m_triangles.data() + d.triangleOffset;
         for (const CornerRecord& r : d.takenCorners) {
             const KxVec3i cell(r.second.x, r.second.y, r.second.z);
-            const int id = d.previous->faceVertexIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
+            const int id =
+                d.previous->faceVertexIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
             out[r.first.triangle][r.first.corner] = int32_t(d.previous->vertexOffset) + id;
         }
         for (const CornerRecord& r : d.sharedCorners) {
             const KxVec3i cell(r.second.x, r.second.y, r.second.z);
-            const int id = d.previous->faceVertexIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
+            const int id =
+                d.previous->faceVertexIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
             if (id == -1) continue; // the slab below has no vertex there: this slab's stays
             int32_t& corner = out[r.first.triangle][r.first.corner];
             const std::size_t k = std::size_t(corner - int32_t(d.vertexOffset));

@@ -14,8 +14,7 @@ namespace vxiso {
 // Vertex policy of the parallel path without sharing. A vertex on the layer two slabs share is made
 // by the slab below; the slab above leaves that corner open and records where it is, and the merge
 // fills it from the slab below's face table. The result has exactly the sequential vertices.
-template <class Tools, class Axis>
-class VxIsosurfaceParallelStandardCubes
+template <class Tools, class Axis> class VxIsosurfaceParallelStandardCubes
 {
     using Traits = tools::AxisTraits<Axis>;
 
@@ -40,7 +39,8 @@ public:
     };
 
     VxIsosurfaceParallelStandardCubes(const Tools& tools, float)
-        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)), m_dims(tools.nx, tools.ny, tools.nz)
+        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)),
+          m_dims(tools.nx, tools.ny, tools.nz)
     {
     }
 
@@ -61,7 +61,8 @@ public:
     void prepare(ThreadSpecificData& d) const
     {
         if (d.lastLayer != uint64_t(m_dims[Axis::index]))
-            d.faceVertexIds.resize(std::size_t((2 * Traits::a(m_dims) - 1) * (2 * Traits::b(m_dims) - 1)), -1);
+            d.faceVertexIds.resize(std::size_t((2 * Traits::a(m_dims) - 1) * (2 * Traits::b(m_dims) - 1)),
+                                   -1);
     }
 
     void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
@@ -72,10 +73,12 @@ public:
         d.triangles.reserve(triangles);
     }
 
-    int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge, ThreadSpecificData& d) const
+    int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge,
+                ThreadSpecificData& d) const
     {
         const int c = cell[Axis::index];
-        if (c != 0 && c == box.min(Axis::index) && Traits::isFirstPlaneEdge(edge)) return -1; // the slab below's
+        if (c != 0 && c == box.min(Axis::index) && Traits::isFirstPlaneEdge(edge))
+            return -1; // the slab below's
         KxVec3f p, n;
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
         const int index = int(d.coords.size());
@@ -84,20 +87,23 @@ public:
         return index;
     }
 
-    void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k, ThreadSpecificData& d) const
+    void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k,
+                    ThreadSpecificData& d) const
     {
         const int c = cell[Axis::index];
         if (c < m_dims[Axis::index] - 1 && uint64_t(c) + 1 == d.lastLayer && Traits::isEndPlaneEdge(edge))
             d.faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
     }
 
-    void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t, ThreadSpecificData& d) const
+    void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t,
+                     ThreadSpecificData& d) const
     {
         const int32_t index = int32_t(d.triangles.size());
         d.triangles.push_back(t);
         if (d.firstLayer == 0 || uint64_t(cell[Axis::index]) != d.firstLayer) return;
         for (int corner = 0; corner < 3; ++corner)
-            if (t[corner] == -1) d.pendingCorners.push_back({index, corner, cell.x, cell.y, cell.z, edges[corner]});
+            if (t[corner] == -1)
+                d.pendingCorners.push_back({index, corner, cell.x, cell.y, cell.z, edges[corner]});
     }
 
     // After all slabs: concatenate them in layer order and fill the open corners from below.
@@ -110,12 +116,13 @@ public:
         m_coords.resize(vertices);
         m_normals.resize(vertices);
         m_triangles.resize(triangles);
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { fixBlock(d); });
+        forEachSlab(slabs, [this](ThreadSpecificData& d) { placeSlab(d); });
     }
 
 private:
-    // Writes one slab into its own ranges of the output.
-    void fixBlock(const ThreadSpecificData& d)
+    // Writes one slab into its own ranges of the output and fills its open corners from the slab
+    // below.
+    void placeSlab(const ThreadSpecificData& d)
     {
         if (!d.coords.empty()) {
             std::memcpy(&m_coords[d.vertexOffset], d.coords.data(), d.coords.size() * sizeof(KxVec3f));

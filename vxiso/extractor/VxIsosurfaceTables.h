@@ -5,12 +5,11 @@
 // can pad the rows). Every table is a compile-time constant, so the traversal reads it at fixed
 // addresses and no load-order question arises.
 
-namespace vxiso {
-namespace tables {
+namespace vxiso::tables {
 
 // Corner offsets (x, y, z) of the cell's nodes.
-inline constexpr int g_nodeCoords[8][3] = {
-    {0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
+inline constexpr int g_nodeCoords[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
+                                           {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
 
 // End nodes of each edge; the first is always the lower end along the edge's axis, so that cells
 // sharing an edge interpolate it in the same direction and get the same point.
@@ -294,24 +293,6 @@ inline constexpr int g_marchingCases[256][38] = {
 };
 // clang-format on
 
-// The same rows as signed bytes, for readers that want a compact row. Derived at compile time, so
-// the two tables cannot drift apart.
-struct ByteCaseTable
-{
-    signed char rows[256][ROW_LENGTH];
-    constexpr const signed char* operator[](int c) const { return rows[c]; }
-};
-
-constexpr ByteCaseTable makeByteCaseTable()
-{
-    ByteCaseTable t{};
-    for (int c = 0; c < 256; ++c)
-        for (int w = 0; w < ROW_LENGTH; ++w) t.rows[c][w] = static_cast<signed char>(g_marchingCases[c][w]);
-    return t;
-}
-
-inline constexpr ByteCaseTable LUT = makeByteCaseTable();
-
 // Boundary-plane addressing of an edge for the slab merges, per split axis X, Y, Z (in-plane axes
 // (y, z), (z, x), (x, y)). g_edgeOffsets: (p, 2q + d) of the edge's first node, d = 1 for edges along
 // the second in-plane axis; edges along the split axis have (0, 0).
@@ -327,5 +308,4 @@ inline constexpr int g_ccEdgeOffsets[3][13][2] = {
     {{0, 0}, {0, 1}, {0, 2}, {0, 1}, {0, 0}, {2, 1}, {2, 2}, {2, 1}, {2, 0}, {1, 0}, {1, 2}, {1, 0}, {1, 2}},
     {{0, 0}, {1, 0}, {2, 1}, {1, 2}, {0, 1}, {1, 0}, {2, 1}, {1, 2}, {0, 1}, {0, 0}, {2, 0}, {0, 2}, {2, 2}}};
 
-} // namespace tables
-} // namespace vxiso
+} // namespace vxiso::tables

@@ -4,7 +4,6 @@
 #include <kx/KxBox3.h>
 #include <kx/KxDArray.h>
 #include <kx/KxVec3.h>
-#include <vx/VxRegScalarField3.h>
 
 #include <cmath>
 #include <cstdint>
@@ -14,155 +13,14 @@
 // Policies of the marching-cubes traversals. Everything here is resolved at compile time so that the
 // per-cell code is inlined: no virtual calls, no allocation, no bounds checks.
 
-namespace vxiso {
-namespace tools {
+namespace vxiso::tools {
 
-// Split axes of the parallel traversal; each names its block of the boundary offset tables.
-struct Xaxis
-{
-    static constexpr int index = 0;
-};
-struct Yaxis
-{
-    static constexpr int index = 1;
-};
-struct Zaxis
-{
-    static constexpr int index = 2;
-};
-
-// Values and positions of a field on uniform coordinates, values of element type T.
-template <class T> class RegField3Accessor
-{
-public:
-    using ValueType = T;
-
-    explicit RegField3Accessor(const VxRegScalarField3& field)
-        : m_field(&field), m_data(static_cast<const T*>(field.lattice().dataPtr()))
-    {
-        const KxDim3l& d = field.getDims();
-        m_dims = KxVec3i(int32_t(d.nx), int32_t(d.ny), int32_t(d.nz));
-        m_sliceStride = int64_t(d.nx) * d.ny;
-        const KxBox3f box = field.getBoundingBox();
-        m_origin = box.getMin();
-        // The voxel size is derived from the box as the box is written.
-        m_voxelSize = KxVec3f(d.nx > 1 ? (box.xmax - box.xmin) / float(d.nx - 1) : 0.f,
-                              d.ny > 1 ? (box.ymax - box.ymin) / float(d.ny - 1) : 0.f,
-                              d.nz > 1 ? (box.zmax - box.zmin) / float(d.nz - 1) : 0.f);
-        m_gradientSpacing = field.getGradientSpacing(KxVec3i(0, 0, 0), m_voxelSize);
-    }
-
-    const VxRegScalarField3& field() const { return *m_field; }
-    const KxVec3i& dims() const { return m_dims; }
-    const T* data() const { return m_data; }
-    int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
-
-    float value(int i, int j, int k) const { return float(m_data[index(i, j, k)]); }
-    // The stored value converted exactly to double, for the undefined-value test.
-    double exactValue(int i, int j, int k) const { return double(m_data[index(i, j, k)]); }
-
-    KxVec3f position(int i, int j, int k) const
-    {
-        return KxVec3f(m_origin.x + float(i) * m_voxelSize.x, m_origin.y + float(j) * m_voxelSize.y,
-                       m_origin.z + float(k) * m_voxelSize.z);
-    }
-
-    // above[x] = 1 where node (i0 + x, j, k) lies above iso, for n nodes; a loop the compiler
-    // vectorises.
-    void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
-    {
-        const T* row = m_data + index(i0, j, k);
-        for (int x = 0; x < n; ++x) above[x] = float(row[x]) > iso;
-    }
-
-    // Central differences, one-sided on the border, divided by the steps taken times the spacing.
-    KxVec3f gradient(int i, int j, int k) const
-    {
-        const int64_t c = index(i, j, k);
-        KxVec3f g;
-        g.x = difference(c, i, m_dims.x, 1) / m_gradientSpacing.x;
-        g.y = difference(c, j, m_dims.y, m_dims.x) / m_gradientSpacing.y;
-        g.z = difference(c, k, m_dims.z, m_sliceStride) / m_gradientSpacing.z;
-        return g;
-    }
-
-private:
-    float difference(int64_t c, int p, int n, int64_t stride) const
-    {
-        const int up = p < n - 1 ? 1 : 0;
-        const int down = p > 0 ? 1 : 0;
-        const float diff = float(m_data[c + up * stride]) - float(m_data[c - down * stride]);
-        return up + down == 2 ? diff / 2.f : diff;
-    }
-
-    const VxRegScalarField3* m_field;
-    const T* m_data;
-    KxVec3i m_dims;
-    int64_t m_sliceStride;
-    KxVec3f m_origin;
-    KxVec3f m_voxelSize;
-    KxVec3f m_gradientSpacing;
-};
-
-// Values and positions of a field on any non-uniform coordinates; one accessor for every value type.
-class CurvField3Accessor
-{
-public:
-    explicit CurvField3Accessor(const VxRegScalarField3& field);
-
-    const VxRegScalarField3& field() const { return *m_field; }
-    const KxVec3i& dims() const { return m_dims; }
-    int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
-    float value(int i, int j, int k) const { return m_field->evalReg(i, j, k); }
-    double exactValue(int i, int j, int k) const { return m_field->evalRegDouble(i, j, k); }
-    void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
-    {
-        for (int x = 0; x < n; ++x) above[x] = value(i0 + x, j, k) > iso;
-    }
-    KxVec3f position(int i, int j, int k) const
-    {
-        const float* p = m_positions + 3 * index(i, j, k);
-        return KxVec3f(p[0], p[1], p[2]);
-    }
-
-private:
-    const VxRegScalarField3* m_field;
-    KxVec3i m_dims;
-    const float* m_positions;
-    // Node positions of coordinates that store none per node (stacked, rectilinear).
-    KxDArray<float> m_ownPositions;
-};
-
-// Case index of a cell. Two ways, with the same results: computeIndex classifies one cell, reusing
-// the shared face of the cell before it in the same row; the scan-line interface classifies whole
-// node rows of a slice into bits once, so that a row of cells is walked by its non-empty cells only,
-// 64 cells per test, and each index is assembled from bits without reading a value.
+// Case indices of the cells of a box: whole node rows of a slice are classified into bits once, so
+// that a row of cells is walked by its non-empty cells only, 64 cells per test, and each index is
+// assembled from bits without reading a value.
 template <class Accessor> class ComputeIndexScanline
 {
 public:
-    unsigned computeIndex(const Accessor& a, float iso, const KxVec3i& cell)
-    {
-        const int i = cell.x, j = cell.y, k = cell.z;
-        unsigned index;
-        if (i == m_last.x + 1 && j == m_last.y && k == m_last.z) {
-            // Nodes 1, 5 become nodes 0, 4 and nodes 2, 6 become nodes 3, 7.
-            index = ((m_lastIndex & 34u) >> 1) | ((m_lastIndex & 68u) << 1);
-        } else {
-            index = 0;
-            if (a.value(i, j, k) > iso) index |= 1;
-            if (a.value(i, j + 1, k) > iso) index |= 8;
-            if (a.value(i, j + 1, k + 1) > iso) index |= 128;
-            if (a.value(i, j, k + 1) > iso) index |= 16;
-        }
-        if (a.value(i + 1, j, k) > iso) index |= 2;
-        if (a.value(i + 1, j + 1, k) > iso) index |= 4;
-        if (a.value(i + 1, j + 1, k + 1) > iso) index |= 64;
-        if (a.value(i + 1, j, k + 1) > iso) index |= 32;
-        m_last = cell;
-        m_lastIndex = index;
-        return index;
-    }
-
     // Scan lines of a box: every node row, one bit per node, classified once up front (an eighth of
     // a byte per node), so that the cut edges and triangles can be counted before any is made.
     void beginBox(const Accessor& a, float iso, const KxBox3i& box)
@@ -272,8 +130,6 @@ private:
         }
     }
 
-    KxVec3i m_last{INT32_MIN, INT32_MIN, INT32_MIN};
-    unsigned m_lastIndex = 0;
     KxBox3i m_box;
     int m_nodesX = 0, m_words = 0, m_rowsPerSlice = 0;
     std::size_t m_sliceWords = 0, m_slice = 0;
@@ -411,5 +267,4 @@ inline bool isDegenerate(const KxVec3i& t)
     return t.x == t.y || t.y == t.z || t.x == t.z;
 }
 
-} // namespace tools
-} // namespace vxiso
+} // namespace vxiso::tools

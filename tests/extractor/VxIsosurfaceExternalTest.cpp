@@ -41,7 +41,7 @@ struct Options
     SoTriSurface* surface = nullptr; // the caller's surface, kept after the run
 };
 
-class LegacyExtractor : public ::testing::Test
+class VxIsosurfaceExternalTest : public ::testing::Test
 {
 protected:
     static void SetUpTestSuite()
@@ -93,11 +93,11 @@ protected:
     return ::testing::AssertionSuccess();
 }
 
-template <class T> class LegacyExtractorTyped : public LegacyExtractor
+template <class T> class VxIsosurfaceExternalTypedTest : public VxIsosurfaceExternalTest
 {
 };
 using ModeTypes = ::testing::Types<unsigned char, short, unsigned short, int, float, double>;
-TYPED_TEST_SUITE(LegacyExtractorTyped, ModeTypes);
+TYPED_TEST_SUITE(VxIsosurfaceExternalTypedTest, ModeTypes);
 
 // The uniform mode of each value type.
 const std::map<int, int> kModes = {{KxPrimType::UINT8, 0}, {KxPrimType::INT16, 1},  {KxPrimType::INT32, 2},
@@ -105,7 +105,7 @@ const std::map<int, int> kModes = {{KxPrimType::UINT8, 0}, {KxPrimType::INT16, 1
 
 } // namespace
 
-TYPED_TEST(LegacyExtractorTyped, AgreesWithTheEngineAndClosesTheSurface)
+TYPED_TEST(VxIsosurfaceExternalTypedTest, AgreesWithTheEngineAndClosesTheSurface)
 {
     // Values 40..90 fit every type; a fractional threshold exercises the integer conversion.
     KxHandle<VxUniformScalarField3> field =
@@ -125,7 +125,7 @@ TYPED_TEST(LegacyExtractorTyped, AgreesWithTheEngineAndClosesTheSurface)
               "Isosurface contains " + std::to_string(legacy.triangles.size()) + " triangles.");
 }
 
-TEST_F(LegacyExtractor, FloatFieldGivesTheEnginesTrianglesAndNormals)
+TEST_F(VxIsosurfaceExternalTest, FloatFieldGivesTheEnginesTrianglesAndNormals)
 {
     // A torus inside the grid, and a wavy sheet that crosses the grid's border on voxels of three
     // different sizes (one-sided differences at the border, per-axis spacing).
@@ -153,7 +153,7 @@ TEST_F(LegacyExtractor, FloatFieldGivesTheEnginesTrianglesAndNormals)
     }
 }
 
-TEST_F(LegacyExtractor, ClosedSurfacesAreWatertight)
+TEST_F(VxIsosurfaceExternalTest, ClosedSurfacesAreWatertight)
 {
     const FieldFunc shapes[] = {sphere(7.6, 7.35, 7.95, 5.6), torus(8.05, 7.65, 7.4, 4.6, 1.8),
                                 [](double x, double y, double z) { // two balls touching at a saddle
@@ -181,7 +181,7 @@ TEST_F(LegacyExtractor, ClosedSurfacesAreWatertight)
         }
 }
 
-TEST_F(LegacyExtractor, CurvilinearAndProceduralModes)
+TEST_F(VxIsosurfaceExternalTest, CurvilinearAndProceduralModes)
 {
     // A sheared lattice: the curvilinear mode places vertices by the node positions.
     const FieldFunc ball = sphere(8.4, 8.1, 7.6, 5.3);
@@ -222,7 +222,7 @@ TEST_F(LegacyExtractor, CurvilinearAndProceduralModes)
         ASSERT_EQ(procedural.normals[i], fromValues.normals[i]) << "vertex " << i;
 }
 
-TEST_F(LegacyExtractor, IntegerThresholdsTruncateTowardZero)
+TEST_F(VxIsosurfaceExternalTest, IntegerThresholdsTruncateTowardZero)
 {
     // Bytes of 100 with a block of 101 inside: 100.7 acts as 100, so the block is above.
     KxHandle<VxUniformScalarField3> bytes =
@@ -253,7 +253,7 @@ TEST_F(LegacyExtractor, IntegerThresholdsTruncateTowardZero)
     for (const KxVec3f& p : small.coords) EXPECT_NEAR((p - KxVec3f(2, 2, 2)).length(), 1.f, 1e-6f);
 }
 
-TEST_F(LegacyExtractor, FieldsWithoutCellsGiveNothing)
+TEST_F(VxIsosurfaceExternalTest, FieldsWithoutCellsGiveNothing)
 {
     const FieldFunc f = sphere(0.5, 3, 3, 2);
     for (const KxDim3l& d : {KxDim3l(1, 7, 7), KxDim3l(7, 1, 7), KxDim3l(7, 7, 1)}) {
@@ -271,7 +271,7 @@ TEST_F(LegacyExtractor, FieldsWithoutCellsGiveNothing)
     EXPECT_EQ(mode, VxIsosurfaceExternal::CURVILINEAR);
 }
 
-TEST_F(LegacyExtractor, CompactifyMergesIntersectionsAtTheirNearestNode)
+TEST_F(VxIsosurfaceExternalTest, CompactifyMergesIntersectionsAtTheirNearestNode)
 {
     // One cell, nodes 0 (value 10) and 1 (value 1.1) above 1: case 3. The intersections on edges 2
     // and 10 lie near node 1 and merge; those on edges 4 and 9 lie near nodes 3 and 4. Triangle
@@ -341,7 +341,7 @@ float throwException(int, int, VxObject*)
 
 } // namespace
 
-TEST_F(LegacyExtractor, IntersectionCallbackPlacesTheVertices)
+TEST_F(VxIsosurfaceExternalTest, IntersectionCallbackPlacesTheVertices)
 {
     KxHandle<VxUniformScalarField3> field = makeField<float>(12, 11, 10, sphere(5.4, 5.1, 4.7, 3.3));
     const KxDim3l& d = field->getDims();
@@ -368,7 +368,7 @@ TEST_F(LegacyExtractor, IntersectionCallbackPlacesTheVertices)
     }
 }
 
-TEST_F(LegacyExtractor, FailuresKeepThePreviousSurfaceAndSayWhy)
+TEST_F(VxIsosurfaceExternalTest, FailuresKeepThePreviousSurfaceAndSayWhy)
 {
     KxHandle<VxUniformScalarField3> field = makeField<float>(10, 10, 10, sphere(4.5, 4.5, 4.5, 3));
     KxHandle<SoTriSurface> surface(new SoTriSurface);
@@ -431,7 +431,7 @@ struct StopAfter : KxProgressInterface
 
 } // namespace
 
-TEST_F(LegacyExtractor, InterruptionStopsAfterTheCurrentLayer)
+TEST_F(VxIsosurfaceExternalTest, InterruptionStopsAfterTheCurrentLayer)
 {
     // A plane across every layer: each layer of cells makes the same number of triangles.
     KxHandle<VxUniformScalarField3> field =
@@ -447,7 +447,7 @@ TEST_F(LegacyExtractor, InterruptionStopsAfterTheCurrentLayer)
               "Isosurface contains " + std::to_string(part.triangles.size()) + " triangles.");
 }
 
-TEST_F(LegacyExtractor, BlocksSharingBoundaryNodesCloseUp)
+TEST_F(VxIsosurfaceExternalTest, BlocksSharingBoundaryNodesCloseUp)
 {
     // A sphere on nodes 0..20 per axis cut into three blocks along x that repeat the nodes of
     // their common faces; the middle block is curvilinear.

@@ -1,0 +1,139 @@
+#pragma once
+#include <kx/KxDArray.h>
+#include <kx/KxPrimType.h>
+#include <kx/KxVec3.h>
+
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+// How the traversals read a field: values and node positions. An accessor is made from what it
+// reads (arrays, counts, spacings), which the front end takes from the field, so that the engine
+// needs no host class. Everything a traversal calls per node is inline and reads an array.
+
+namespace vxiso::tools {
+
+// Values of element type T on uniform coordinates: node (i, j, k) lies at origin + (i, j, k) *
+// voxelSize.
+template <class T> class RegField3Accessor
+{
+public:
+    using ValueType = T;
+
+    // data: nx * ny * nz values, x fastest, then y, then z. gradientSpacing divides the differences
+    // of the gradient.
+    RegField3Accessor(const T* data, const KxVec3i& dims, const KxVec3f& origin, const KxVec3f& voxelSize,
+                      const KxVec3f& gradientSpacing)
+        : m_data(data), m_dims(dims), m_sliceStride(int64_t(dims.x) * dims.y), m_origin(origin),
+          m_voxelSize(voxelSize), m_gradientSpacing(gradientSpacing)
+    {
+    }
+
+    const KxVec3i& dims() const { return m_dims; }
+    const T* data() const { return m_data; }
+    int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
+
+    float value(int i, int j, int k) const { return float(m_data[index(i, j, k)]); }
+
+    KxVec3f position(int i, int j, int k) const
+    {
+        return KxVec3f(m_origin.x + float(i) * m_voxelSize.x, m_origin.y + float(j) * m_voxelSize.y,
+                       m_origin.z + float(k) * m_voxelSize.z);
+    }
+
+    // above[x] = 1 where node (i0 + x, j, k) lies above iso, for n nodes; a loop the compiler
+    // vectorises.
+    void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
+    {
+        const T* row = m_data + index(i0, j, k);
+        for (int x = 0; x < n; ++x) above[x] = float(row[x]) > iso;
+    }
+
+    // Central differences, one-sided on the border, divided by the steps taken times the spacing.
+    KxVec3f gradient(int i, int j, int k) const
+    {
+        const int64_t c = index(i, j, k);
+        KxVec3f g;
+        g.x = difference(c, i, m_dims.x, 1) / m_gradientSpacing.x;
+        g.y = difference(c, j, m_dims.y, m_dims.x) / m_gradientSpacing.y;
+        g.z = difference(c, k, m_dims.z, m_sliceStride) / m_gradientSpacing.z;
+        return g;
+    }
+
+private:
+    float difference(int64_t c, int p, int n, int64_t stride) const
+    {
+        const int up = p < n - 1 ? 1 : 0;
+        const int down = p > 0 ? 1 : 0;
+        const float diff = float(m_data[c + up * stride]) - float(m_data[c - down * stride]);
+        return up + down == 2 ? diff / 2.f : diff;
+    }
+
+    const T* m_data;
+    KxVec3i m_dims;
+    int64_t m_sliceStride;
+    KxVec3f m_origin;
+    KxVec3f m_voxelSize;
+    KxVec3f m_gradientSpacing;
+};
+
+// Values of any element type with a position per node (curvilinear coordinates, or any others once
+// their positions are listed); one accessor for every value type.
+class CurvField3Accessor
+{
+public:
+    // values: nx * ny * nz values of the given type, x fastest; positions: three floats per node in
+    // the same order, read in place.
+    CurvField3Accessor(const void* values, KxPrimType type, const KxVec3i& dims, const float* positions)
+        : m_values(values), m_read(readerOf(type)), m_dims(dims), m_positions(positions)
+    {
+    }
+    // The same with positions that the accessor keeps.
+    CurvField3Accessor(const void* values, KxPrimType type, const KxVec3i& dims, KxDArray<float>&& positions)
+        : CurvField3Accessor(values, type, dims, positions.data())
+    {
+        m_ownPositions = std::move(positions);
+    }
+    // A move keeps the block the positions may point into; a copy would not.
+    CurvField3Accessor(CurvField3Accessor&&) = default;
+    CurvField3Accessor(const CurvField3Accessor&) = delete;
+    CurvField3Accessor& operator=(const CurvField3Accessor&) = delete;
+
+    const KxVec3i& dims() const { return m_dims; }
+    int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
+    float value(int i, int j, int k) const { return m_read(m_values, index(i, j, k)); }
+    void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
+    {
+        for (int x = 0; x < n; ++x) above[x] = value(i0 + x, j, k) > iso;
+    }
+    KxVec3f position(int i, int j, int k) const
+    {
+        const float* p = m_positions + 3 * index(i, j, k);
+        return KxVec3f(p[0], p[1], p[2]);
+    }
+
+private:
+    using Reader = float (*)(const void*, int64_t);
+
+    // The value as the host reads it: converted exactly to double, then rounded to float.
+    template <class T> static float read(const void* values, int64_t index)
+    {
+        return float(double(static_cast<const T*>(values)[index]));
+    }
+    static float readNothing(const void*, int64_t) { return 0.f; }
+    static Reader readerOf(KxPrimType type)
+    {
+        Reader reader = &readNothing;
+        kxDispatchPrimType(type, nullptr,
+                           [&](auto* typed) { reader = &read<std::remove_pointer_t<decltype(typed)>>; });
+        return reader;
+    }
+
+    const void* m_values;
+    Reader m_read;
+    KxVec3i m_dims;
+    const float* m_positions;
+    KxDArray<float> m_ownPositions;
+};
+
+} // namespace vxiso::tools
