@@ -223,7 +223,6 @@ private:
     void* m_previousData;
 };
 
-// Camera orientation that looks along direction, keeping +Y up on screen where it can.
 // The camera's rotation looking along direction, with the up hint as nearly up in the picture as it
 // can be; a hint along the direction falls back to y up, or z when looking along y.
 SbRotation lookingAlong(const SbVec3f& direction, SbVec3f up)
