@@ -69,9 +69,9 @@ for name in sorted(glob.glob(sys.argv[1] + '*.nii.gz')):
         if (boxed) expectBox(field->getBoundingBox(), box, name, 1e-4f);
         if (name.find("/ch2.nii.gz") == std::string::npos) continue;
         for (float iso : {3.f, 80.f}) {
-            const Mesh m = extract(*field, iso);
-            EXPECT_EQ(m.coords.size(), countCutEdges(*field, iso)) << "ch2 at " << iso;
-            EXPECT_GT(m.triangles.size(), 100000u);
+            const TestMesh m = extract(*field, iso);
+            EXPECT_EQ(std::size_t(m.numPoints()), countCutEdges(*field, iso)) << "ch2 at " << iso;
+            EXPECT_GT(m.numTriangles(), 100000);
         }
     }
     EXPECT_GE(files, 10) << slurp(out);

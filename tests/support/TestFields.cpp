@@ -6,31 +6,27 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
-#include <sstream>
+#include <map>
+#include <tuple>
 
 namespace vxtest {
 
-Mesh meshOf(const SoTriSurface& s)
+TestMesh meshOf(const SoTriSurface& s)
 {
-    Mesh m;
-    for (int i = 0; i < s.coords.getNum(); ++i) {
-        const SbVec3f& p = s.coords[i];
-        m.coords.emplace_back(p[0], p[1], p[2]);
-    }
-    for (int i = 0; i < s.normals.getNum(); ++i) {
-        const SbVec3f& n = s.normals[i];
-        m.normals.emplace_back(n[0], n[1], n[2]);
-    }
-    for (int i = 0; i < s.triangles.getNum(); ++i) {
-        const int32_t* t = s.triangles[i].getValue();
-        m.triangles.emplace_back(t[0], t[1], t[2]);
-    }
+    TestMesh m;
+    auto copy = [](const auto& field, auto& to) {
+        using T = typename std::remove_reference_t<decltype(to)>::value_type;
+        const T* first = reinterpret_cast<const T*>(field.getValues(0));
+        to.assign(first, first + 3 * field.getNum());
+    };
+    copy(s.coords, m.coords);
+    copy(s.normals, m.normals);
+    copy(s.triangles, m.triangles);
     return m;
 }
 
-Mesh extract(const VxRegScalarField3& field, float iso, int compact, float snapFraction,
-             unsigned long long* degenerate)
+TestMesh extract(const VxRegScalarField3& field, float iso, int compact, float snapFraction,
+                 unsigned long long* degenerate)
 {
     SoDB::init();
     SoTriSurface::initClass();
@@ -43,7 +39,7 @@ Mesh extract(const VxRegScalarField3& field, float iso, int compact, float snapF
     x.numberOfCores = 1;
     x.compute();
     if (degenerate) *degenerate = x.getDegenerateCount();
-    Mesh m = meshOf(*surface);
+    TestMesh m = meshOf(*surface);
     surface->unref();
     return m;
 }
@@ -56,42 +52,30 @@ std::size_t countCutEdges(const VxRegScalarField3& field, float iso,
     auto above = [&](int i, int j, int k) { return field.evalReg(i, j, k) > iso; };
     for (int k = 0; k < d.nz; ++k)
         for (int j = 0; j < d.ny; ++j)
-            for (int i = 0; i < d.nx; ++i) {
-                const int next[3][3] = {{i + 1, j, k}, {i, j + 1, k}, {i, j, k + 1}};
-                for (const auto& n : next) {
-                    if (n[0] >= d.nx || n[1] >= d.ny || n[2] >= d.nz) continue;
-                    if (above(i, j, k) == above(n[0], n[1], n[2])) continue;
-                    if (skip && (skip(i, j, k) || skip(n[0], n[1], n[2]))) continue;
-                    ++cut;
-                }
-            }
+            for (int i = 0; i < d.nx; ++i)
+                for (const auto& n : {KxVec3i(i + 1, j, k), KxVec3i(i, j + 1, k), KxVec3i(i, j, k + 1)})
+                    cut += n.x < d.nx && n.y < d.ny && n.z < d.nz && above(i, j, k) != above(n.x, n.y, n.z) &&
+                           !(skip && (skip(i, j, k) || skip(n.x, n.y, n.z)));
     return cut;
 }
 
-bool isWatertight(const Mesh& m, std::string* why)
+::testing::AssertionResult isWatertight(const TestMesh& m)
 {
     std::map<std::pair<int, int>, int> directed;
-    for (const KxVec3i& t : m.triangles) {
-        const int c[3] = {t.x, t.y, t.z};
-        for (int e = 0; e < 3; ++e) ++directed[{c[e], c[(e + 1) % 3]}];
+    for (std::size_t t = 0; t < m.triangles.size(); t += 3)
+        for (std::size_t e = 0; e < 3; ++e) ++directed[{m.triangles[t + e], m.triangles[t + (e + 1) % 3]}];
+    for (const auto& [edge, uses] : directed) {
+        const auto reverse = directed.find({edge.second, edge.first});
+        const int back = reverse == directed.end() ? 0 : reverse->second;
+        if (uses != 1 || back != 1)
+            return ::testing::AssertionFailure()
+                   << "edge " << edge.first << "-" << edge.second << " used " << uses
+                   << " time(s) in this direction and " << back << " in the other";
     }
-    for (const auto& kv : directed) {
-        const auto reverse = directed.find({kv.first.second, kv.first.first});
-        if (kv.second != 1 || reverse == directed.end() || reverse->second != 1) {
-            if (why) {
-                std::ostringstream s;
-                s << "edge " << kv.first.first << "-" << kv.first.second << " used " << kv.second
-                  << " time(s) in this direction and " << (reverse == directed.end() ? 0 : reverse->second)
-                  << " in the other";
-                *why = s.str();
-            }
-            return false;
-        }
-    }
-    return true;
+    return ::testing::AssertionSuccess();
 }
 
-::testing::AssertionResult sameBytes(const Mesh& a, const Mesh& b)
+::testing::AssertionResult sameBytes(const TestMesh& a, const TestMesh& b)
 {
     auto same = [](const auto& x, const auto& y) {
         return x.size() == y.size() &&
@@ -103,20 +87,32 @@ bool isWatertight(const Mesh& m, std::string* why)
     return ::testing::AssertionSuccess();
 }
 
-std::multiset<std::vector<float>> triangleSet(const Mesh& m)
+std::multiset<std::vector<float>> triangleSet(const TestMesh& m)
 {
     std::multiset<std::vector<float>> out;
-    for (const KxVec3i& t : m.triangles) {
-        std::vector<KxVec3f> p = {m.coords[std::size_t(t.x)], m.coords[std::size_t(t.y)],
-                                  m.coords[std::size_t(t.z)]};
+    for (int t = 0; t < m.numTriangles(); ++t) {
+        const KxVec3i c = m.triangle(std::size_t(t));
+        std::vector<KxVec3f> p = {m.point(std::size_t(c.x)), m.point(std::size_t(c.y)),
+                                  m.point(std::size_t(c.z))};
         auto less = [](const KxVec3f& a, const KxVec3f& b) {
             return std::tie(a.x, a.y, a.z) < std::tie(b.x, b.y, b.z);
         };
-        const auto first = std::min_element(p.begin(), p.end(), less) - p.begin();
-        std::rotate(p.begin(), p.begin() + first, p.end());
+        std::rotate(p.begin(), std::min_element(p.begin(), p.end(), less), p.end());
         out.insert({p[0].x, p[0].y, p[0].z, p[1].x, p[1].y, p[1].z, p[2].x, p[2].y, p[2].z});
     }
     return out;
+}
+
+std::size_t weldByPosition(TestMesh& m)
+{
+    std::map<std::tuple<float, float, float>, int32_t> first;
+    std::vector<int32_t> weld;
+    for (int v = 0; v < m.numPoints(); ++v) {
+        const KxVec3f p = m.point(std::size_t(v));
+        weld.push_back(first.emplace(std::make_tuple(p.x, p.y, p.z), v).first->second);
+    }
+    for (int32_t& c : m.triangles) c = weld[std::size_t(c)];
+    return first.size();
 }
 
 } // namespace vxtest

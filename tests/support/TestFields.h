@@ -1,7 +1,7 @@
 #pragma once
 // Fields and mesh checks shared by the engine tests.
-#include <kx/KxMemory.h>
-#include <kx/KxVec3.h>
+#include "TestSurfaces.h"
+
 #include <oiv/SoTriSurface.h>
 #include <vx/VxCoord3.h>
 #include <vx/VxRegScalarField3.h>
@@ -10,7 +10,6 @@
 
 #include <cmath>
 #include <functional>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -76,33 +75,29 @@ inline FieldFunc torus(double cx, double cy, double cz, double big, double small
     };
 }
 
-struct Mesh
-{
-    std::vector<KxVec3f> coords;
-    std::vector<KxVec3f> normals;
-    std::vector<KxVec3i> triangles;
-};
-
-Mesh meshOf(const SoTriSurface& s);
+TestMesh meshOf(const SoTriSurface& s);
 
 // Runs the extractor sequentially; returns the mesh and, through degenerate, the dropped count.
-Mesh extract(const VxRegScalarField3& field, float iso, int compact = 0, float snapFraction = 0.5f,
-             unsigned long long* degenerate = nullptr);
+TestMesh extract(const VxRegScalarField3& field, float iso, int compact = 0, float snapFraction = 0.5f,
+                 unsigned long long* degenerate = nullptr);
 
 // Grid edges whose two nodes lie on different sides of iso (values compared in single precision);
 // skip(i, j, k) leaves out edges touching a node.
 std::size_t countCutEdges(const VxRegScalarField3& field, float iso,
                           const std::function<bool(int, int, int)>& skip = nullptr);
 
-// Every edge is shared by exactly two triangles with opposite orientation; on failure why says
-// what is wrong.
-bool isWatertight(const Mesh& m, std::string* why = nullptr);
+// Every edge is shared by exactly two triangles with opposite orientation; if not, which is not.
+::testing::AssertionResult isWatertight(const TestMesh& m);
 
 // The same vertices, normals and triangles in the same order, to the last bit.
-::testing::AssertionResult sameBytes(const Mesh& a, const Mesh& b);
+::testing::AssertionResult sameBytes(const TestMesh& a, const TestMesh& b);
 
 // Triangles as sorted position triples (rotated so the smallest corner comes first, keeping the
 // orientation), for comparing meshes whatever their vertex numbering.
-std::multiset<std::vector<float>> triangleSet(const Mesh& m);
+std::multiset<std::vector<float>> triangleSet(const TestMesh& m);
+
+// Points every triangle corner at the first vertex of its position, as a writer that merges pieces
+// would; returns the number of distinct positions.
+std::size_t weldByPosition(TestMesh& m);
 
 } // namespace vxtest

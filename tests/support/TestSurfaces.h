@@ -1,5 +1,6 @@
 #pragma once
 #include <kx/KxMemory.h>
+#include <kx/KxVec3.h>
 
 #include <cstdint>
 #include <cstring>
@@ -7,7 +8,8 @@
 
 class SoTriSurface;
 
-// A closed triangle surface as plain arrays: three floats per vertex, three indices per triangle.
+// A triangle surface as plain arrays, as the surface node and the file formats hold it: three floats
+// per vertex and per normal, three indices per triangle.
 struct TestMesh
 {
     std::vector<float> coords;
@@ -16,6 +18,12 @@ struct TestMesh
 
     int numPoints() const { return int(coords.size() / 3); }
     int numTriangles() const { return int(triangles.size() / 3); }
+    KxVec3f point(std::size_t v) const { return {coords[3 * v], coords[3 * v + 1], coords[3 * v + 2]}; }
+    KxVec3f normal(std::size_t v) const { return {normals[3 * v], normals[3 * v + 1], normals[3 * v + 2]}; }
+    KxVec3i triangle(std::size_t t) const
+    {
+        return {triangles[3 * t], triangles[3 * t + 1], triangles[3 * t + 2]};
+    }
 };
 
 // Unit-radius sphere from a subdivided icosahedron, centred at the origin, triangles counter-clockwise

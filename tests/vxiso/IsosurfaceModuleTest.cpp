@@ -68,10 +68,9 @@ TEST_F(Module, ApplyExtractsOnlyWhenThePortsChangedSince)
     tcl("create VxIsosurface iso; iso data connect ball; iso options setValue 0 0; iso threshold setValue 0");
     EXPECT_TRUE(lines().isEmpty()) << "no Apply, no surface";
     tcl("iso doIt hit");
-    const Mesh expected = extract(*object<VxRegScalarField3>("ball"), 0.f);
-    ASSERT_EQ(lines(),
-              QStringList{QString("Isosurface contains %1 triangles").arg(expected.triangles.size())});
-    EXPECT_EQ(tcl("iso getNumTriangles").toULong(), expected.triangles.size());
+    const TestMesh expected = extract(*object<VxRegScalarField3>("ball"), 0.f);
+    ASSERT_EQ(lines(), QStringList{QString("Isosurface contains %1 triangles").arg(expected.numTriangles())});
+    EXPECT_EQ(tcl("iso getNumTriangles").toInt(), expected.numTriangles());
     tcl("iso doIt hit");
     EXPECT_EQ(lines().size(), 1) << "up to date: Apply does nothing";
     tcl("iso threshold setValue 2");
@@ -82,11 +81,11 @@ TEST_F(Module, ApplyExtractsOnlyWhenThePortsChangedSince)
 
     // With compactify, the share of triangles that collapsed; nothing at all says 0.
     unsigned long long dropped = 0;
-    const Mesh compact = extract(*object<VxRegScalarField3>("ball"), 2.f, 1, 0.5f, &dropped);
+    const TestMesh compact = extract(*object<VxRegScalarField3>("ball"), 2.f, 1, 0.5f, &dropped);
     tcl("iso options setValue 0 1; iso doIt hit");
-    const float less = 100.f * float(dropped) / float(compact.triangles.size() + dropped);
-    EXPECT_EQ(lines().last(), QString::asprintf("Isosurface contains %lu triangles (%2.2f%% less)",
-                                                (unsigned long)compact.triangles.size(), double(less)));
+    const float less = 100.f * float(dropped) / float(uint64_t(compact.numTriangles()) + dropped);
+    EXPECT_EQ(lines().last(), QString::asprintf("Isosurface contains %d triangles (%2.2f%% less)",
+                                                compact.numTriangles(), double(less)));
     tcl("iso threshold setMinMax -100 100; iso threshold setValue 99; iso doIt hit");
     EXPECT_EQ(lines().last(), "Isosurface contains 0 triangles");
 }
@@ -246,8 +245,8 @@ TEST_F(Module, MaskedWithoutMaskEqualsThePlainModule)
     addObject(makeField<float>(20, 20, 20, torus(9.5, 9.5, 9.5, 5, 2)), "t");
     tcl("create VxIsosurface iso; create VxMaskedLabelIsosurface m");
     tcl("foreach x {iso m} { $x data connect t; $x threshold setValue 0; $x doIt hit }");
-    const Mesh plain = meshOf(*object<VxIsosurface>("iso")->getTriSurface());
-    EXPECT_GT(plain.triangles.size(), 0u);
+    const TestMesh plain = meshOf(*object<VxIsosurface>("iso")->getTriSurface());
+    EXPECT_GT(plain.numTriangles(), 0);
     EXPECT_EQ(triangleSet(plain), triangleSet(meshOf(*object<VxIsosurface>("m")->getTriSurface())));
 }
 
@@ -277,15 +276,9 @@ TEST_F(Module, BlocksAreExtractedOneByOneAndMergedWithOffsetIndices)
     EXPECT_EQ(tcl("iso getNumTriangles").toInt(), total);
     EXPECT_EQ(said[6], QString("Isosurface contains %1 triangles").arg(total));
     // Weld the copies of the shared plane's vertices by position: the whole must be closed.
-    Mesh m = meshOf(*object<VxIsosurface>("iso")->getTriSurface());
-    std::map<std::tuple<float, float, float>, int> first;
-    std::vector<int> weld(m.coords.size());
-    for (std::size_t i = 0; i < m.coords.size(); ++i)
-        weld[i] =
-            first.emplace(std::make_tuple(m.coords[i].x, m.coords[i].y, m.coords[i].z), int(i)).first->second;
-    for (KxVec3i& t : m.triangles) t = KxVec3i(weld[t.x], weld[t.y], weld[t.z]);
-    std::string why;
-    EXPECT_TRUE(isWatertight(m, &why)) << "merged: " << why;
+    TestMesh m = meshOf(*object<VxIsosurface>("iso")->getTriSurface());
+    weldByPosition(m);
+    EXPECT_TRUE(isWatertight(m)) << "merged";
 }
 
 float throwingIntersection(int, int, VxObject*)
