@@ -4,6 +4,10 @@
 #include <vxiso/VxIsosurface.h>
 #include <vxiso/VxMaskedLabelIsosurface.h>
 
+#include <tbb/global_control.h>
+
+#include <new>
+
 extern "C" {
 void corvapackage_vxiso_init();
 void corvapackage_vxiso_finish();
@@ -62,10 +66,20 @@ namespace {
 
 // Constructed before the library's other statics (and so destroyed after them): registration
 // must not depend on anything another source file builds at load time.
+//
+// The engine's scheduler keeps worker threads after an extraction. In a host that does not use the
+// scheduler itself, unloading the package unloads the scheduler's library too, under threads that
+// still run in it: unloading therefore waits for them to end first. Where the host uses the
+// scheduler as well, the wait is declined and the library stays.
 struct PackageLifetime
 {
     PackageLifetime() { soconstructor_vxiso(); }
-    ~PackageLifetime() { sodestructor_vxiso(); }
+    ~PackageLifetime()
+    {
+        sodestructor_vxiso();
+        tbb::finalize(scheduler, std::nothrow);
+    }
+    tbb::task_scheduler_handle scheduler{tbb::attach{}};
 };
 __attribute__((init_priority(101))) PackageLifetime g_packageLifetime;
 
