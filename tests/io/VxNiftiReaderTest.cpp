@@ -52,6 +52,7 @@ class NiftiReader : public TempDirTest
 // box (non-unit spacing, negative pixdim, non-zero origin from the sform or the qform).
 TEST_F(NiftiReader, EveryLayoutAndTypeReadsBackExactly)
 {
+    const double spacing[3] = {0.5, 2, 1.25}, origin[3] = {10, -4, 3};
     int n = 0;
     for (int version : {1, 2})
         for (bool swap : {false, true})
@@ -60,15 +61,11 @@ TEST_F(NiftiReader, EveryLayoutAndTypeReadsBackExactly)
                     NiftiFile f;
                     f.version = version, f.swap = swap, f.pair = container >= 2, f.gz = container % 2;
                     f.datatype = code;
-                    f.pixdim[1] = 0.5, f.pixdim[2] = -2, f.pixdim[3] = 1.25;
-                    if (version == 1) {
-                        const double row[3][4] = {{0.5, 0, 0, 10}, {0, 2, 0, -4}, {0, 0, 1.25, 3}};
-                        f.sform = 1;
-                        std::memcpy(f.srow, row, sizeof row);
-                    } else {
-                        // Identity quaternion: the axes stay, qoffset is the first voxel.
-                        f.qform = 1;
-                        f.qoffset[0] = 10, f.qoffset[1] = -4, f.qoffset[2] = 3;
+                    f.place(spacing, origin);
+                    f.pixdim[2] = -2;
+                    if (version == 2) { // an identity quaternion: the axes stay, qoffset is the first voxel
+                        f.sform = 0, f.qform = 1;
+                        std::copy(origin, origin + 3, f.qoffset);
                     }
                     // A 4-D header with one time point is a volume too.
                     if (code == 512) f.dim[0] = 4;
@@ -78,49 +75,38 @@ TEST_F(NiftiReader, EveryLayoutAndTypeReadsBackExactly)
                     const std::string base = path("vol" + std::to_string(n)), file = writeNifti(f, base);
                     for (const std::string& name :
                          {file, f.pair ? base + ".img" + (f.gz ? ".gz" : "") : file}) {
-                        const std::string what =
-                            name + " v" + std::to_string(version) + (swap ? " swapped" : "");
+                        SCOPED_TRACE(name + " v" + std::to_string(version) + (swap ? " swapped" : ""));
                         const Read r = readNifti(name);
-                        ASSERT_TRUE(r.field) << what << ": " << r.error.toStdString();
-                        EXPECT_EQ(r.field->getDims(), KxDim3l(5, 4, 3)) << what;
-                        EXPECT_EQ(r.field->primType(), type) << what;
-                        ASSERT_EQ(r.field->lattice().byteSize(), f.values.size()) << what;
+                        ASSERT_TRUE(r.field) << r.error.toStdString();
+                        EXPECT_EQ(r.field->getDims(), KxDim3l(5, 4, 3));
+                        EXPECT_EQ(r.field->primType(), type);
+                        ASSERT_EQ(r.field->lattice().byteSize(), f.values.size());
                         EXPECT_EQ(std::memcmp(r.field->lattice().dataPtr(), f.values.data(), f.values.size()),
-                                  0)
-                            << what;
-                        expectBox(r.field->getBoundingBox(), {10, 12, -4, 2, 3, 5.5f}, what, 1e-4f);
-                        EXPECT_FALSE(r.field->getTransform(true)) << what;
-                        EXPECT_EQ(r.info.version, version);
-                        EXPECT_EQ(r.info.swapped, swap);
-                        EXPECT_FALSE(r.info.hasScaling());
+                                  0);
+                        expectBox(r.field->getBoundingBox(), {10, 12, -4, 2, 3, 5.5f}, name, 1e-4f);
+                        EXPECT_FALSE(r.field->getTransform(true));
+                        EXPECT_TRUE(r.info.version == version && r.info.swapped == swap &&
+                                    !r.info.hasScaling());
                     }
                 }
 }
 
-// Scaled values stay stored values of the stored type; the scaling is reported, not applied.
-TEST_F(NiftiReader, ScalingIsReportedAndValuesKeptAsStored)
+// The scaling is reported, not applied (VxisoCommand checks that the values stay as stored); a slope
+// of 0 or NaN, or 1 with no intercept, is no scaling.
+TEST_F(NiftiReader, ScalingIsReportedNotApplied)
 {
     NiftiFile f;
-    f.datatype = 4;
-    f.values = randomBytes(5 * 4 * 3 * 2, 3);
+    f.values = randomBytes(5 * 4 * 3 * 4, 3);
     const double cases[][3] = {
-        {2, -5, 1}, {1, -1024, 1}, {0, 7, 0}, {1, 0, 0}, {NAN, 0, 0}}; // slope, inter, scaled
+        {2, -5, 50}, {1, -1024, 1119}, {0, 7, 95}, {1, 0, 95}, {NAN, 0, 95}}; // slope, inter, stored 95
     int n = 0;
     for (const auto& c : cases) {
         f.slope = c[0], f.inter = c[1], f.version = 1 + n % 2;
         const Read r = readNifti(writeNifti(f, path("s" + std::to_string(++n))));
         ASSERT_TRUE(r.field) << r.error.toStdString();
-        EXPECT_EQ(r.field->primType(), KxPrimType::INT16);
-        EXPECT_EQ(std::memcmp(r.field->lattice().dataPtr(), f.values.data(), f.values.size()), 0);
-        EXPECT_EQ(r.info.hasScaling(), c[2] != 0) << c[0] << " " << c[1];
-        if (c[2] == 0) {
-            EXPECT_TRUE(r.info.scaling().isEmpty() && r.info.toStored(123) == 123);
-        }
+        EXPECT_EQ(r.info.hasScaling(), c[2] != 95) << c[0] << " " << c[1];
+        EXPECT_EQ(r.info.toStored(95), c[2]) << c[0] << " " << c[1];
     }
-    f.slope = 2, f.inter = -5;
-    const Read r = readNifti(writeNifti(f, path("s-text")));
-    EXPECT_EQ(r.info.scaling().toStdString(), "values are stored unscaled: physical value = 2 * stored - 5");
-    EXPECT_EQ(r.info.toStored(95), 50);
 }
 
 // Every damaged or unsupported file: null, and one line naming the file and the problem.
@@ -139,7 +125,6 @@ TEST_F(NiftiReader, BadFilesGiveOneClearError)
         cases.push_back({path(name), message});
     };
 
-    cases.push_back({path("missing.nii"), "No such file or directory"});
     ::mkdir(path("dir.nii").c_str(), 0755);
     cases.push_back({path("dir.nii"), "is a directory"});
     file("empty.nii", "", "holds 0 bytes, too few for a NIfTI header");
@@ -156,36 +141,22 @@ TEST_F(NiftiReader, BadFilesGiveOneClearError)
         [](NiftiFile& f) { f.dim[0] = 4, f.dim[4] = 10; });
     add("rank", "dim[0] is 9, not a number of dimensions", [](NiftiFile& f) { f.dim[0] = 9; });
     add("zero", "dimensions must be positive, not 5 0 3", [](NiftiFile& f) { f.dim[2] = 0; });
-    add("negative", "dimensions must be positive, not 5 4 -3",
-        [](NiftiFile& f) { f.swap = true, f.dim[3] = -3; });
     add("huge", "dimensions 1000000000 1000000000 1000000000 are too large",
         [](NiftiFile& f) { f.version = 2, f.dim[1] = f.dim[2] = f.dim[3] = 1000000000; });
-    add("wide", "are too large", [](NiftiFile& f) { f.version = 2, f.dim[1] = int64_t(1) << 40; });
     add("complex", "unsupported NIfTI datatype 32 (complex64)", [](NiftiFile& f) { f.datatype = 32; });
     add("odd", "unsupported NIfTI datatype 99 (unknown)", [](NiftiFile& f) { f.datatype = 99; });
-    add("int64", "unsupported NIfTI datatype 1024 (int64)",
-        [](NiftiFile& f) { f.version = 2, f.datatype = 1024; });
     add("bitpix", "bitpix 16 does not match datatype 16 (float32)", [](NiftiFile& f) { f.bitpix = 16; });
     add("offset", "vox_offset 100 is not a valid position", [](NiftiFile& f) { f.voxOffset = 100; });
-    add("fraction", "vox_offset 352.5 is not a valid position", [](NiftiFile& f) { f.voxOffset = 352.5; });
     add("nanpix", "pixdim[2] is not a finite number", [](NiftiFile& f) { f.pixdim[2] = NAN; });
     add("nansform", "the origin's y coordinate is not a finite number (placement from the sform)",
         [](NiftiFile& f) { f.sform = 1, f.srow[1][3] = INFINITY; });
     add("plainshort", "file holds 552 bytes, but 5x4x3 float32 values at offset 352 need 592",
         [](NiftiFile& f) { f.values.resize(200); });
-    add("v2short", "file holds 551 bytes, but 5x4x3 float32 values at offset 544 need 784",
-        [](NiftiFile& f) { f.version = 2, f.swap = true, f.values.resize(7); });
-    add("extension", "file holds 1000 bytes, but 5x4x3 float32 values at offset 1000 need 1240",
-        [](NiftiFile& f) { f.voxOffset = 1000, f.values.clear(); });
     add("liar", "cannot hold the 2000x2000x2000 float32 values (32000000000 bytes) its header describes",
         [](NiftiFile& f) { f.gz = true, f.dim[1] = f.dim[2] = f.dim[3] = 2000; });
     add("gzshort",
         "gzip stream ends after 100 of the 240 bytes of 5x4x3 float32 values; the file is truncated",
         [](NiftiFile& f) { f.gz = true, f.values.resize(100); });
-    NiftiFile extended = good;
-    extended.voxOffset = 1000;
-    file("gzextshort.nii.gz", deflated(niftiHeader(extended) + std::string(100, 'x')),
-         "gzip stream ends after 448 of the 1000 bytes of header and extensions");
     add("nopair", "", [](NiftiFile& f) { f.pair = true; });
     ::remove(path("nopair.img").c_str());
     cases.back().second = "the header's values are in a separate image file, but neither " + path("nopair") +
@@ -194,17 +165,13 @@ TEST_F(NiftiReader, BadFilesGiveOneClearError)
          "no header beside the image (looked for " + path("lonely") + ".hdr and " + path("lonely") +
              ".hdr.gz)");
 
-    // A gzip file cut short mid-stream, one with a damaged deflate stream, one without its checksum.
-    NiftiFile big = good;
-    big.gz = true;
-    big.dim[1] = big.dim[2] = big.dim[3] = 40;
-    big.values = randomBytes(40 * 40 * 40 * 4, 5);
-    const std::string whole = slurp(writeNifti(big, path("big")));
+    // A gzip file with a damaged deflate stream, one without its checksum.
+    NiftiFile zipped = good;
+    zipped.gz = true;
+    const std::string whole = slurp(writeNifti(zipped, path("zipped")));
     std::string damaged = whole;
-    for (std::size_t i = damaged.size() / 2; i < damaged.size() / 2 + 64; ++i) damaged[i] = char(~damaged[i]);
-    file("cut.nii.gz", whole.substr(0, whole.size() / 2),
-         "bytes of 40x40x40 float32 values; the file is truncated");
-    file("damaged.nii.gz", damaged, "damaged.nii.gz: gzip data is corrupt (incorrect data check)");
+    for (std::size_t i = whole.size() - 100; i < whole.size() - 90; ++i) damaged[i] = char(~damaged[i]);
+    file("damaged.nii.gz", damaged, "damaged.nii.gz: gzip data is corrupt (");
     file("nocheck.nii.gz", whole.substr(0, whole.size() - 6),
          "gzip stream ends before its checksum; the file is truncated");
 

@@ -1,17 +1,20 @@
-// Surfaces written in every format and read back by hand, by Coin and by VTK; surfaces that cannot
-// be written and writes that fail leave nothing behind.
+// Surfaces and line sets written in every format and read back by hand, by Coin and by VTK; surfaces
+// that cannot be written and writes that fail leave nothing behind.
 #include "../support/TestFormats.h"
 
+#include <io/VxLineSetWriter.h>
 #include <io/VxSurfaceWriter.h>
 
 #include <kx/KxHandle.h>
 #include <oiv/OivInit.h>
 #include <oiv/SoTriSurface.h>
+#include <vx/VxLineSet.h>
 
 #include <Inventor/SoDB.h>
 #include <Inventor/SoInput.h>
 #include <Inventor/nodes/SoCoordinate3.h>
 #include <Inventor/nodes/SoIndexedFaceSet.h>
+#include <Inventor/nodes/SoLineSet.h>
 #include <Inventor/nodes/SoNormal.h>
 #include <Inventor/nodes/SoNormalBinding.h>
 #include <Inventor/nodes/SoSeparator.h>
@@ -35,13 +38,6 @@ TestMesh makeSphere(int levels)
     const float c[3] = {12.5f, -3.25f, 0.001f};
     for (std::size_t i = 0; i < m.coords.size(); ++i) m.coords[i] = c[i % 3] + 2.7f * m.coords[i];
     return m;
-}
-
-template <typename T> T le(const std::string& bytes, size_t at)
-{
-    T v;
-    std::memcpy(&v, bytes.data() + at, sizeof v);
-    return v;
 }
 
 TestMesh parseOff(const std::string& text)
@@ -70,8 +66,9 @@ template <typename Node> Node* child(SoSeparator* root)
     return nullptr;
 }
 
-// Reads an Inventor file back with Coin; coordIndex must be a, b, c, -1 per triangle.
-TestMesh parseIv(const std::string& path)
+// What Coin reads in an Inventor file: the points, the normals (bound per vertex by index) and the
+// face set's corners, a, b, c, -1 per triangle; or a line set's vertex counts into lineCounts.
+TestMesh parseIv(const std::string& path, std::vector<int>* lineCounts = nullptr)
 {
     SoInput in;
     TestMesh m;
@@ -80,9 +77,10 @@ TestMesh parseIv(const std::string& path)
     root->ref();
     SoCoordinate3* coords = child<SoCoordinate3>(root);
     SoIndexedFaceSet* faces = child<SoIndexedFaceSet>(root);
+    SoLineSet* lines = child<SoLineSet>(root);
     SoNormal* normals = child<SoNormal>(root);
     SoNormalBinding* binding = child<SoNormalBinding>(root);
-    EXPECT_TRUE(coords && faces);
+    EXPECT_TRUE(coords && (lineCounts ? lines != nullptr : faces != nullptr));
     EXPECT_EQ(normals == nullptr, binding == nullptr);
     EXPECT_TRUE(!binding || binding->value.getValue() == SoNormalBinding::PER_VERTEX_INDEXED);
     for (int i = 0; coords && i < coords->point.getNum(); ++i)
@@ -94,6 +92,8 @@ TestMesh parseIv(const std::string& path)
             m.triangles.push_back(faces->coordIndex[i]);
         else
             EXPECT_EQ(faces->coordIndex[i], -1) << "index " << i;
+    for (int i = 0; lines && lineCounts && i < lines->numVertices.getNum(); ++i)
+        lineCounts->push_back(lines->numVertices[i]);
     root->unref();
     return m;
 }
@@ -130,8 +130,30 @@ protected:
     }
 };
 
-} // namespace
+// Three polylines on circles of different radii, the last closed by repeating its first point,
+// with the radius as the line's value and the angle as the point's.
+KxHandle<VxLineSet> makeLines()
+{
+    KxHandle<VxLineSet> s = new VxLineSet(0, 0, 1);
+    const int counts[3] = {5, 9, 13};
+    int next = 0;
+    for (int l = 0; l < 3; ++l) {
+        std::vector<int> line;
+        for (int i = 0; i < counts[l]; ++i) {
+            const float a = 0.37f * float(i), r = 1.5f + float(l);
+            s->setNumPoints(next + 1);
+            s->setPoint(next, 3.1f + r * std::cos(a), -2.7f + r * std::sin(a), 0.1f * float(l));
+            s->getPointData(0)[next] = a;
+            line.push_back(next++);
+        }
+        if (l == 2) line.push_back(line.front());
+        s->addLine(line.data(), int(line.size()));
+        s->getLineData(0)[l] = 1.5f + float(l);
+    }
+    return s;
+}
 
+} // namespace
 TEST_F(SurfaceWriter, ChoosesFormatByExtensionIgnoringCase)
 {
     const std::pair<const char*, VxSurfaceWriter::Format> cases[] = {
@@ -167,28 +189,22 @@ TEST_F(SurfaceWriter, EveryFormatReadsBackExactlyInOrder)
     const std::string stl = slurp(path("s.stl"));
     ASSERT_EQ(stl.size(), 84 + 50 * size_t(m.numTriangles()));
     EXPECT_NE(stl.compare(0, 5, "solid"), 0);
-    EXPECT_EQ(le<uint32_t>(stl, 80), uint32_t(m.numTriangles()));
+    uint32_t count = 0;
+    std::memcpy(&count, stl.data() + 80, 4);
+    EXPECT_EQ(count, uint32_t(m.numTriangles()));
     std::vector<float> got;
-    int badNormals = 0;
+    int bad = 0; // normals that are not unit, perpendicular to both edges and outward; attribute bytes
     for (int t = 0; t < m.numTriangles(); ++t) {
-        const size_t at = 84 + 50 * size_t(t);
         float v[12];
-        std::memcpy(v, stl.data() + at, sizeof v);
+        std::memcpy(v, stl.data() + 84 + 50 * size_t(t), sizeof v);
         got.insert(got.end(), v + 3, v + 12);
-        EXPECT_EQ(le<uint16_t>(stl, at + 48), 0);
-        // Unit, perpendicular to both edges, pointing away from the sphere's centre.
-        double len = 0, edge1 = 0, edge2 = 0, out = 0;
-        for (int k = 0; k < 3; ++k) {
-            len += v[k] * v[k];
-            edge1 += v[k] * (v[6 + k] - v[3 + k]);
-            edge2 += v[k] * (v[9 + k] - v[3 + k]);
-            out += v[k] * m.normals[3 * size_t(m.triangles[3 * t]) + k];
-        }
-        badNormals +=
-            std::abs(len - 1) > 1e-6 || std::abs(edge1) > 1e-4 || std::abs(edge2) > 1e-4 || out <= 0;
+        const SbVec3f n(v), a(v + 3), b(v + 6), c(v + 9), out(&m.normals[3 * size_t(m.triangles[3 * t])]);
+        bad += std::abs(n.sqrLength() - 1) > 1e-6f || std::abs(n.dot(b - a)) > 1e-4f ||
+               std::abs(n.dot(c - a)) > 1e-4f || n.dot(out) <= 0 || stl[84 + 50 * size_t(t) + 48] ||
+               stl[84 + 50 * size_t(t) + 49];
     }
     EXPECT_TRUE(got == corners(m));
-    EXPECT_EQ(badNormals, 0);
+    EXPECT_EQ(bad, 0);
 }
 
 // VTK reads every format it knows, binary and text, as the same vertices, normals and triangles.
@@ -206,12 +222,10 @@ TEST_F(SurfaceWriter, IndependentReaderSeesTheSameMesh)
         EXPECT_EQ(got.numPoints(), m.numPoints()) << name;
         EXPECT_EQ(got.numTriangles(), m.numTriangles()) << name;
         // STL has neither shared vertices nor vertex normals, so only the triangles' corners compare.
-        if (std::string(name).find(".stl") != std::string::npos) {
-            EXPECT_TRUE(corners(got) == corners(m)) << name;
-        } else {
-            EXPECT_TRUE(got.coords == m.coords && got.triangles == m.triangles && got.normals == m.normals)
-                << name;
-        }
+        EXPECT_TRUE(std::string(name).find(".stl") != std::string::npos
+                        ? corners(got) == corners(m)
+                        : got.coords == m.coords && got.triangles == m.triangles && got.normals == m.normals)
+            << name;
     }
 }
 
@@ -232,11 +246,9 @@ TEST_F(SurfaceWriter, SurfacesWithoutNormalsOrTrianglesStayValid)
 
     for (const char* name : {"e.ply", "e.stl", "e.off", "e.iv"}) write(TestMesh(), path(name));
     EXPECT_EQ(readPly(slurp(path("e.ply"))).numPoints(), 0);
-    const std::string emptyStl = slurp(path("e.stl"));
-    EXPECT_TRUE(emptyStl.size() == 84 && le<uint32_t>(emptyStl, 80) == 0);
+    EXPECT_EQ(slurp(path("e.stl")).substr(80), std::string(4, '\0')) << "84 bytes, no triangles";
     EXPECT_EQ(slurp(path("e.off")), "OFF\n0 0 0\n");
-    const TestMesh iv0 = parseIv(path("e.iv"));
-    EXPECT_TRUE(iv0.coords.empty() && iv0.triangles.empty());
+    EXPECT_TRUE(parseIv(path("e.iv")).coords.empty());
 }
 
 TEST_F(SurfaceWriter, RefusesInconsistentSurfacesWithoutWriting)
@@ -273,20 +285,19 @@ TEST_F(SurfaceWriter, FailedWritesLeaveNothingBehindAndKeepTheOldFile)
 
     // A file-size limit makes the write fail halfway, as a full disk would.
     const std::string old = "previous contents\n";
+    rlimit saved, limited;
+    getrlimit(RLIMIT_FSIZE, &saved);
+    limited = saved, limited.rlim_cur = 4096;
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
     for (const char* name : {"old.ply", "old.stl", "old.off", "old.iv"}) {
         spit(path(name), old);
-        rlimit saved;
-        getrlimit(RLIMIT_FSIZE, &saved);
-        rlimit small = saved;
-        small.rlim_cur = 4096;
-        auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        setrlimit(RLIMIT_FSIZE, &small);
+        setrlimit(RLIMIT_FSIZE, &limited);
         const std::string error = writeFails(m, path(name));
         setrlimit(RLIMIT_FSIZE, &saved);
-        std::signal(SIGXFSZ, oldHandler);
         EXPECT_EQ(error, "cannot write " + path(name) + ": File too large");
         EXPECT_EQ(slurp(path(name)), old) << name;
     }
+    std::signal(SIGXFSZ, oldHandler);
     EXPECT_EQ(entries(), QStringList({"old.iv", "old.off", "old.ply", "old.stl", "taken.stl"}));
 
     // Without the limit the same call replaces the old file completely, keeping no tail of it.
@@ -295,4 +306,42 @@ TEST_F(SurfaceWriter, FailedWritesLeaveNothingBehindAndKeepTheOldFile)
     write(small, path("old.off"));
     const TestMesh back = parseOff(slurp(path("old.off")));
     EXPECT_TRUE(back.coords == small.coords && back.triangles == small.triangles);
+}
+
+// VTK reads the points and the lines; Coin reads the points line by line with one vertex count per
+// line. A set with a bad index or a name of another format writes nothing.
+TEST_F(SurfaceWriter, LineSetsAreReadByVtkAndCoinAndBadOnesRefused)
+{
+    KxHandle<VxLineSet> s = makeLines();
+    QString error;
+    EXPECT_FALSE(VxLineSetWriter::write(*s, qpath("l.ply"), &error));
+    EXPECT_EQ(error, "unsupported line-set format for " + qpath("l.ply") + " (use .vtk or .iv)");
+    s->getLine(1)[2] = 99;
+    EXPECT_FALSE(VxLineSetWriter::write(*s, qpath("l.vtk"), &error));
+    EXPECT_EQ(error,
+              "cannot write " + qpath("l.vtk") + ": line 1 refers to point 99, but the set has 27 points");
+    EXPECT_TRUE(entries().isEmpty());
+    s = makeLines();
+    for (const char* name : {"l.vtk", "l.iv"})
+        ASSERT_TRUE(VxLineSetWriter::write(*s, qpath(name), &error)) << error.toStdString();
+    std::vector<int32_t> indices;
+    std::vector<int> counts, ivCounts;
+    std::vector<float> byLine;
+    for (int l = 0; l < 3; ++l) {
+        counts.push_back(int(s->getLine(l).size()));
+        for (int i : s->getLine(l)) {
+            indices.push_back(i);
+            byLine.insert(byLine.end(), s->getPoints() + 3 * i, s->getPoints() + 3 * i + 3);
+        }
+    }
+    EXPECT_EQ(parseIv(path("l.iv"), &ivCounts).coords, byLine);
+    EXPECT_EQ(ivCounts, counts);
+
+    const std::string text = runVtk("mesh " + path("l.vtk") + " lines");
+    if (text.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    std::vector<int> sizes;
+    const TestMesh got = parseVtkMesh(text, &sizes);
+    EXPECT_EQ(got.coords, std::vector<float>(s->getPoints(), s->getPoints() + 3 * s->getNumPoints()));
+    EXPECT_EQ(got.triangles, indices);
+    EXPECT_EQ(sizes, counts);
 }

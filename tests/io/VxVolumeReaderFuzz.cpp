@@ -16,26 +16,16 @@
 
 #include <unistd.h>
 
-namespace {
-
-const char* const kExtensions[] = {".nrrd", ".nhdr", ".mha", ".mhd", ".vtk", ".nii", ".hdr"};
-
-// One scratch folder per process, on a memory file system when there is one; removed when the
-// fuzzer exits.
-const QTemporaryDir& scratchDir()
-{
-    static const QTemporaryDir dir(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/vxfuzz-XXXXXX"
-                                                                   : "/tmp/vxfuzz-XXXXXX");
-    if (!dir.isValid()) std::abort();
-    return dir;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
+    // One scratch folder per process, on a memory file system when there is one; removed when the
+    // fuzzer exits.
+    static const QTemporaryDir dir(::access("/dev/shm", W_OK) == 0 ? "/dev/shm/vxfuzz-XXXXXX"
+                                                                   : "/tmp/vxfuzz-XXXXXX");
+    static const char* const kExtensions[] = {".nrrd", ".nhdr", ".mha", ".mhd", ".vtk", ".nii", ".hdr"};
     if (size < 1) return 0;
-    const std::string path = scratchDir().path().toStdString() + "/in" + kExtensions[data[0] % 7];
+    if (!dir.isValid()) std::abort();
+    const std::string path = dir.path().toStdString() + "/in" + kExtensions[data[0] % 7];
     FILE* f = std::fopen(path.c_str(), "wb");
     if (!f) std::abort();
     std::fwrite(data + 1, 1, size - 1, f);

@@ -1,6 +1,6 @@
 // NRRD, MetaImage and VTK volumes written here in every layout the readers take and read back
 // value for value; files that VTK writes, and our files as VTK reads them; damaged files rejected
-// with one clear line; label volumes; the real scans of Debian's mricron-data.
+// with one clear line; label volumes.
 #include "../support/TestFormats.h"
 
 #include <io/VxVolumeReader.h>
@@ -81,18 +81,12 @@ std::string inOrder(const Values& v, bool bigEndian)
     return bigEndian ? byteSwapped(v.bytes, v.type.size()) : v.bytes;
 }
 
-enum class Enc
+// The values in an encoding: "raw", "gzip" (a gzip or, windowBits 15, zlib stream) or "ascii".
+std::string encoded(const Values& v, const std::string& encoding, bool bigEndian, int windowBits)
 {
-    Raw,
-    Gzip,
-    Text
-};
-
-std::string encoded(const Values& v, Enc e, bool bigEndian, int windowBits)
-{
-    return e == Enc::Text   ? v.text
-           : e == Enc::Gzip ? deflated(inOrder(v, bigEndian), windowBits)
-                            : inOrder(v, bigEndian);
+    return encoding == "ascii"  ? v.text
+           : encoding == "gzip" ? deflated(inOrder(v, bigEndian), windowBits)
+                                : inOrder(v, bigEndian);
 }
 
 struct Read
@@ -107,8 +101,7 @@ Read readVolume(const std::string& path, bool labels = false, const std::optiona
 {
     Read r;
     VxReadOptions o;
-    o.labels = labels;
-    o.raw = raw;
+    o.labels = labels, o.raw = raw;
     r.data = VxVolumeReader::read(QString::fromStdString(path), o, &r.error, &r.info);
     return r;
 }
@@ -130,182 +123,87 @@ class VolumeReader : public TempDirTest
 {
 };
 
-// NRRD header for the test volume; geometry by space directions or by spacings and axis mins.
-std::string nrrdHeader(const char* type, Enc e, bool big, bool directions, const std::string& dataFile = "")
-{
-    std::string h = "NRRD0004\n# written by the reader tests\ntype: " + std::string(type) +
-                    "\ndimension: 3\nsizes: 5 4 3\nencoding: " +
-                    (e == Enc::Raw    ? "raw"
-                     : e == Enc::Gzip ? "gzip"
-                                      : "ascii") +
-                    "\n";
-    if (e != Enc::Text) h += std::string("endian: ") + (big ? "big" : "little") + "\n";
-    h += directions ? "space: right-anterior-superior\nspace directions: (0.5,0,0) (0, 2, 0) (0,0,1.25)\n"
-                      "space origin: (10,-4,3)\n"
-                    : "spacings: 0.5 2 1.25\naxis mins: 10 -4 3\n";
-    h += "content:=key/value pairs are free text: sizes: 1 1 1\n";
-    if (!dataFile.empty()) h += "data file: " + dataFile + "\n";
-    return h;
-}
-
-} // namespace
-
-// 8 types x raw, gzip (both byte orders) and text x attached and detached.
-TEST_F(VolumeReader, NrrdEveryLayoutAndTypeReadsBackExactly)
-{
-    int n = 0;
-    for (const TypeCase& t : kTypes)
-        for (Enc e : {Enc::Raw, Enc::Gzip, Enc::Text})
-            for (bool big : {false, true})
-                for (bool detached : {false, true}) {
-                    if (e == Enc::Text && big) continue;
-                    const Values v = makeValues(t.type, unsigned(++n));
-                    const std::string name = "v" + std::to_string(n), ordered = inOrder(v, big);
-                    // Half the gzip files hold two members, as cat or a parallel compressor leaves them.
-                    const std::string data = e == Enc::Gzip && n % 2 ? deflated(ordered.substr(0, 50), 31) +
-                                                                           deflated(ordered.substr(50), 31)
-                                                                     : encoded(v, e, big, 31);
-                    const char* type = n % 2 ? t.nrrd : t.nrrdAlias;
-                    std::string file;
-                    if (detached) {
-                        // A name may start with ':' (which Qt's folder class takes for a resource).
-                        const std::string dataName = (n % 4 ? "" : ":") + name + ".raw";
-                        file = path(name + ".nhdr");
-                        spit(path(dataName), data);
-                        spit(file, nrrdHeader(type, e, big, n % 3 != 0, dataName));
-                    } else {
-                        file = path(name + ".nrrd");
-                        spit(file, nrrdHeader(type, e, big, n % 3 != 0) + "\n" + data);
-                    }
-                    const Read r = readVolume(file);
-                    expectValues(r, v, file + " " + type);
-                    EXPECT_EQ(r.info.format, "NRRD");
-                }
-}
-
-// 8 types x raw and zlib-compressed x both byte orders x .mha and .mhd, and text values.
-TEST_F(VolumeReader, MetaImageEveryLayoutAndTypeReadsBackExactly)
-{
-    int n = 0;
-    for (const TypeCase& t : kTypes)
-        for (Enc e : {Enc::Raw, Enc::Gzip, Enc::Text})
-            for (bool msb : {false, true})
-                for (bool local : {true, false}) {
-                    if (e == Enc::Text && (msb || !local)) continue;
-                    const Values v = makeValues(t.type, unsigned(++n));
-                    const std::string name = "m" + std::to_string(n), data = encoded(v, e, msb, 15);
-                    std::string h = std::string("ObjectType = Image\nNDims = 3\nBinaryData = ") +
-                                    (e == Enc::Text ? "False" : "True") +
-                                    "\nBinaryDataByteOrderMSB = " + (msb ? "True" : "False") +
-                                    "\nCompressedData = " + (e == Enc::Gzip ? "True" : "False") +
-                                    "\nTransformMatrix = 1 0 0 0 1 0 0 0 1\nOffset = 10 -4 3\n"
-                                    "ElementSpacing = 0.5 2 1.25\nDimSize = 5 4 3\nElementType = " +
-                                    t.meta + "\n";
-                    if (e == Enc::Gzip) h += "CompressedDataSize = " + std::to_string(data.size()) + "\n";
-                    std::string file;
-                    if (local) {
-                        file = path(name + ".mha");
-                        spit(file, h + "ElementDataFile = LOCAL\n" + data);
-                    } else {
-                        file = path(name + ".mhd");
-                        spit(path(name + ".raw"), data);
-                        spit(file, h + "ElementDataFile = " + name + ".raw\n");
-                    }
-                    expectValues(readVolume(file), v, file);
-                }
-}
-
-namespace {
-
-const float kXs[5] = {10, 10.5f, 11.25f, 12.5f, 14}, kYs[4] = {-4, -2, 1, 5}, kZs[3] = {3, 3.125f, 4.5f};
-
-// A node position of the test's structured grid: sheared, so that it is not rectilinear.
-KxVec3f gridPoint(int i, int j, int k)
-{
-    return {10 + 0.5f * float(i) + 0.1f * float(j), -4 + 2 * float(j) + 0.01f * float(i * k),
-            3 + 1.25f * float(k)};
-}
-
 // Big-endian binary or text numbers, as VTK legacy files hold them.
 std::string vtkNumbers(const std::vector<float>& v, bool binary)
 {
+    if (binary)
+        return byteSwapped(std::string(reinterpret_cast<const char*>(v.data()), 4 * v.size()), 4) + "\n";
     std::string out;
-    for (float f : v) {
-        if (binary) {
-            char b[4];
-            std::memcpy(b, &f, 4);
-            std::reverse(b, b + 4);
-            out.append(b, 4);
-        } else {
-            char t[32];
-            out.append(t, std::to_chars(t, t + 32, f).ptr).append(" ");
-        }
-    }
+    char t[32];
+    for (float f : v) out.append(t, std::to_chars(t, t + 32, f).ptr).append(" ");
     return out + "\n";
 }
 
-std::string vtkFile(int kind, const TypeCase& t, const Values& v, bool binary)
+// Structured points of the values, where another attribute before the scalars is to be skipped. (The
+// grids come from VTK's own writers in FilesWrittenByVtkLoad.)
+std::string vtkFile(const TypeCase& t, const Values& v, bool binary)
 {
-    std::string f =
-        std::string("# vtk DataFile Version 3.0\ntest volume\n") + (binary ? "BINARY" : "ASCII") + "\n";
-    if (kind == 0) {
-        f += "DATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nORIGIN 10 -4 3\nSPACING 0.5 2 1.25\n";
-    } else if (kind == 1) {
-        f += "DATASET RECTILINEAR_GRID\nDIMENSIONS 5 4 3\n";
-        f += "X_COORDINATES 5 float\n" + vtkNumbers(std::vector<float>(kXs, kXs + 5), binary);
-        f += "Y_COORDINATES 4 float\n" + vtkNumbers(std::vector<float>(kYs, kYs + 4), binary);
-        f += "Z_COORDINATES 3 float\n" + vtkNumbers(std::vector<float>(kZs, kZs + 3), binary);
-    } else {
-        std::vector<float> p;
-        for (int k = 0; k < 3; ++k)
-            for (int j = 0; j < 4; ++j)
-                for (int i = 0; i < 5; ++i) {
-                    const KxVec3f q = gridPoint(i, j, k);
-                    p.insert(p.end(), {q.x, q.y, q.z});
-                }
-        f += "DATASET STRUCTURED_GRID\nDIMENSIONS 5 4 3\nPOINTS 60 float\n" + vtkNumbers(p, binary);
-    }
-    // Other attributes before the scalars are skipped.
-    f += "POINT_DATA 60\nVECTORS flow float\n" + vtkNumbers(std::vector<float>(180, 1.5f), binary);
-    f += "SCALARS values " + std::string(t.vtk) + " 1\nLOOKUP_TABLE default\n" +
-         (binary ? inOrder(v, true) : v.text) + "\n";
-    return f;
-}
-
-void expectNodes(const VxRegScalarField3& f, int kind, const std::string& what)
-{
-    const VxCoord3* c = f.lattice().coords();
-    ASSERT_EQ(c->coordType(), kind == 0   ? VX_COORD_UNIFORM
-                              : kind == 1 ? VX_COORD_RECTILINEAR
-                                          : VX_COORD_CURVILINEAR)
-        << what;
-    for (int k = 0; k < 3; ++k)
-        for (int j = 0; j < 4; ++j)
-            for (int i = 0; i < 5; ++i) {
-                const KxVec3f want =
-                    kind == 0   ? KxVec3f(10 + 0.5f * float(i), -4 + 2 * float(j), 3 + 1.25f * float(k))
-                    : kind == 1 ? KxVec3f(kXs[i], kYs[j], kZs[k])
-                                : gridPoint(i, j, k);
-                for (int a = 0; a < 3; ++a) EXPECT_NEAR(c->pos(i, j, k)[a], want[a], 1e-5f) << what;
-            }
+    return std::string("# vtk DataFile Version 3.0\ntest volume\n") + (binary ? "BINARY" : "ASCII") +
+           "\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nORIGIN 10 -4 3\nSPACING 0.5 2 1.25\n"
+           "POINT_DATA 60\nVECTORS flow float\n" +
+           vtkNumbers(std::vector<float>(180, 1.5f), binary) + "SCALARS values " + t.vtk +
+           " 1\nLOOKUP_TABLE default\n" + (binary ? inOrder(v, true) : v.text) + "\n";
 }
 
 } // namespace
 
-// 8 types x ASCII and BINARY x structured points, rectilinear and structured grids.
-TEST_F(VolumeReader, VtkEveryDatasetAndTypeReadsBackExactly)
+// 8 types x raw, compressed (both byte orders) and text x attached and detached, in NRRD (both type
+// spellings, placed by space directions or by spacings and axis mins, gzip of one or two members,
+// detached names that start with ':' (which Qt's folder class takes for a resource)), MetaImage (zlib,
+// attached text only) and VTK (big-endian BINARY and ASCII).
+TEST_F(VolumeReader, NrrdMetaImageAndVtkEveryLayoutAndTypeReadBackExactly)
 {
     int n = 0;
-    for (const TypeCase& t : kTypes)
-        for (bool binary : {false, true})
-            for (int kind = 0; kind < 3; ++kind) {
-                const Values v = makeValues(t.type, unsigned(++n));
-                const std::string file = path("t" + std::to_string(n) + ".vtk");
-                spit(file, vtkFile(kind, t, v, binary));
-                const Read r = readVolume(file);
-                expectValues(r, v, file);
-                if (r.field()) expectNodes(*r.field(), kind, file);
-            }
+    for (const std::string format : {"NRRD", "MetaImage", "VTK structured points"})
+        for (const TypeCase& t : kTypes)
+            for (const std::string encoding : {"raw", "gzip", "ascii"})
+                for (bool big : {false, true})
+                    for (bool detached : {false, true}) {
+                        const bool nrrd = format == "NRRD", vtk = format[0] == 'V';
+                        if (encoding == "ascii" && (big || (!nrrd && detached))) continue;
+                        if (vtk && (detached || encoding == "gzip" || (encoding == "raw" && !big))) continue;
+                        const Values v = makeValues(t.type, unsigned(++n));
+                        const std::string name = "v" + std::to_string(n), ordered = inOrder(v, big);
+                        std::string data = encoded(v, encoding, big, nrrd ? 31 : 15), h;
+                        if (nrrd && encoding == "gzip" && n % 2)
+                            data = deflated(ordered.substr(0, 50)) + deflated(ordered.substr(50));
+                        const std::string dataName = (nrrd && n % 4 == 0 ? ":" : "") + name + ".raw";
+                        if (vtk) {
+                            h = vtkFile(t, v, encoding == "raw");
+                        } else if (nrrd) {
+                            h = "NRRD0004\n# written by the reader tests\ntype: " +
+                                std::string(n % 2 ? t.nrrd : t.nrrdAlias) +
+                                "\ndimension: 3\nsizes: 5 4 3\nencoding: " + encoding + "\n";
+                            if (encoding != "ascii")
+                                h += std::string("endian: ") + (big ? "big\n" : "little\n");
+                            h +=
+                                n % 3
+                                    ? "space: right-anterior-superior\nspace directions: (0.5,0,0) (0, 2, 0) "
+                                      "(0,0,1.25)\nspace origin: (10,-4,3)\n"
+                                    : "spacings: 0.5 2 1.25\naxis mins: 10 -4 3\n";
+                            h += "content:=key/value pairs are free text: sizes: 1 1 1\n";
+                            h += detached ? "data file: " + dataName + "\n" : "\n" + data;
+                        } else {
+                            h = std::string("ObjectType = Image\nNDims = 3\nBinaryData = ") +
+                                (encoding == "ascii" ? "False" : "True") +
+                                "\nBinaryDataByteOrderMSB = " + (big ? "True" : "False") +
+                                "\nCompressedData = " + (encoding == "gzip" ? "True" : "False") +
+                                "\nTransformMatrix = 1 0 0 0 1 0 0 0 1\nOffset = 10 -4 3\n"
+                                "ElementSpacing = 0.5 2 1.25\nDimSize = 5 4 3\nElementType = " +
+                                t.meta + "\n";
+                            if (encoding == "gzip")
+                                h += "CompressedDataSize = " + std::to_string(data.size()) + "\n";
+                            h += "ElementDataFile = " + (detached ? dataName + "\n" : "LOCAL\n" + data);
+                        }
+                        const std::string file = path(name + (vtk    ? ".vtk"
+                                                              : nrrd ? (detached ? ".nhdr" : ".nrrd")
+                                                                     : (detached ? ".mhd" : ".mha")));
+                        if (detached) spit(path(dataName), data);
+                        spit(file, h);
+                        const Read r = readVolume(file);
+                        expectValues(r, v, file);
+                        EXPECT_EQ(r.info.format, QString::fromStdString(format));
+                    }
 }
 
 // The index-to-world map of the header equals the box placement followed by the transform: turned
@@ -325,7 +223,7 @@ TEST_F(VolumeReader, OrientationBecomesTheTransform)
                         "ElementDataFile = LOCAL\n" +
                             v.bytes);
     // A negative VTK spacing runs the axis backwards.
-    std::string mirrored = vtkFile(0, kTypes[3], v, false);
+    std::string mirrored = vtkFile(kTypes[3], v, false);
     spit(path("m.vtk"), mirrored.replace(mirrored.find("SPACING 0.5"), 11, "SPACING -0.5"));
     std::vector<std::pair<std::string, World>> cases = {
         {path("o.nrrd"), turned},
@@ -394,18 +292,15 @@ TEST_F(VolumeReader, OrientationBecomesTheTransform)
 
 TEST(VolumeReaderNames, PicksTheReaderByExtension)
 {
-    const std::pair<const char*, VxVolumeReader::Format> cases[] = {
-        {"a.nii", VxVolumeReader::NIFTI},       {"b.NII.GZ", VxVolumeReader::NIFTI},
-        {"dir.x/c.hdr", VxVolumeReader::NIFTI}, {"d.IMG", VxVolumeReader::NIFTI},
-        {"e.img.gz", VxVolumeReader::NIFTI},    {"f.hdr.gz", VxVolumeReader::NIFTI},
-        {"c.nrrd", VxVolumeReader::NRRD},       {"d/e.NHDR", VxVolumeReader::NRRD},
-        {"f.mha", VxVolumeReader::METAIMAGE},   {"g.mhd", VxVolumeReader::METAIMAGE},
-        {"h.vtk", VxVolumeReader::VTK},         {"i.raw", VxVolumeReader::UNKNOWN},
-        {"b.gz", VxVolumeReader::UNKNOWN},      {".nii", VxVolumeReader::UNKNOWN},
-        {".vtk", VxVolumeReader::UNKNOWN},      {"c.nii.bak", VxVolumeReader::UNKNOWN},
-        {"d.niigz", VxVolumeReader::UNKNOWN},   {"img", VxVolumeReader::UNKNOWN},
-        {"x.vtk/y", VxVolumeReader::UNKNOWN}};
-    for (const auto& [name, format] : cases) EXPECT_EQ(VxVolumeReader::formatForPath(name), format) << name;
+    const std::pair<VxVolumeReader::Format, std::vector<const char*>> cases[] = {
+        {VxVolumeReader::NIFTI, {"a.nii", "b.NII.GZ", "dir.x/c.hdr", "d.IMG", "e.img.gz", "f.hdr.gz"}},
+        {VxVolumeReader::NRRD, {"c.nrrd", "d/e.NHDR"}},
+        {VxVolumeReader::METAIMAGE, {"f.mha", "g.mhd"}},
+        {VxVolumeReader::VTK, {"h.vtk"}},
+        {VxVolumeReader::UNKNOWN,
+         {"i.raw", "b.gz", ".nii", ".vtk", "c.nii.bak", "d.niigz", "img", "x.vtk/y"}}};
+    for (const auto& [format, names] : cases)
+        for (const char* name : names) EXPECT_EQ(VxVolumeReader::formatForPath(name), format) << name;
     QString error;
     EXPECT_EQ(VxVolumeReader::read("scan.dcm", VxReadOptions(), &error), nullptr);
     EXPECT_EQ(error.toStdString(),
@@ -421,8 +316,7 @@ TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
         std::string text;
         for (double x : values) text += std::to_string(int64_t(x)) + " ";
         spit(path(name), std::string("NRRD0004\ntype: ") + type +
-                             "\ndimension: 3\nsizes: 3 2 1\nencoding: ascii\nspacings: 2 3 4\n\n" + text +
-                             "\n");
+                             "\ndimension: 3\nsizes: 3 2 1\nencoding: ascii\nspacings: 2 3 4\n\n" + text);
         return path(name);
     };
     const std::tuple<const char*, std::vector<double>, KxPrimType> cases[] = {
@@ -450,16 +344,19 @@ TEST_F(VolumeReader, LabelVolumesNeedIntegersThatFit)
     const std::string big = nrrd("big.nrrd", "uint", {0, 1, 3000000000.0, 3, 4, 5});
     EXPECT_EQ(readVolume(big, true).error.toStdString(),
               big + ": holds the label 3000000000, beyond the largest label 2147483647");
-    spit(path("rect.vtk"), vtkFile(1, kTypes[0], makeValues(KxPrimType::UINT8, 1), false));
+    spit(path("rect.vtk"),
+         "# vtk DataFile Version 3.0\nr\nASCII\nDATASET RECTILINEAR_GRID\nDIMENSIONS 2 1 1\n"
+         "X_COORDINATES 2 float\n0 1\nY_COORDINATES 1 float\n0\nZ_COORDINATES 1 float\n0\n"
+         "POINT_DATA 2\nSCALARS v unsigned_char\nLOOKUP_TABLE default\n1 2\n");
     EXPECT_NE(readVolume(path("rect.vtk"), true).error.indexOf("labels need uniform coordinates"), -1);
 }
 
-// Each damaged file gives one line: the file's name, then what is wrong with it.
+// Each damaged file gives one line: the file's name, then what is wrong with it. What the shared
+// reading kit finds (truncated values, compressed streams, sizes, placement) is checked on one format.
 TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
 {
     const Values v = makeValues(KxPrimType::INT16, 9);
-    const std::string gz = deflated(v.bytes, 31), z = deflated(v.bytes, 15);
-    const std::string meta = "NDims = 3\nDimSize = 5 4 3\nElementType = MET_SHORT\n";
+    const std::string gz = deflated(v.bytes, 31);
     const std::string sp =
         "# vtk DataFile Version 3.0\nx\nBINARY\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\n"
         "SPACING 1 1 1\nORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n";
@@ -485,13 +382,7 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
         {"cut.nrrd", nrrdWith("sizes: 5 4 3\nencoding: raw\n") + v.bytes.substr(0, 100),
          "file holds 177 bytes, but the 5x4x3 int16 values at offset 77 need 197; the file is truncated or "
          "its header is wrong"},
-        {"cut.mha", meta + "ElementDataFile = LOCAL\n" + v.bytes.substr(0, 99),
-         "the 5x4x3 int16 values at offset 74 need 194"},
-        {"cut.vtk", sp + v.bytes.substr(0, 50), "the 5x4x3 int16 values at offset 157 need 277"},
-        {"cuttext.vtk",
-         "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 3\nSPACING 1 1 1\n"
-         "ORIGIN 0 0 0\nPOINT_DATA 60\nSCALARS v short\nLOOKUP_TABLE default\n" +
-             v.text.substr(0, 150),
+        {"cuttext.vtk", std::string(sp).replace(sp.find("BINARY"), 6, "ASCII") + v.text.substr(0, 150),
          "values end after"},
         // a header that lies about the size of its data (more than the file holds is cut.* above)
         {"lie.vtk",
@@ -506,13 +397,9 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
         // zero or negative dimensions
         {"zero.nrrd", nrrdWith("sizes: 5 0 3\nencoding: raw\n") + v.bytes,
          "sizes must be positive, not 5 0 3"},
-        {"neg.nrrd", nrrdWith("sizes: 5 -4 3\nencoding: raw\n") + v.bytes,
-         "sizes must be positive, not 5 -4 3"},
         {"zero.mha",
          "NDims = 3\nDimSize = 0 4 3\nElementType = MET_SHORT\nElementDataFile = LOCAL\n" + v.bytes,
          "dimensions must be positive, not 0 4 3"},
-        {"neg.vtk", "# vtk DataFile Version 3.0\nx\nASCII\nDATASET STRUCTURED_POINTS\nDIMENSIONS 5 4 -3\n",
-         "dimensions must be positive, not 5 4 -3"},
         // unknown types
         {"type.nrrd", "NRRD0004\ntype: quaternion\n",
          "unsupported value type 'quaternion'; supported are int8, uint8"},
@@ -525,8 +412,6 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
         // compressed streams that end early
         {"early.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + gz.substr(0, gz.size() / 2),
          "compressed stream ends after"},
-        {"early.mha", meta + "CompressedData = True\nElementDataFile = LOCAL\n" + z.substr(0, z.size() - 6),
-         "compressed stream ends"},
         {"garbage.nrrd", nrrdWith("sizes: 5 4 3\nencoding: gzip\n") + std::string(100, 'x'),
          "compressed data is corrupt"},
         // not the format at all, or not a volume
@@ -549,8 +434,6 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
          "dimensions 65536 32769 1073709057 are too large: their 2305843009213759488 float64 values take "
          "18446744073710075904 bytes, more than a volume can hold",
          raw(65536, 32769, 1073709057, KxPrimType::DOUBLE, {1, 1, 1}, {0, 0, 0})},
-        {"wrap.nrrd", nrrdWith("sizes: 1073741823 1073741823 1073741823\nencoding: raw\n"),
-         "their 1237940035826615764299808767 int16 values take 2475880071653231528599617534 bytes"},
         {"axis.mha",
          "NDims = 3\nDimSize = 3000000000 1 1\nElementType = MET_SHORT\nElementDataFile = LOCAL\n",
          "dimensions 3000000000 1 1 are too large: an axis holds at most 2147483647 nodes"},
@@ -560,7 +443,10 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
          raw(16, 16, 16, KxPrimType::UINT8, {1e38, 1, 1}, {0, 0, 0})},
         {"out.raw", std::string(4096, '\0'), "the origin's z coordinate 1e+39 is beyond single precision",
          raw(16, 16, 16, KxPrimType::UINT8, {1, 1, 1}, {0, 0, 1e39})},
-        {"far.mha", meta + "ElementSpacing = 1 1e39 1\nElementDataFile = LOCAL\n" + v.bytes,
+        {"far.mha",
+         "NDims = 3\nDimSize = 5 4 3\nElementType = MET_SHORT\nElementSpacing = 1 1e39 1\nElementDataFile = "
+         "LOCAL\n" +
+             v.bytes,
          "the spacing 1e+39 along axis 2 is beyond single precision"},
         {"nan.vtk",
          vtkGrid(
@@ -578,14 +464,12 @@ TEST_F(VolumeReader, CorruptFilesGiveOneClearError)
         spit(path(c.name), c.content);
         const Read r = readVolume(path(c.name), false, c.raw);
         EXPECT_FALSE(r.data) << c.name;
-        const std::string e = r.error.toStdString();
-        EXPECT_EQ(e.rfind(path(""), 0), 0u) << e;
+        // Against the file that has the problem: the one given, or the data file it names.
+        const std::string e = r.error.toStdString(), at = path(c.name == "nodata.nhdr" ? "" : c.name + ": ");
+        EXPECT_EQ(e.substr(0, at.size()), at);
         EXPECT_NE(e.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << e;
         EXPECT_EQ(e.find('\n'), std::string::npos) << e;
     }
-    // The problem is reported against the file that has it.
-    EXPECT_EQ(readVolume(path("zero.nrrd")).error.toStdString(),
-              path("zero.nrrd") + ": sizes must be positive, not 5 0 3");
 }
 
 // Data objects refuse what they cannot hold and free the values they adopted when they do (the
@@ -604,45 +488,38 @@ TEST(DataObjects, RefuseSizesTheyCannotHold)
 
 namespace {
 
-// What tests/io/vtk_files.py prints for one volume.
-struct VtkFacts
+// Our reader sees in each file what tests/io/vtk_files.py printed for it, in order: the dimensions,
+// every node's position and every value; and, when given, the type.
+void expectAsVtkSees(const std::vector<std::string>& files, const std::string& out,
+                     const std::vector<KxPrimType>& types = {})
 {
-    int dims[3] = {};
-    std::vector<double> points, values;
-};
-
-std::vector<VtkFacts> parseFacts(const std::string& text)
-{
-    std::vector<VtkFacts> all;
-    std::istringstream in(text);
-    for (std::string word; in >> word;) {
-        if (word != "dims") continue; // past any warning VTK printed
-        VtkFacts f;
-        std::size_t n = 0;
-        in >> f.dims[0] >> f.dims[1] >> f.dims[2] >> word >> n;
-        f.points.resize(3 * n);
-        for (double& x : f.points) in >> x;
+    std::istringstream in(out);
+    std::string word;
+    for (std::size_t f = 0; f < files.size(); ++f) {
+        while (in >> word && word != "dims") continue; // past any warning VTK printed
+        std::size_t nx = 0, ny = 0, nz = 0, n = 0;
+        in >> nx >> ny >> nz >> word >> n;
+        std::vector<double> points(3 * n), values;
+        for (double& x : points) in >> x;
         in >> word >> n;
-        f.values.resize(n);
-        for (double& x : f.values) in >> x;
-        all.push_back(f);
+        values.resize(n);
+        for (double& x : values) in >> x;
+        ASSERT_TRUE(in) << out.substr(0, 2000);
+        const Read r = readVolume(files[f]);
+        ASSERT_TRUE(r.field()) << r.error.toStdString();
+        EXPECT_TRUE(types.empty() || r.field()->primType() == types[f]) << files[f];
+        const KxDim3l& d = r.field()->getDims();
+        ASSERT_EQ(d, KxDim3l(int64_t(nx), int64_t(ny), int64_t(nz))) << files[f];
+        ASSERT_EQ(values.size(), std::size_t(d.count())) << files[f];
+        int bad = 0;
+        for (int64_t i = 0; i < d.count(); ++i) {
+            const KxVec3f p = r.field()->lattice().coords()->pos(int(i % d.nx), int(i / d.nx % d.ny),
+                                                                 int(i / (d.nx * d.ny)));
+            bad += r.field()->lattice().valueAt(i) != values[std::size_t(i)];
+            for (int a = 0; a < 3; ++a) bad += std::fabs(p[a] - points[std::size_t(3 * i + a)]) > 1e-5;
+        }
+        EXPECT_EQ(bad, 0) << files[f];
     }
-    return all;
-}
-
-void expectSame(const VxRegScalarField3& field, const VtkFacts& f, const std::string& what)
-{
-    ASSERT_EQ(field.getDims(), KxDim3l(f.dims[0], f.dims[1], f.dims[2])) << what;
-    ASSERT_EQ(f.values.size(), std::size_t(field.getDims().count())) << what;
-    const KxDim3l& d = field.getDims();
-    int bad = 0;
-    for (int64_t n = 0; n < d.count(); ++n) {
-        const int i = int(n % d.nx), j = int(n / d.nx % d.ny), k = int(n / (d.nx * d.ny));
-        const KxVec3f p = field.lattice().coords()->pos(i, j, k);
-        bad += field.lattice().valueAt(n) != f.values[std::size_t(n)];
-        for (int a = 0; a < 3; ++a) bad += std::fabs(p[a] - f.points[std::size_t(3 * n + a)]) > 1e-5;
-    }
-    EXPECT_EQ(bad, 0) << what;
 }
 
 } // namespace
@@ -653,23 +530,16 @@ TEST_F(VolumeReader, FilesWrittenByVtkLoad)
     const char* kinds[] = {"mhd", "mha", "sp", "spb", "rg", "rgb", "sg", "sgb"};
     std::string args = "write";
     std::vector<std::string> files;
-    int n = 0;
+    std::vector<KxPrimType> types;
     for (const char* kind : kinds)
         for (const TypeCase& t : kTypes) {
-            const std::string ext = kind[0] == 'm' ? kind : "vtk";
-            files.push_back(path("w" + std::to_string(++n) + "." + ext));
+            files.push_back(path("w" + std::to_string(files.size()) + "." + (kind[0] == 'm' ? kind : "vtk")));
+            types.push_back(t.type);
             args += std::string(" ") + kind + " " + t.vtk + " " + files.back();
         }
     const std::string out = runVtk(args);
     if (out.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
-    const std::vector<VtkFacts> facts = parseFacts(out);
-    ASSERT_EQ(facts.size(), files.size()) << out.substr(0, 2000);
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const Read r = readVolume(files[i]);
-        ASSERT_TRUE(r.field()) << r.error.toStdString();
-        EXPECT_EQ(r.field()->primType(), kTypes[i % 8].type) << files[i];
-        expectSame(*r.field(), facts[i], files[i]);
-    }
+    expectAsVtkSees(files, out, types);
 }
 
 // VTK's NRRD reader sees in our test files what our reader sees. It takes the first axis for
@@ -681,29 +551,20 @@ TEST_F(VolumeReader, NrrdFilesReadTheSameByVtk)
     std::vector<std::string> files;
     int n = 0;
     for (const TypeCase& t : kTypes)
-        for (Enc e : {Enc::Raw, Enc::Gzip})
+        for (const std::string encoding : {"raw", "gzip"})
             for (bool big : {false, true}) {
-                if (e == Enc::Gzip && big) continue;
+                if (encoding == "gzip" && big) continue;
                 const Values v = makeValues(t.type, unsigned(++n));
-                const std::string h =
-                    std::string("NRRD0004\ntype: ") + t.nrrd + "\ndimension: 4\nsizes: 1 5 4 3\n" +
-                    "kinds: scalar domain domain domain\nspacings: nan 0.5 2 1.25\nencoding: " +
-                    (e == Enc::Raw    ? "raw"
-                     : e == Enc::Gzip ? "gzip"
-                                      : "ascii") +
-                    "\nendian: " + (big ? "big" : "little") + "\n\n";
                 files.push_back(path("r" + std::to_string(n) + ".nrrd"));
-                spit(files.back(), h + encoded(v, e, big, 31));
+                spit(files.back(), std::string("NRRD0004\ntype: ") + t.nrrd +
+                                       "\ndimension: 4\nsizes: 1 5 4 3\nkinds: scalar domain domain domain\n"
+                                       "spacings: nan 0.5 2 1.25\nencoding: " +
+                                       encoding + "\nendian: " + (big ? "big" : "little") + "\n\n" +
+                                       encoded(v, encoding, big, 31));
             }
     std::string args = "read";
     for (const std::string& f : files) args += " " + f;
     const std::string out = runVtk(args);
     if (out.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
-    const std::vector<VtkFacts> facts = parseFacts(out);
-    ASSERT_EQ(facts.size(), files.size()) << out.substr(0, 2000);
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const Read r = readVolume(files[i]);
-        ASSERT_TRUE(r.field()) << r.error.toStdString();
-        expectSame(*r.field(), facts[i], files[i]);
-    }
+    expectAsVtkSees(files, out);
 }

@@ -1,12 +1,13 @@
 """VTK's own readers and writers for the io tests, so that our files meet an independent program.
 
-  vtk_files.py mesh PATH [lines]   a PLY, STL, OBJ or VTK mesh: "points N" and N lines "x y z", "normals K"
-      and K lines, "cells M" and M lines of point indices (the line cells with "lines")
-  vtk_files.py write KIND TYPE PATH ...   volumes by VTK's writers; KIND: mhd, mha (compressed), sp, spb, rg,
-      rgb, sg, sgb (structured points, rectilinear and structured grids; b: BINARY); TYPE a VTK scalar type
-  vtk_files.py read PATH ...   NRRD files by vtkNrrdReader
+  mesh PATH [lines]: a PLY, STL, OBJ or VTK mesh as "points N", "normals K" and "cells M" each followed by
+      its lines (x y z, or a cell's point indices; the line cells with "lines")
+  write KIND TYPE PATH ...: volumes by VTK's writers; KIND mhd, mha (compressed), sp, spb, rg, rgb, sg, sgb
+      (structured points, rectilinear and structured grids; b: BINARY); TYPE a VTK scalar type
+  read PATH ...: NRRD files by vtkNrrdReader
 For each volume, what VTK reads in it: "dims", "points N" and N lines "x y z" (x fastest), "values N" and N lines.
 """
+import itertools
 import sys
 
 # Only the modules needed: the whole of vtk would register an MPI variant of the NRRD reader that
@@ -82,10 +83,8 @@ def dataset(kind, type_name):
         d.SetZCoordinates(floats([3, 3.125, 4.5]))
     else:
         d, p = vtkStructuredGrid(), core.vtkPoints()
-        for k in range(DIMS[2]):
-            for j in range(DIMS[1]):
-                for i in range(DIMS[0]):
-                    p.InsertNextPoint(10 + 0.5 * i + 0.1 * j, -4 + 2 * j + 0.01 * i * k, 3 + 1.25 * k)
+        for k, j, i in itertools.product(range(DIMS[2]), range(DIMS[1]), range(DIMS[0])):
+            p.InsertNextPoint(10 + 0.5 * i + 0.1 * j, -4 + 2 * j + 0.01 * i * k, 3 + 1.25 * k)
         d.SetPoints(p)
     d.SetDimensions(*DIMS)
     make, lo, hi = TYPES[type_name]
@@ -115,7 +114,7 @@ def main(command, args):
         w = writer()
         if kind[:2] == "mh":
             w.SetCompression(kind == "mha")
-        if kind.endswith("b"):
+        elif kind.endswith("b"):
             w.SetFileTypeToBinary()
         w.SetInputData(dataset(kind, type_name))
         w.SetFileName(path)

@@ -50,15 +50,7 @@ protected:
         QDir().mkpath(QFileInfo(qpath(name)).absolutePath());
         spit(path(name), text);
     }
-    // Reads a description; the reason for a refusal in error.
-    KxHandle<VxBlockStructuredScalarField3> read(const std::string& name, std::string* error = nullptr)
-    {
-        QString why;
-        KxHandle<VxBlockStructuredScalarField3> f(VxBlockReader::read(qpath(name), &why));
-        if (error) *error = why.toStdString();
-        EXPECT_EQ(!f, error != nullptr) << why;
-        return f;
-    }
+    QString why; // of the last refusal
 };
 
 } // namespace
@@ -72,10 +64,8 @@ TEST_F(BlockField, SphereInBlocksSharingTheirFacesLoadsFromADescription)
     write("sub dir/part 2.vtk", vtkBlock(13, 20, 21, false));
     write("ball.vxblocks", "# vxblocks 1\n# a sphere in three slices along x\n\nblock part0.vtk\n"
                            "  block   grids/part1.vtk  \nblock \"sub dir/part 2.vtk\"\n");
-    KxHandle<VxBlockStructuredScalarField3> f = read("ball.vxblocks");
-    ASSERT_TRUE(f);
-    EXPECT_TRUE(f->isOfType<VxScalarField3>());
-    EXPECT_FALSE(f->isOfType<VxRegScalarField3>());
+    KxHandle<VxBlockStructuredScalarField3> f(VxBlockReader::read(qpath("ball.vxblocks"), &why));
+    ASSERT_TRUE(f) << why;
     EXPECT_EQ(f->getLabel(), "ball.vxblocks");
 
     const VxBlockStructuredGrid* grid = f->getGrid();
@@ -93,29 +83,17 @@ TEST_F(BlockField, SphereInBlocksSharingTheirFacesLoadsFromADescription)
         EXPECT_EQ(block->getBoundingBox().xmin, float(first[b]));
         EXPECT_NEAR(block->evalReg(3, 4, 5), ball(first[b] + 3, 4, 5), 1e-4);
     }
-    // Shared faces hold the same values in both blocks.
-    for (int j = 0; j < 21; j += 4)
-        for (int k = 0; k < 21; k += 5) {
-            EXPECT_EQ(f->getField(0)->evalReg(7, j, k), f->getField(1)->evalReg(0, j, k));
-            EXPECT_EQ(f->getField(1)->evalReg(6, j, k), f->getField(2)->evalReg(0, j, k));
-        }
     EXPECT_EQ(f->getBoundingBox().getMin(), KxVec3f(0, 0, 0));
     EXPECT_EQ(f->getBoundingBox().getMax(), KxVec3f(20, 20, 20));
-    EXPECT_EQ(int(f->primType()), int(KxPrimType::FLOAT));
     double lo, hi;
     ASSERT_TRUE(f->getRange(lo, hi));
     EXPECT_NEAR(lo, ball(10, 10, 10), 1e-4);
     EXPECT_NEAR(hi, ball(0, 20, 0), 1e-4);
-    EXPECT_EQ(f->getField(3), nullptr);
-    EXPECT_EQ(f->getField(-1), nullptr);
-    EXPECT_EQ(grid->getZoneCoords(3), nullptr);
 }
 
 TEST_F(BlockField, BadDescriptionsAreRefusedWithTheFileAndLine)
 {
     write("good.vtk", vtkBlock(0, 2, 3, false));
-    std::string truncated = vtkBlock(0, 2, 3, false);
-    write("short.vtk", truncated.substr(0, truncated.size() - 40));
     const std::string d = dir.path().toStdString() + "/";
     const std::pair<std::string, std::string> cases[] = {
         {"block good.vtk\n", "line 1: not a block description (the first line must be \"# vxblocks 1\")"},
@@ -129,40 +107,27 @@ TEST_F(BlockField, BadDescriptionsAreRefusedWithTheFileAndLine)
         // A block that cannot be read: the description's line and block, then the block file's reason.
         {"# vxblocks 1\nblock good.vtk\nblock gone.vtk\n",
          "line 3: block 1 cannot be loaded: " + d + "gone.vtk"},
-        {"# vxblocks 1\nblock short.vtk\n", "line 2: block 0 cannot be loaded: " + d + "short.vtk"},
-        {"# vxblocks 1\nblock notes.txt\n",
-         "line 2: block 0 cannot be loaded: " + d + "notes.txt: unknown volume format"},
+        {"", ": cannot be opened ("}, // no such file
     };
     int n = 0;
     for (const auto& c : cases) {
         const std::string name = "d" + std::to_string(++n) + ".vxblocks";
-        write(name, c.first);
-        std::string error;
-        read(name, &error);
+        if (!c.first.empty()) write(name, c.first);
+        EXPECT_FALSE(KxHandle<VxBlockStructuredScalarField3>(VxBlockReader::read(qpath(name), &why)));
         const std::string want = d + name + (c.second[0] == ':' ? "" : ", ") + c.second;
-        EXPECT_EQ(error.substr(0, want.size()), want);
+        EXPECT_EQ(why.toStdString().substr(0, want.size()), want);
     }
-    std::string error;
-    read("nowhere.vxblocks", &error);
-    EXPECT_EQ(error.rfind(d + "nowhere.vxblocks: cannot be opened (", 0), 0u) << error;
     EXPECT_TRUE(VxBlockReader::isBlockPath("a/B.VXBLOCKS"));
     EXPECT_FALSE(VxBlockReader::isBlockPath("a/b.vtk"));
 }
 
-TEST(PointProbe, ValuesFromCodeAndScripts)
+TEST(PointProbe, ValuesFromScripts)
 {
     messages()->setConsole(nullptr);
-    KxHandle<VxPointProbe> probe(new VxPointProbe);
-    EXPECT_EQ(probe->getValue(0), 0.0);
-    probe->setValues({80.5, -3});
-    EXPECT_EQ(probe->getNumValues(), 2);
-    EXPECT_EQ(probe->getValue(0), 80.5);
-    EXPECT_EQ(probe->getValue(2), 0.0);
-
     tcl("create VxPointProbe probe; probe setValues 12.25 7; probe setPosition 1 2 3");
     EXPECT_EQ(tcl("list [probe getValues] [probe getPosition]"), "{12.25 7} {1 2 3}");
     EXPECT_EQ(tclError("probe setValues 1 two"), "\"probe\": setValues: \"two\" is not a number");
     EXPECT_EQ(tclError("probe setPosition 1 2"), "\"probe\": usage: setPosition X Y Z");
-    EXPECT_EQ(tcl("probe getValues"), "12.25 7");
+    EXPECT_EQ(object<VxPointProbe>("probe")->getValue(2), 0.0) << "values past the end are 0";
     tcl("remove probe");
 }

@@ -1,5 +1,6 @@
 // The framework as modules and scripts see it: the type registry and packages, change flags
 // across update() and compute(), script verbs, connections and saved networks.
+#include "../support/TestFiles.h"
 #include "../support/TestHost.h"
 
 #include <vx/VxColormap.h>
@@ -8,22 +9,13 @@
 #include <vx/VxPreferences.h>
 #include <vx/VxTriBase.h>
 
-#include <QFile>
-#include <QTemporaryDir>
-
 #include <cstdlib>
 
 namespace {
 
 using namespace vxtest;
 
-QString readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
-class Framework : public ::testing::Test
+class Framework : public TempDirTest
 {
 protected:
     static void SetUpTestSuite()
@@ -48,22 +40,16 @@ protected:
 };
 VxPackageManager* Framework::packages = nullptr;
 
-TEST_F(Framework, TypeRecordsKnowTheirParentsAndAnswerIsOfType)
+// Parents' lists are checked by typeinfo in ModuleTest and VxhostTest; here what objects answer.
+TEST_F(Framework, ObjectsAnswerIsOfTypeAndClassesRefuseWhatTheyCannotCreate)
 {
-    EXPECT_EQ(tcl("typeinfo VxTestSphere"),
-              "VxTestSphere VxTriBase VxViewBase VxModule VxObject KxTypedObject");
     EXPECT_EQ(tcl("create VxTestSphere s; list [s isOfType VxViewBase] [s isOfType VxRegScalarField3]"),
               "1 0");
     EXPECT_EQ(tcl("list [all -type VxTriBase] [all -type VxScalarField3]"), "s {}");
-    const std::pair<const char*, const char*> refused[] = {
-        {"create VxTriBase", "cannot be created"},
-        {"create NoSuchClass", "unknown class \"NoSuchClass\""},
-        {"create VxTestSphere s", "an object named \"s\" exists"},
-        {"create VxTestSphere set", "is a command of the interpreter"},
-        {"create VxTestSphere {a\"b}", "not a valid object name"}};
-    for (const auto& r : refused) EXPECT_TRUE(tclError(r.first).contains(r.second)) << r.first;
-    // Unnamed objects take the class name, made unique.
-    EXPECT_EQ(tcl("create VxTestSphere; create VxTestSphere"), "VxTestSphere2");
+    for (const auto& r : {std::make_pair("create VxTriBase", "cannot be created"),
+                          std::make_pair("create NoSuchClass", "unknown class \"NoSuchClass\""),
+                          std::make_pair("create VxTestSphere s", "an object named \"s\" exists")})
+        EXPECT_TRUE(tclError(r.first).contains(r.second)) << r.first;
 }
 
 // An object and its command go together: the label follows Tcl's rename, removing the object
@@ -79,12 +65,11 @@ TEST_F(Framework, ObjectsFollowTheirCommandsAndNeverShadowOthers)
     EXPECT_EQ(tcl("list [all] [p]"), "{} proc");
 
     // Names that would break saved networks or Tcl's syntax, or replace a command, are refused
-    // wherever an object gets one; automatic names skip them.
+    // wherever an object gets one; automatic names (the class name, made unique) skip them.
     tcl("create VxTestSphere s; create VxTestSphere t; proc VxTestSphere2 {} {}");
     const QString invalid = "is not a valid object name (no quotes, brackets, braces, dollars, backslashes, "
                             "semicolons, control characters or \"::\")";
     EXPECT_EQ(tclError("rename s t"), "rename: an object named \"t\" exists");
-    EXPECT_EQ(tclError("rename s {x[y}"), "rename: \"x[y\" " + invalid);
     EXPECT_EQ(tclError("rename s ns::u"), "rename: \"ns::u\" " + invalid);
     EXPECT_EQ(tclError("create VxTestSphere incr"),
               "create: \"incr\" is a command of the interpreter; choose another name");
@@ -122,26 +107,13 @@ TEST_F(Framework, ThrowingModulesFailOnceAndThrowingConstructorsFailTheirCommand
     EXPECT_EQ(tcl("all"), "bad good");
 }
 
-TEST_F(Framework, VerbsClampAndErrorsNameTheObjectAndTheWord)
-{
-    tcl("create VxTestAllPorts m; create VxTestSphere s");
-    EXPECT_EQ(tcl("m float setValue 99; m float getValue"), "10");
-    EXPECT_EQ(tcl("m float setMinMax -1 2; m float getValue"), "2");
-    // The ports' own texts are checked word for word in PortsTest; here the route through the host.
-    const std::pair<const char*, std::vector<const char*>> cases[] = {
-        {"m float setValue abc", {"\"m\"", "\"abc\""}},
-        {"m nosuch setValue 1", {"no port or command \"nosuch\"", "float"}}, // the error lists the ports
-        {"m data connect nobody", {"no object \"nobody\""}},
-        {"s data connect s", {"cannot read itself"}}};
-    for (const auto& c : cases) {
-        const QString e = tclError(c.first);
-        for (const char* part : c.second) EXPECT_TRUE(e.contains(part)) << e.toStdString();
-    }
-}
-
 TEST_F(Framework, ConnectionsCheckTheirSourcesAndFollowThem)
 {
     tcl("create VxTestSphere s; create VxTestAllPorts m; create VxTestAllPorts other");
+    EXPECT_TRUE(tclError("s data connect s").contains("cannot read itself"));
+    // A word that is no port: the error lists the ports.
+    EXPECT_TRUE(
+        tclError("m nosuch setValue 1").contains("no port or command \"nosuch\"; ports: data, float"));
     auto* m = object<VxModule>("m");
     VxConnection& c = m->portData;
     c.addType(VxTriBase::getClassTypeId());
@@ -162,8 +134,6 @@ TEST_F(Framework, ConnectionsCheckTheirSourcesAndFollowThem)
     m->untouchAllPorts();
     tcl("m data connect s"); // the host runs m when the line has finished
     EXPECT_EQ(tcl("m newInCompute"), "data");
-    EXPECT_NE(vxconnection_cast<VxTriBase>(c), nullptr);
-    EXPECT_EQ(vxconnection_cast<VxColormap>(c), nullptr);
     EXPECT_EQ(c.getSource(VxTriBase::getClassTypeId())->getName(), "s");
     // A computation of the source reaches its readers; removing it disconnects them.
     tcl("m fire; s doIt hit");
@@ -180,11 +150,6 @@ TEST_F(Framework, ServicesRecordMessagesRunHelpAndTellPreferences)
     tcl("create VxTestSphere s");
     EXPECT_EQ(tcl("s setScale"), "usage: s setScale VALUE");
     EXPECT_EQ(messages()->lines().last(), "usage: s setScale VALUE");
-    EXPECT_EQ(tcl("s setScale 2.5; s getScale"), "2.5");
-    EXPECT_EQ(messages()->error("Disk full", "OK", nullptr, nullptr, 0, -1), 0);
-    EXPECT_EQ(messages()->errors(), QStringList{"Disk full"});
-    messages()->printf("%d triangles", 12);
-    EXPECT_EQ(messages()->lines().last(), "12 triangles");
     EXPECT_EQ(tcl("preferences simplifiedRendering 0; s preferenceChanges"), "1");
     EXPECT_EQ(tcl("preferences simplifiedRendering 0; s preferenceChanges"), "1") << "no change, no call";
     EXPECT_FALSE(VxApplication::instance()->getPreferences().simplifiedRenderingDuringInteraction);
@@ -193,41 +158,31 @@ TEST_F(Framework, ServicesRecordMessagesRunHelpAndTellPreferences)
 
 TEST_F(Framework, SavedNetworkReloadsToTheSamePortsAndRecomputes)
 {
-    QTemporaryDir dir;
-    const QString first = dir.filePath("first.tcl"), second = dir.filePath("second.tcl");
     tcl("create VxTestAllPorts m; create VxTestSphere {my sphere}");
     tcl("m float setValue 2.5; m int setValue 12; m toggles setValue 2 1; m text setValue {two words};"
         "m hidden setValue 0.75; m data connect {my sphere}");
     tcl("{my sphere} radius setValue 2; {my sphere} subdivisions setValue 2; {my sphere} doIt hit");
-    tcl(QString("saveNetwork {%1}").arg(first));
-    const QString saved = readAll(first);
-    EXPECT_TRUE(saved.startsWith("# vxhost network\ncompatibilityVersion 1000\n")) << saved.toStdString();
-    EXPECT_TRUE(saved.contains("\"my sphere\" doIt hit\n")) << saved.toStdString();
-    EXPECT_FALSE(saved.contains("hidden")) << "hidden ports are not saved";
+    tcl(QString("saveNetwork {%1}").arg(qpath("first.tcl")));
+    const std::string saved = slurp(path("first.tcl"));
+    EXPECT_EQ(saved.rfind("# vxhost network\ncompatibilityVersion 1000\n", 0), 0u) << saved;
+    EXPECT_EQ(saved.find("hidden"), std::string::npos) << "hidden ports are not saved";
 
-    tcl(QString("remove -all; loadNetwork {%1}").arg(first));
+    tcl(QString("remove -all; loadNetwork {%1}").arg(qpath("first.tcl")));
     EXPECT_EQ(tcl("all"), "m {my sphere}");
     // The doIt line recomputes the sphere; a hidden port keeps its default.
     EXPECT_EQ(tcl("list [{my sphere} computeCount] [{my sphere} getNumTriangles] [m text getValue] "
                   "[m hidden getValue]"),
               "1 320 {two words} 0.25");
-    tcl(QString("saveNetwork {%1}").arg(second));
-    EXPECT_EQ(readAll(second), saved);
-
-    // A module that has not computed writes no doIt line.
-    tcl(QString("remove -all; create VxTestSphere s; s radius setValue 3; saveNetwork {%1}").arg(first));
-    EXPECT_FALSE(readAll(first).contains("doIt hit"));
+    tcl(QString("saveNetwork {%1}").arg(qpath("second.tcl")));
+    EXPECT_EQ(slurp(path("second.tcl")), saved);
 }
 
 TEST_F(Framework, NetworkFlagAndVersionLastOnlyWhileTheScriptRuns)
 {
-    QTemporaryDir dir;
-    QFile f(dir.filePath("net.tcl"));
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write("# vxhost network\ncompatibilityVersion 919\nset seen [list [compatibilityVersion]]\n");
-    f.close();
+    spit(path("net.tcl"),
+         "# vxhost network\ncompatibilityVersion 919\nset seen [list [compatibilityVersion]]\n");
     VxInterpreter* vi = VxApplication::instance()->interpreter();
-    EXPECT_EQ(vi->evalFile(f.fileName()), TCL_OK);
+    EXPECT_EQ(vi->evalFile(qpath("net.tcl")), TCL_OK);
     EXPECT_EQ(tcl("set seen"), "919");
     EXPECT_EQ(vi->getCompatibilityVersion(), 1000);
     EXPECT_FALSE(vi->networkIsLoading());

@@ -35,7 +35,6 @@ VxTestSphere::VxTestSphere()
     portRadius.setValue(1.f);
     portSubdivisions.setMinMax(0, 5);
     portSubdivisions.setValue(1);
-    portDoIt.setLabel(0, "Apply");
 }
 
 void VxTestSphere::compute()
@@ -69,13 +68,9 @@ void VxTestSphere::preferencesChanged(const VxPreferences& oldPrefs, const VxPre
 int VxTestSphere::parse(Tcl_Interp* interp, int argc, char** argv)
 {
     VxInterpreter* vi = VxApplication::instance()->interpreter();
-    if (argc >= 2 && vi->cmdCheck(argv[1], "setScale", "VALUE")) {
-        if (argc < 3) return vi->cmdHelp(interp, "setScale", true, argc, argv), TCL_OK;
-        scale = float(strtod(argv[2], nullptr));
-        return TCL_OK;
-    }
-    if (answer(interp, argc, argv, "getScale", QString::number(scale)) ||
-        answer(interp, argc, argv, "preferenceChanges", QString::number(preferenceChanges)) ||
+    if (argc >= 2 && vi->cmdCheck(argv[1], "setScale", "VALUE"))
+        return vi->cmdHelp(interp, "setScale", true, argc, argv), TCL_OK;
+    if (answer(interp, argc, argv, "preferenceChanges", QString::number(preferenceChanges)) ||
         answer(interp, argc, argv, "computeCount", QString::number(computeCount)))
         return TCL_OK;
     return VxTriBase::parse(interp, argc, argv);

@@ -11,8 +11,8 @@
 
 // A sphere made of triangles. It follows the usual module pattern: ports changed since the last
 // computation make it stale, "Apply" computes when stale, and a saved network says "doIt hit" when it
-// had computed. It has a module command of its own ("setScale", with help) and counts its computations
-// and the preference changes it hears of.
+// had computed. It has a module command of its own ("setScale", which only answers its usage) and counts its
+// computations and the preference changes it hears of.
 class VxTestSphere : public VxTriBase
 {
     KX_HEADER(VxTestSphere)
@@ -30,7 +30,6 @@ public:
 
     bool computed = false;
     int computeCount = 0, preferenceChanges = 0;
-    float scale = 1.f;
 };
 
 // Ports of several kinds (every kind is saved and restored in PortsTest). Each run records which ports
