@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps configure build test demo bench peer-bench clean tsan fuzz-asan
+.PHONY: all deps configure build test demo bench peer-bench clean tsan fuzz-asan format format-check
 
 all: build
 
@@ -60,6 +60,13 @@ peer-bench: deps configure
 	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_peer_bench || \
 	  { echo "peer-bench: vxiso_peer_bench did not build (it needs VTK 9: libvtk9-dev)"; exit 1; }
 	$(BUILD)/bin/vxiso_peer_bench
+
+# Every C++ file as the repository's .clang-format writes it (clang-format 14 from Debian).
+format: deps
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+format-check: deps
+	@scripts/check-format.sh
 
 clean:
 	rm -rf $(BUILD)

@@ -45,12 +45,30 @@ void readEveryVoxel(benchmark::State& state, bool asUint8)
         benchmark::Counter(vxbench::cellCount(*field), benchmark::Counter::kIsIterationInvariantRate);
 }
 
-void BM_Floor_Float32(benchmark::State& s) { readEveryVoxel(s, false); }
-void BM_Floor_Uint8(benchmark::State& s) { readEveryVoxel(s, true); }
-void BM_Standard_Float32(benchmark::State& s) { extract(s, false, 0); }
-void BM_Standard_Uint8(benchmark::State& s) { extract(s, true, 0); }
-void BM_Compact_Float32(benchmark::State& s) { extract(s, false, 1); }
-void BM_Compact_Uint8(benchmark::State& s) { extract(s, true, 1); }
+void BM_Floor_Float32(benchmark::State& s)
+{
+    readEveryVoxel(s, false);
+}
+void BM_Floor_Uint8(benchmark::State& s)
+{
+    readEveryVoxel(s, true);
+}
+void BM_Standard_Float32(benchmark::State& s)
+{
+    extract(s, false, 0);
+}
+void BM_Standard_Uint8(benchmark::State& s)
+{
+    extract(s, true, 0);
+}
+void BM_Compact_Float32(benchmark::State& s)
+{
+    extract(s, false, 1);
+}
+void BM_Compact_Uint8(benchmark::State& s)
+{
+    extract(s, true, 1);
+}
 
 } // namespace
 

@@ -7,7 +7,7 @@ packages=(
   libcoin-dev libtbb-dev qtbase5-dev libboost-dev tcl-dev zlib1g-dev
   libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core
   libgtest-dev libgmock-dev libbenchmark-dev
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev clang-format
   mricron-data
 )
 # Test-only cross-checks and the peer benchmark; wanted but not required.

@@ -43,18 +43,20 @@ void vxhostInstallFormats(VxApplication* app)
         options.labels = labels;
         return VxVolumeReader::read(path, options, error);
     });
-    app->setSurfaceExporter([](const SoTriSurface& surface, const QString& format, const QString& path,
-                               QString* error) {
-        VxSurfaceWriteOptions options;
-        if (!checkFormat(format, path, &options.ascii, error)) return false;
-        return VxSurfaceWriter::write(surface, path, options, error);
-    });
-    app->setDataExporter([](const VxObject& object, const QString& format, const QString& path, QString* error) {
-        bool ascii;
-        if (!checkFormat(format, path, &ascii, error)) return false;
-        if (const auto* lines = kx_type_cast<VxLineSet>(&object)) return VxLineSetWriter::write(*lines, path, error);
-        *error = QString("\"%1\" (%2) cannot be written to a file")
-                     .arg(object.getName(), QString::fromUtf8(object.getTypeId()->getName()));
-        return false;
-    });
+    app->setSurfaceExporter(
+        [](const SoTriSurface& surface, const QString& format, const QString& path, QString* error) {
+            VxSurfaceWriteOptions options;
+            if (!checkFormat(format, path, &options.ascii, error)) return false;
+            return VxSurfaceWriter::write(surface, path, options, error);
+        });
+    app->setDataExporter(
+        [](const VxObject& object, const QString& format, const QString& path, QString* error) {
+            bool ascii;
+            if (!checkFormat(format, path, &ascii, error)) return false;
+            if (const auto* lines = kx_type_cast<VxLineSet>(&object))
+                return VxLineSetWriter::write(*lines, path, error);
+            *error = QString("\"%1\" (%2) cannot be written to a file")
+                         .arg(object.getName(), QString::fromUtf8(object.getTypeId()->getName()));
+            return false;
+        });
 }

@@ -53,7 +53,8 @@ VxUniformScalarField3* VxBuiltinField::create(const QString& name, int size, QSt
     for (std::size_t k = 0; k < n; ++k)
         for (std::size_t j = 0; j < n; ++j)
             for (std::size_t i = 0; i < n; ++i)
-                values[(k * n + j) * n + i] = shape(-1.f + float(i) * step, -1.f + float(j) * step, -1.f + float(k) * step);
+                values[(k * n + j) * n + i] =
+                    shape(-1.f + float(i) * step, -1.f + float(j) * step, -1.f + float(k) * step);
     auto* field = new VxUniformScalarField3(KxDim3l(size, size, size), KxPrimType::FLOAT, values);
     field->setBoundingBox(KxBox3f(-1, 1, -1, 1, -1, 1));
     field->setLabel(name);

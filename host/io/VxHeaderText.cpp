@@ -86,7 +86,8 @@ bool toVector(const std::string& text, int n, double* v)
     std::size_t start = 0;
     for (;;) {
         const std::size_t comma = inner.find(',', start);
-        const std::string part = trim(inner.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+        const std::string part =
+            trim(inner.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
         if (count == n || !toDouble(part, v[count])) return false;
         ++count;
         if (comma == std::string::npos) break;

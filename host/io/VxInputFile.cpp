@@ -79,7 +79,8 @@ bool VxInputFile::readLine(std::string& line, std::size_t maxLength)
         const char* stop = static_cast<const char*>(std::memchr(begin, '\n', m_end - m_pos));
         const std::size_t n = stop ? std::size_t(stop - begin) : m_end - m_pos;
         if (line.size() + n > maxLength)
-            fail(QString("holds a line longer than %1 characters where a header line belongs").arg(maxLength));
+            fail(
+                QString("holds a line longer than %1 characters where a header line belongs").arg(maxLength));
         line.append(begin, n);
         m_pos += n + (stop ? 1 : 0);
         if (stop) break;
@@ -99,7 +100,8 @@ bool VxInputFile::readToken(std::string& token, std::size_t maxLength)
         const std::size_t start = m_pos;
         while (m_pos < m_end && !isBlank(m_buffer[m_pos])) ++m_pos;
         if (token.size() + (m_pos - start) > maxLength)
-            fail(QString("holds a word longer than %1 characters where a number or keyword belongs").arg(maxLength));
+            fail(QString("holds a word longer than %1 characters where a number or keyword belongs")
+                     .arg(maxLength));
         token.append(m_buffer.data() + start, m_pos - start);
         if (m_pos < m_end) break;
     }

@@ -53,8 +53,8 @@ void writeVtk(const VxLineSet& s, W& w)
     const int np = s.getNumPoints(), nl = s.getNumLines();
     qint64 size = 0;
     for (int l = 0; l < nl; ++l) size += 1 + qint64(s.getLine(l).size());
-    w.put("# vtk DataFile Version 3.0\nvxiso lines\nASCII\nDATASET POLYDATA\nPOINTS " + QByteArray::number(np) +
-          " float\n");
+    w.put("# vtk DataFile Version 3.0\nvxiso lines\nASCII\nDATASET POLYDATA\nPOINTS " +
+          QByteArray::number(np) + " float\n");
     const float* p = s.getPoints();
     for (int i = 0; i < np && w.ok(); ++i)
         for (int k = 0; k < 3; ++k) putNumber(w, p[3 * i + k], k == 2 ? '\n' : ' ');

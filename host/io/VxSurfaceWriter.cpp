@@ -113,7 +113,8 @@ bool viewSurface(const SoTriSurface& s, const QString& path, SurfaceView& v, QSt
 char* putTriple(char* o, const float* p, const char* lead = "")
 {
     for (int k = 0; k < 3; ++k) {
-        if (k) *o++ = ' ';
+        if (k)
+            *o++ = ' ';
         else
             for (const char* l = lead; *l; ++l) *o++ = *l;
         o = W::text(o, p[k]);
@@ -295,8 +296,8 @@ void writeVtk(const SurfaceView& v, W& w, bool ascii)
         w.put("\n", 1);
     };
     putVectors(v.coords);
-    w.put("POLYGONS " + QByteArray::number(v.numTriangles) + ' ' + QByteArray::number(4 * qint64(v.numTriangles)) +
-          '\n');
+    w.put("POLYGONS " + QByteArray::number(v.numTriangles) + ' ' +
+          QByteArray::number(4 * qint64(v.numTriangles)) + '\n');
     putFaces(v, w, ascii ? nullptr : vtkBinaryFace);
     if (!ascii) w.put("\n", 1);
     if (v.normals && v.numVertices) {
@@ -370,15 +371,16 @@ QString VxSurfaceWriter::extensionHint()
     return tr("(use %1 or %2)").arg(e.join(", "), last);
 }
 
-bool VxSurfaceWriter::write(const SoTriSurface& surface, const QString& path, const VxSurfaceWriteOptions& options,
-                            QString* error)
+bool VxSurfaceWriter::write(const SoTriSurface& surface, const QString& path,
+                            const VxSurfaceWriteOptions& options, QString* error)
 {
     const Format format = formatForPath(path);
     if (format == UNKNOWN) {
         const QString ext = QFileInfo(path).suffix();
-        setError(error, ext.isEmpty()
-                            ? tr("no output format for %1: the name has no extension %2").arg(path, extensionHint())
-                            : tr("unsupported output format '.%1' for %2 %3").arg(ext, path, extensionHint()));
+        setError(error,
+                 ext.isEmpty()
+                     ? tr("no output format for %1: the name has no extension %2").arg(path, extensionHint())
+                     : tr("unsupported output format '.%1' for %2 %3").arg(ext, path, extensionHint()));
         return false;
     }
     oivInit();
@@ -389,12 +391,24 @@ bool VxSurfaceWriter::write(const SoTriSurface& surface, const QString& path, co
     if (!file.open(error)) return false;
     W w(file.fd());
     switch (format) {
-    case PLY: writePly(view, w, options.ascii); break;
-    case STL: writeStl(view, w, options.ascii); break;
-    case OFF: writeOff(view, w); break;
-    case OBJ: writeObj(view, w); break;
-    case VTK: writeVtk(view, w, options.ascii); break;
-    default: writeInventor(view, w); break;
+    case PLY:
+        writePly(view, w, options.ascii);
+        break;
+    case STL:
+        writeStl(view, w, options.ascii);
+        break;
+    case OFF:
+        writeOff(view, w);
+        break;
+    case OBJ:
+        writeObj(view, w);
+        break;
+    case VTK:
+        writeVtk(view, w, options.ascii);
+        break;
+    default:
+        writeInventor(view, w);
+        break;
     }
     if (!w.flush()) return file.fail(error, w.error());
     return file.commit(error);

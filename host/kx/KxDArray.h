@@ -9,8 +9,7 @@
 
 // Growable array of plain values. Grows to the larger of the needed size and 1.5 times the current
 // size. Its block can be released to a new owner (an Open Inventor field) without copying.
-template <class T>
-class KxDArray
+template <class T> class KxDArray
 {
     static_assert(std::is_trivially_copyable<T>::value, "KxDArray holds plain values only");
 
@@ -111,8 +110,7 @@ public:
     }
 
     // Removes the elements for which pred is true, keeping the order of the others.
-    template <class Pred>
-    std::size_t removeIf(Pred pred)
+    template <class Pred> std::size_t removeIf(Pred pred)
     {
         T* last = std::remove_if(begin(), end(), pred);
         std::size_t removed = end() - last;

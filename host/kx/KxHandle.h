@@ -2,8 +2,7 @@
 #include <utility>
 
 // Counted reference to an object with ref()/unref() (host objects and Open Inventor nodes).
-template <class T>
-class KxHandle
+template <class T> class KxHandle
 {
 public:
     KxHandle() = default;

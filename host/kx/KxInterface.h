@@ -54,14 +54,12 @@ private:
 // interface without a record of its own, and an object may offer several interfaces through multiple
 // inheritance; a record check followed by a static_cast would accept the first wrongly and could not
 // adjust the pointer in the second.
-template <class T>
-const T* kxinterface_cast(const KxInterface* i)
+template <class T> const T* kxinterface_cast(const KxInterface* i)
 {
     static_assert(std::is_base_of<KxInterface, T>::value, "kxinterface_cast casts to interfaces only");
     return dynamic_cast<const T*>(i);
 }
-template <class T>
-T* kxinterface_cast(KxInterface* i)
+template <class T> T* kxinterface_cast(KxInterface* i)
 {
     static_assert(std::is_base_of<KxInterface, T>::value, "kxinterface_cast casts to interfaces only");
     return dynamic_cast<T*>(i);

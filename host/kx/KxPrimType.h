@@ -36,21 +36,45 @@ private:
     static constexpr Type fromCode(int c)
     {
         return (c == 0 || c == 1 || c == 2 || c == 3 || c == 4 || c == 7 || c == 8 || c == 9) ? Type(c)
-                                                                                                : UNKNOWN;
+                                                                                              : UNKNOWN;
     }
     Type m_type;
 };
 
 // Maps a C++ element type to its code.
 template <class T> struct KxPrimTypeOf;
-template <> struct KxPrimTypeOf<unsigned char> { static constexpr KxPrimType::Type value = KxPrimType::UINT8; };
-template <> struct KxPrimTypeOf<signed char> { static constexpr KxPrimType::Type value = KxPrimType::INT8; };
-template <> struct KxPrimTypeOf<unsigned short> { static constexpr KxPrimType::Type value = KxPrimType::UINT16; };
-template <> struct KxPrimTypeOf<short> { static constexpr KxPrimType::Type value = KxPrimType::INT16; };
-template <> struct KxPrimTypeOf<unsigned int> { static constexpr KxPrimType::Type value = KxPrimType::UINT32; };
-template <> struct KxPrimTypeOf<int> { static constexpr KxPrimType::Type value = KxPrimType::INT32; };
-template <> struct KxPrimTypeOf<float> { static constexpr KxPrimType::Type value = KxPrimType::FLOAT; };
-template <> struct KxPrimTypeOf<double> { static constexpr KxPrimType::Type value = KxPrimType::DOUBLE; };
+template <> struct KxPrimTypeOf<unsigned char>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::UINT8;
+};
+template <> struct KxPrimTypeOf<signed char>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::INT8;
+};
+template <> struct KxPrimTypeOf<unsigned short>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::UINT16;
+};
+template <> struct KxPrimTypeOf<short>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::INT16;
+};
+template <> struct KxPrimTypeOf<unsigned int>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::UINT32;
+};
+template <> struct KxPrimTypeOf<int>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::INT32;
+};
+template <> struct KxPrimTypeOf<float>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::FLOAT;
+};
+template <> struct KxPrimTypeOf<double>
+{
+    static constexpr KxPrimType::Type value = KxPrimType::DOUBLE;
+};
 
 // Pointer to raw data together with its element type.
 struct KxTypedPointer
@@ -63,18 +87,34 @@ struct KxTypedPointer
 };
 
 // Calls f(T*) with the data pointer cast to its element type; returns false for an unknown type.
-template <class F>
-bool kxDispatchPrimType(KxPrimType type, void* data, F&& f)
+template <class F> bool kxDispatchPrimType(KxPrimType type, void* data, F&& f)
 {
     switch (type.type()) {
-    case KxPrimType::UINT8: f(static_cast<unsigned char*>(data)); return true;
-    case KxPrimType::INT8: f(static_cast<signed char*>(data)); return true;
-    case KxPrimType::UINT16: f(static_cast<unsigned short*>(data)); return true;
-    case KxPrimType::INT16: f(static_cast<short*>(data)); return true;
-    case KxPrimType::UINT32: f(static_cast<unsigned int*>(data)); return true;
-    case KxPrimType::INT32: f(static_cast<int*>(data)); return true;
-    case KxPrimType::FLOAT: f(static_cast<float*>(data)); return true;
-    case KxPrimType::DOUBLE: f(static_cast<double*>(data)); return true;
-    default: return false;
+    case KxPrimType::UINT8:
+        f(static_cast<unsigned char*>(data));
+        return true;
+    case KxPrimType::INT8:
+        f(static_cast<signed char*>(data));
+        return true;
+    case KxPrimType::UINT16:
+        f(static_cast<unsigned short*>(data));
+        return true;
+    case KxPrimType::INT16:
+        f(static_cast<short*>(data));
+        return true;
+    case KxPrimType::UINT32:
+        f(static_cast<unsigned int*>(data));
+        return true;
+    case KxPrimType::INT32:
+        f(static_cast<int*>(data));
+        return true;
+    case KxPrimType::FLOAT:
+        f(static_cast<float*>(data));
+        return true;
+    case KxPrimType::DOUBLE:
+        f(static_cast<double*>(data));
+        return true;
+    default:
+        return false;
     }
 }

@@ -19,8 +19,7 @@ using Accumulator =
     std::conditional_t<std::is_integral<T>::value, int64_t,
                        std::conditional_t<std::is_same<T, float>::value, double, long double>>;
 
-template <class T>
-T mean(Accumulator<T> sum, int64_t count)
+template <class T> T mean(Accumulator<T> sum, int64_t count)
 {
     if constexpr (std::is_integral<T>::value) {
         // Round half away from zero, in integers: exact for any sum.

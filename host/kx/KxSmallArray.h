@@ -4,8 +4,7 @@
 #include <cstddef>
 
 // Array with room for N elements inline; larger contents move to a KxDArray.
-template <class T, std::size_t N>
-class KxSmallArray
+template <class T, std::size_t N> class KxSmallArray
 {
 public:
     std::size_t size() const { return m_size; }

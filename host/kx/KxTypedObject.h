@@ -10,11 +10,7 @@ public:
     static const KxTypeInfo* getClassTypeId();
     virtual const KxTypeInfo* getTypeId() const = 0;
     bool isOfType(const KxTypeInfo* type) const { return getTypeId()->isDerivedFrom(type); }
-    template <class T>
-    bool isOfType() const
-    {
-        return isOfType(T::getClassTypeId());
-    }
+    template <class T> bool isOfType() const { return isOfType(T::getClassTypeId()); }
 };
 
 // Type-record boilerplate of a class. The record is a function-local static: created once, on the
@@ -22,7 +18,10 @@ public:
 #define KX_HEADER(Class)                                                                                     \
 public:                                                                                                      \
     static const KxTypeInfo* getClassTypeId();                                                               \
-    const KxTypeInfo* getTypeId() const override { return getClassTypeId(); }                               \
+    const KxTypeInfo* getTypeId() const override                                                             \
+    {                                                                                                        \
+        return getClassTypeId();                                                                             \
+    }                                                                                                        \
                                                                                                              \
 private:
 
@@ -42,13 +41,11 @@ private:
     }
 
 // Casts to T when the object is of type T, else null.
-template <class T>
-T* kx_type_cast(KxTypedObject* o)
+template <class T> T* kx_type_cast(KxTypedObject* o)
 {
     return o && o->isOfType(T::getClassTypeId()) ? static_cast<T*>(o) : nullptr;
 }
-template <class T>
-const T* kx_type_cast(const KxTypedObject* o)
+template <class T> const T* kx_type_cast(const KxTypedObject* o)
 {
     return o && o->isOfType(T::getClassTypeId()) ? static_cast<const T*>(o) : nullptr;
 }
@@ -59,7 +56,10 @@ const T* kx_type_cast(const KxTypedObject* o)
 #define KX_PACKAGE_HEADER(Class)                                                                             \
 public:                                                                                                      \
     static const KxTypeInfo* getClassTypeId();                                                               \
-    const KxTypeInfo* getTypeId() const override { return getClassTypeId(); }                               \
+    const KxTypeInfo* getTypeId() const override                                                             \
+    {                                                                                                        \
+        return getClassTypeId();                                                                             \
+    }                                                                                                        \
     static Class* createInstance();                                                                          \
     static KxTypedObject* createInstanceKxTypedObject();                                                     \
     void deleteInstance();                                                                                   \
@@ -74,10 +74,31 @@ private:
         static KxTypeInfo info(#Class, &Class::createInstanceKxTypedObject, Parent::getClassTypeId());       \
         return &info;                                                                                        \
     }                                                                                                        \
-    Class* Class::createInstance() { return new Class; }                                                     \
-    KxTypedObject* Class::createInstanceKxTypedObject() { return createInstance(); }                         \
-    void Class::deleteInstance() { delete this; }                                                            \
-    void Class::initClass() { getClassTypeId(); }                                                            \
-    void Class::exitClass() { KxTypeInfo::removeType(#Class); }                                              \
-    void kxInitClass_##Class() { Class::initClass(); }                                                       \
-    void kxExitClass_##Class() { Class::exitClass(); }
+    Class* Class::createInstance()                                                                           \
+    {                                                                                                        \
+        return new Class;                                                                                    \
+    }                                                                                                        \
+    KxTypedObject* Class::createInstanceKxTypedObject()                                                      \
+    {                                                                                                        \
+        return createInstance();                                                                             \
+    }                                                                                                        \
+    void Class::deleteInstance()                                                                             \
+    {                                                                                                        \
+        delete this;                                                                                         \
+    }                                                                                                        \
+    void Class::initClass()                                                                                  \
+    {                                                                                                        \
+        getClassTypeId();                                                                                    \
+    }                                                                                                        \
+    void Class::exitClass()                                                                                  \
+    {                                                                                                        \
+        KxTypeInfo::removeType(#Class);                                                                      \
+    }                                                                                                        \
+    void kxInitClass_##Class()                                                                               \
+    {                                                                                                        \
+        Class::initClass();                                                                                  \
+    }                                                                                                        \
+    void kxExitClass_##Class()                                                                               \
+    {                                                                                                        \
+        Class::exitClass();                                                                                  \
+    }

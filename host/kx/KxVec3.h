@@ -3,17 +3,13 @@
 #include <cstdint>
 
 // Three components of one type: node indices and triangles (int), positions and normals (float).
-template <class T>
-struct KxVec3
+template <class T> struct KxVec3
 {
     T x = T(0), y = T(0), z = T(0);
 
     constexpr KxVec3() = default;
     constexpr KxVec3(T a, T b, T c) : x(a), y(b), z(c) {}
-    template <class U>
-    constexpr explicit KxVec3(const KxVec3<U>& o) : x(T(o.x)), y(T(o.y)), z(T(o.z))
-    {
-    }
+    template <class U> constexpr explicit KxVec3(const KxVec3<U>& o) : x(T(o.x)), y(T(o.y)), z(T(o.z)) {}
 
     T& operator[](int i) { return (&x)[i]; }
     const T& operator[](int i) const { return (&x)[i]; }

@@ -53,8 +53,7 @@ SoTriSurface::SoTriSurface()
 SoTriSurface::~SoTriSurface() = default;
 
 // setValuesPointer ignores an empty block and leaves it to the caller, who has already handed it over.
-template <class Field, class Value>
-static void adopt(Field& field, int n, Value* block)
+template <class Field, class Value> static void adopt(Field& field, int n, Value* block)
 {
     if (n <= 0 || !block) {
         field.setNum(0);
@@ -159,9 +158,15 @@ void SoTriSurface::GLRender(SoGLRenderAction* action)
     // Set both ways: an inherited shape hint may have switched two-sided lighting on.
     glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, twoSidedLighting.getValue() ? GL_TRUE : GL_FALSE);
     switch (drawStyle.getValue()) {
-    case WIREFRAME: glPolygonMode(GL_FRONT_AND_BACK, GL_LINE); break;
-    case POINTS: glPolygonMode(GL_FRONT_AND_BACK, GL_POINT); break;
-    default: glPolygonMode(GL_FRONT_AND_BACK, GL_FILL); break;
+    case WIREFRAME:
+        glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
+        break;
+    case POINTS:
+        glPolygonMode(GL_FRONT_AND_BACK, GL_POINT);
+        break;
+    default:
+        glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
+        break;
     }
     if (!haveNormals) glDisable(GL_LIGHTING);
 
@@ -189,7 +194,8 @@ void SoTriSurface::GLRender(SoGLRenderAction* action)
         const SbVec3i32* t = triangles.getValues(0);
         for (int f = 0; f < nt; ++f) {
             const int32_t* idx = t[f].getValue();
-            if (idx[0] < 0 || idx[1] < 0 || idx[2] < 0 || idx[0] >= nv || idx[1] >= nv || idx[2] >= nv) continue;
+            if (idx[0] < 0 || idx[1] < 0 || idx[2] < 0 || idx[0] >= nv || idx[1] >= nv || idx[2] >= nv)
+                continue;
             kept.insert(kept.end(), idx, idx + 3);
         }
         indices = kept.data();

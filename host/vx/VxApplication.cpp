@@ -46,10 +46,8 @@ void VxApplication::destroy()
 }
 
 VxApplication::VxApplication()
-    : m_message(std::make_unique<VxMessage>()),
-      m_progress(std::make_unique<SilentProgress>()),
-      m_settings(std::make_unique<VxSettingsMgr>()),
-      m_pool(std::make_unique<VxObjectPool>())
+    : m_message(std::make_unique<VxMessage>()), m_progress(std::make_unique<SilentProgress>()),
+      m_settings(std::make_unique<VxSettingsMgr>()), m_pool(std::make_unique<VxObjectPool>())
 {
     oivInit();
     vxInitHostClasses();

@@ -36,11 +36,11 @@ public:
     // Reads a data file into a new object (labels: as a label field); null and *error on failure.
     using Loader = std::function<VxObject*(const QString& path, bool labels, QString* error)>;
     // Writes a surface; the format is a name such as "ply" or empty for the file's extension.
-    using SurfaceExporter =
-        std::function<bool(const SoTriSurface& surface, const QString& format, const QString& path, QString* error)>;
+    using SurfaceExporter = std::function<bool(const SoTriSurface& surface, const QString& format,
+                                               const QString& path, QString* error)>;
     // Writes a data object (a line set, a field) where its format allows; false and *error if not.
-    using DataExporter =
-        std::function<bool(const VxObject& object, const QString& format, const QString& path, QString* error)>;
+    using DataExporter = std::function<bool(const VxObject& object, const QString& format,
+                                            const QString& path, QString* error)>;
     void setLoader(Loader f) { m_loader = std::move(f); }
     void setSurfaceExporter(SurfaceExporter f) { m_surfaceExporter = std::move(f); }
     void setDataExporter(DataExporter f) { m_dataExporter = std::move(f); }

@@ -54,8 +54,7 @@ private:
 };
 
 // The connection's source as a T, or null when it has none or one of another type.
-template <class T>
-T* vxconnection_cast(const VxConnection& c)
+template <class T> T* vxconnection_cast(const VxConnection& c)
 {
     return static_cast<T*>(c.getSource(T::getClassTypeId()));
 }

@@ -66,9 +66,10 @@ int VxObject::parse(Tcl_Interp* interp, int argc, char** argv)
     const char* word = argv[1];
     if (VxPort* port = findPort(QString::fromUtf8(word))) return port->parse(interp, argc - 1, argv + 1);
     if ((!strcmp(word, "exportData") || !strcmp(word, "save")) && VxApplication::instance()->dataExporter())
-        return parseExport(interp, argc, argv, [this](const QString& format, const QString& path, QString* why) {
-            return VxApplication::instance()->dataExporter()(*this, format, path, why);
-        });
+        return parseExport(interp, argc, argv,
+                           [this](const QString& format, const QString& path, QString* why) {
+                               return VxApplication::instance()->dataExporter()(*this, format, path, why);
+                           });
     if (!strcmp(word, "getLabel")) {
         vxscript::setResult(interp, getLabel());
         return TCL_OK;
@@ -95,14 +96,15 @@ int VxObject::parse(Tcl_Interp* interp, int argc, char** argv)
     if (!strcmp(word, "help")) {
         QStringList names;
         for (VxPort* p : m_ports) names << p->getName();
-        vxscript::setResult(interp, QString("commands: %1\nports: %2").arg(commands().join(" "), names.join(" ")));
+        vxscript::setResult(interp,
+                            QString("commands: %1\nports: %2").arg(commands().join(" "), names.join(" ")));
         return TCL_OK;
     }
     QStringList names;
     for (VxPort* p : m_ports) names << p->getName();
-    vxscript::setResult(interp, QString("\"%1\" has no port or command \"%2\"; ports: %3; commands: %4")
-                                    .arg(getName(), QString::fromUtf8(word), names.join(", "),
-                                         commands().join(", ")));
+    vxscript::setResult(
+        interp, QString("\"%1\" has no port or command \"%2\"; ports: %3; commands: %4")
+                    .arg(getName(), QString::fromUtf8(word), names.join(", "), commands().join(", ")));
     return TCL_ERROR;
 }
 

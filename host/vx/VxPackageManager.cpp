@@ -47,14 +47,16 @@ bool VxPackageManager::load(const QString& path, QString* why)
     QString name = base.mid(3, base.size() - 6); // lib<name>.so
     for (const Package& p : m_packages)
         if (p.name == name) {
-            if (why) *why = QString("package library \"%1\" skipped: package \"%2\" is already loaded from \"%3\"")
-                                .arg(path, name, p.path);
+            if (why)
+                *why = QString("package library \"%1\" skipped: package \"%2\" is already loaded from \"%3\"")
+                           .arg(path, name, p.path);
             return false;
         }
     dlerror();
     void* handle = dlopen(path.toUtf8().constData(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
-        if (why) *why = QString("cannot load package library \"%1\": %2").arg(path, QString::fromUtf8(dlerror()));
+        if (why)
+            *why = QString("cannot load package library \"%1\": %2").arg(path, QString::fromUtf8(dlerror()));
         return false;
     }
     QByteArray prefix = "corvapackage_" + name.toUtf8();
@@ -63,8 +65,9 @@ bool VxPackageManager::load(const QString& path, QString* why)
     auto version = reinterpret_cast<VersionPoint>(dlsym(handle, prefix.constData()));
     if (!init || !finish) {
         dlclose(handle);
-        if (why) *why = QString("\"%1\" is not a package library: it has no %2_init and %2_finish")
-                            .arg(path, QString::fromUtf8(prefix));
+        if (why)
+            *why = QString("\"%1\" is not a package library: it has no %2_init and %2_finish")
+                       .arg(path, QString::fromUtf8(prefix));
         return false;
     }
     init();

@@ -47,7 +47,8 @@ QStringList VxPort::verbs() const
 int VxPort::parse(Tcl_Interp* interp, int argc, char** argv)
 {
     if (argc < 2) {
-        vxscript::setResult(interp, QString("port \"%1\": a verb is missing; verbs: %2").arg(m_name, verbs().join(", ")));
+        vxscript::setResult(
+            interp, QString("port \"%1\": a verb is missing; verbs: %2").arg(m_name, verbs().join(", ")));
         return TCL_ERROR;
     }
     const char* verb = argv[1];
@@ -215,8 +216,13 @@ bool toIndex(Tcl_Interp* interp, const VxPort& port, const char* word, int count
     if (!toInt(interp, port, word, index)) return false;
     if (index >= 0 && index < count) return true;
     QString owner = port.getOwner() ? port.getOwner()->getName() : QString();
-    QString text = count > 0 ? QString("port \"%1\": index %2 is out of range 0..%3").arg(port.getName()).arg(index).arg(count - 1)
-                             : QString("port \"%1\": index %2 is out of range (the port has no items)").arg(port.getName()).arg(index);
+    QString text = count > 0 ? QString("port \"%1\": index %2 is out of range 0..%3")
+                                   .arg(port.getName())
+                                   .arg(index)
+                                   .arg(count - 1)
+                             : QString("port \"%1\": index %2 is out of range (the port has no items)")
+                                   .arg(port.getName())
+                                   .arg(index);
     if (!owner.isEmpty()) text = QString("\"%1\" ").arg(owner) + text;
     setResult(interp, text);
     return false;
@@ -231,7 +237,8 @@ bool toWords(Tcl_Interp* interp, const VxPort& port, int argc, char** argv, int 
     }
     int n = 0;
     const char** parts = nullptr;
-    if (Tcl_SplitList(nullptr, argv[first], &n, &parts) != TCL_OK) return fail(interp, port, argv[first], "a proper list");
+    if (Tcl_SplitList(nullptr, argv[first], &n, &parts) != TCL_OK)
+        return fail(interp, port, argv[first], "a proper list");
     for (int i = 0; i < n; ++i) words << QString::fromUtf8(parts[i]);
     Tcl_Free(reinterpret_cast<char*>(parts));
     return true;

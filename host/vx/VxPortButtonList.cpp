@@ -93,7 +93,8 @@ int VxPortButtonList::parse(Tcl_Interp* interp, int argc, char** argv)
     }
     if (is("snap")) return parseSetFlag(interp, argc, argv, n, [this](int i, bool on) { snap(i, on); });
     if (is("setLabel"))
-        return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
+        return parseSetLabel(interp, argc, argv, n,
+                             [this](int i, const QString& text) { setLabel(i, text); });
     if (is("getValue") || is("getNum"))
         return reply(interp, argc, argv, QString::number(is("getNum") ? n : getValue()));
     return VxPort::parse(interp, argc, argv);

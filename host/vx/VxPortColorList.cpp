@@ -91,7 +91,8 @@ int VxPortColorList::parse(Tcl_Interp* interp, int argc, char** argv)
         return TCL_OK;
     }
     if (is("setLabel"))
-        return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
+        return parseSetLabel(interp, argc, argv, n,
+                             [this](int i, const QString& text) { setLabel(i, text); });
     if (is("getNum")) return reply(interp, argc, argv, QString::number(n));
     if (is("setState")) {
         // One {R G B} per item.

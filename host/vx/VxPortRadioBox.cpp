@@ -67,7 +67,8 @@ int VxPortRadioBox::parse(Tcl_Interp* interp, int argc, char** argv)
     if (is("setNum")) return parseSetNum(interp, argc, argv, [this](int count) { setNum(count); });
     if (is("getNum")) return reply(interp, argc, argv, QString::number(getNum()));
     if (is("setLabel"))
-        return parseSetLabel(interp, argc, argv, getNum(), [this](int i, const QString& text) { setLabel(i, text); });
+        return parseSetLabel(interp, argc, argv, getNum(),
+                             [this](int i, const QString& text) { setLabel(i, text); });
     if (is("getLabel") && argc == 3) {
         if (!vxscript::toIndex(interp, *this, argv[2], getNum(), index)) return TCL_ERROR;
         setResult(interp, m_labels[index]);

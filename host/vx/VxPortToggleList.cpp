@@ -110,7 +110,8 @@ int VxPortToggleList::parse(Tcl_Interp* interp, int argc, char** argv)
     if (is("setSensitivity"))
         return parseSetFlag(interp, argc, argv, n, [this](int i, bool on) { setSensitivity(i, on); });
     if (is("setLabel"))
-        return parseSetLabel(interp, argc, argv, n, [this](int i, const QString& text) { setLabel(i, text); });
+        return parseSetLabel(interp, argc, argv, n,
+                             [this](int i, const QString& text) { setLabel(i, text); });
     if (is("setNum")) return parseSetNum(interp, argc, argv, [this](int count) { setNum(count); });
     if (is("getNum")) return reply(interp, argc, argv, QString::number(n));
     if (is("setState"))

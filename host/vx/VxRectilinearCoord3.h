@@ -14,7 +14,10 @@ public:
     KxVec3f pos(int64_t i, int64_t j, int64_t k) const override { return {m_x[i], m_y[j], m_z[k]}; }
     VxCoord3* clone() const override { return new VxRectilinearCoord3(*this); }
     // Positions along one axis (0 x, 1 y, 2 z).
-    const float* coords(int axis) const { return axis == 0 ? m_x.data() : axis == 1 ? m_y.data() : m_z.data(); }
+    const float* coords(int axis) const
+    {
+        return axis == 0 ? m_x.data() : axis == 1 ? m_y.data() : m_z.data();
+    }
 
 private:
     KxDArray<float> m_x, m_y, m_z;

@@ -66,8 +66,16 @@ void VxTerminalProgress::draw()
     m_lastPercent = percent;
     const int width = 30, filled = int(m_value * float(width) + 0.5f);
     std::fprintf(stderr, "\r%s [%s%s] %3d%%", m_text.toUtf8().constData(),
-                 std::string(std::size_t(filled < 0 ? 0 : filled > width ? width : filled), '#').c_str(),
-                 std::string(std::size_t(width - (filled < 0 ? 0 : filled > width ? width : filled)), ' ').c_str(),
+                 std::string(std::size_t(filled < 0       ? 0
+                                         : filled > width ? width
+                                                          : filled),
+                             '#')
+                     .c_str(),
+                 std::string(std::size_t(width - (filled < 0       ? 0
+                                                  : filled > width ? width
+                                                                   : filled)),
+                             ' ')
+                     .c_str(),
                  percent);
     std::fflush(stderr);
 }

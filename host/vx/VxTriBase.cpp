@@ -11,8 +11,7 @@
 KX_ABSTRACT_SOURCE(VxTriBase, VxViewBase)
 
 VxTriBase::VxTriBase(const KxTypeInfo* dataType)
-    : VxViewBase(dataType),
-      m_surface(new SoTriSurface),
+    : VxViewBase(dataType), m_surface(new SoTriSurface),
       m_colormap(new VxPortColormap(this, translate("VxTriBase", "Colormap"), "colormap")),
       m_drawStyle(new VxPortDrawStyle(this, translate("VxTriBase", "Draw Style"), "drawStyle"))
 {
@@ -50,7 +49,8 @@ void VxTriBase::replaceTriSurface(SoTriSurface* surface)
 void VxTriBase::handleDrawStyle()
 {
     int style = m_drawStyle->getValue();
-    if (style >= SoTriSurface::WIREFRAME && style <= SoTriSurface::POINTS && m_surface->drawStyle.getValue() != style)
+    if (style >= SoTriSurface::WIREFRAME && style <= SoTriSurface::POINTS &&
+        m_surface->drawStyle.getValue() != style)
         m_surface->drawStyle = style;
 }
 
@@ -73,19 +73,22 @@ int VxTriBase::parse(Tcl_Interp* interp, int argc, char** argv)
     if (argc >= 2 && !findPort(QString::fromUtf8(argv[1]))) {
         const char* word = argv[1];
         if (!strcmp(word, "getNumTriangles") || !strcmp(word, "getNumPoints")) {
-            int n = !strcmp(word, "getNumTriangles") ? m_surface->getNumTriangles() : m_surface->getNumPoints();
+            int n =
+                !strcmp(word, "getNumTriangles") ? m_surface->getNumTriangles() : m_surface->getNumPoints();
             vxscript::setResult(interp, QString::number(n));
             return TCL_OK;
         }
         if (!strcmp(word, "exportData") || !strcmp(word, "save")) {
             const auto& writer = VxApplication::instance()->surfaceExporter();
             if (!writer) {
-                vxscript::setResult(interp, QString("\"%1\": this host has no surface writers").arg(getName()));
+                vxscript::setResult(interp,
+                                    QString("\"%1\": this host has no surface writers").arg(getName()));
                 return TCL_ERROR;
             }
-            return parseExport(interp, argc, argv, [&](const QString& format, const QString& path, QString* why) {
-                return writer(*m_surface, format, path, why);
-            });
+            return parseExport(interp, argc, argv,
+                               [&](const QString& format, const QString& path, QString* why) {
+                                   return writer(*m_surface, format, path, why);
+                               });
         }
     }
     return VxViewBase::parse(interp, argc, argv);

@@ -7,8 +7,7 @@ namespace vxiso {
 
 // Vertex policy without sharing: every cut edge gets the exact intersection, appended in order of
 // first creation; nothing is merged or moved, even at t = 0 or t = 1.
-template <class Tools>
-class VxIsosurfaceStandardCubes
+template <class Tools> class VxIsosurfaceStandardCubes
 {
 public:
     KxDArray<KxVec3f> coords;
@@ -22,13 +21,9 @@ public:
     KxDArray<KxVec3f>& vertexNormals() { return normals; }
     KxDArray<KxVec3i>& triangleArray() { return triangles; }
 
-    template <class UserData>
-    void beginBox(const Tools&, const KxBox3i&, UserData&)
-    {
-    }
+    template <class UserData> void beginBox(const Tools&, const KxBox3i&, UserData&) {}
 
-    template <class UserData>
-    void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
+    template <class UserData> void reserve(uint64_t vertices, uint64_t triangleCount, UserData&)
     {
         coords.reserve(vertices);
         normals.reserve(vertices);

@@ -35,12 +35,14 @@ private:
 // running vertex and triangle offsets set and each record linked to the slab that ends where it
 // begins. The order is that of the layers, whatever order the slabs ran in.
 template <class Record, class Store, class VertexCount>
-std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t& vertices, uint64_t& triangles)
+std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t& vertices,
+                                uint64_t& triangles)
 {
     std::vector<Record*> slabs;
     for (std::vector<Record>& perThread : store)
         for (Record& r : perThread) slabs.push_back(&r);
-    std::sort(slabs.begin(), slabs.end(), [](const Record* a, const Record* b) { return a->firstLayer < b->firstLayer; });
+    std::sort(slabs.begin(), slabs.end(),
+              [](const Record* a, const Record* b) { return a->firstLayer < b->firstLayer; });
     std::map<uint64_t, const Record*> byLastLayer;
     vertices = triangles = 0;
     for (Record* r : slabs) {
@@ -74,8 +76,7 @@ private:
 // Runs f over the slabs on the scheduler's threads; returns when all are done. The scheduler holds the
 // task by reference: the task's own address marks the hand-over (which also makes sure the task is
 // written before it), a tag of its own the hand-back.
-template <class Record, class F>
-void forEachSlab(std::vector<Record*>& slabs, F f)
+template <class Record, class F> void forEachSlab(std::vector<Record*>& slabs, F f)
 {
     const SlabSync sync;
     struct Task
@@ -97,8 +98,7 @@ void forEachSlab(std::vector<Record*>& slabs, F f)
 
 // One slab of the parallel traversal: the sequential traversal on a box of node layers along the
 // split axis, writing into a record of its own. Copies share the tools, the emitter and the progress.
-template <class Tools, class Cubes, class Axis>
-class VxParallelIsosurfaceMarchingCubes
+template <class Tools, class Cubes, class Axis> class VxParallelIsosurfaceMarchingCubes
 {
 public:
     using Range = tbb::blocked_range3d<unsigned long, unsigned long, unsigned long>;
@@ -136,7 +136,10 @@ public:
         // Traversal state belongs to the slab: nothing of it is shared between threads.
         VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(tools, cubes);
         marchingCubes.computeBox(box, record);
-        if (progress) progress->slabDone(int64_t(s == 0 ? r.cols().size() : s == 1 ? r.rows().size() : r.pages().size()));
+        if (progress)
+            progress->slabDone(int64_t(s == 0   ? r.cols().size()
+                                       : s == 1 ? r.rows().size()
+                                                : r.pages().size()));
         VXISO_HAPPENS_BEFORE(cubes.sync.handBack());
     }
 
