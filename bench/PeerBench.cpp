@@ -2,9 +2,13 @@
 // at 256^3 and 384^3 stored as float32 and as uint8, and the ch2 head scan of mricron-data. Each
 // extractor runs at 1 and 2 threads; the floor of reading every voxel once is the baseline. Times are
 // the best of --reps runs after one warm-up; compare them as ratios within one run only.
-// Run: make peer-bench   (or build/bin/vxiso_peer_bench [--reps N] [--sizes 256,384] [--ch2 FILE])
+// With --cold it races in fresh processes instead, as a user of the command meets both (ColdBench.cpp).
+// Run: make peer-bench   (or build/bin/vxiso_peer_bench [--reps N] [--sizes 256,384] [--ch2 FILE]
+//                         [--cold [--runs N] [--cold-sizes 256,512] [--ch2better FILE]])
 #include "BenchVolumes.h"
+#include "ColdBench.h"
 
+#include <io/VxBuiltinField.h>
 #include <io/VxNiftiReader.h>
 #include <kx/KxHandle.h>
 #include <oiv/OivInit.h>
@@ -23,6 +27,7 @@
 #include <vtkSmartPointer.h>
 
 #include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
@@ -38,6 +43,7 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -282,41 +288,148 @@ void printTable(const std::vector<Row>& rows)
                 "over the floor's.\n");
 }
 
+// ---- cold runs -----------------------------------------------------------------------------------
+
+// The engine race's volumes: float32 gyroids of the chosen sizes, the uint8 gyroid of 256, the MRI
+// scan at the command's threshold and a float32 sphere of 384.
+std::vector<std::string> coldNames(const ColdOptions& o)
+{
+    std::vector<std::string> names;
+    for (int size : o.gyroidSizes) names.push_back("gyroid" + std::to_string(size) + " f32");
+    names.insert(names.end(), {"gyroid256 u8", "ch2better u8", "sphere384 f32"});
+    return names;
+}
+
+Volume coldVolume(const ColdOptions& o, int index)
+{
+    const int gyroids = int(o.gyroidSizes.size());
+    const std::string name = coldNames(o)[std::size_t(index)];
+    if (index < gyroids) return {name, vxbench::gyroid(o.gyroidSizes[std::size_t(index)], false), 0.f};
+    if (index == gyroids) return {name, vxbench::gyroid(256, true), vxbench::gyroidIso(true)};
+    if (index == gyroids + 1) {
+        QString error;
+        KxHandle<VxUniformScalarField3> head =
+            VxNiftiReader::read(QString::fromStdString(o.ch2better), &error);
+        return {name, head, 100.5f};
+    }
+    return {name, VxBuiltinField::create("sphere", 384, nullptr), 0.f};
+}
+
+// One run of a child process: the volume is made first, then one extraction is timed; prints
+// "ms vertices triangles".
+int coldOne(const ColdOptions& o, const std::string& side, int index, int threads)
+{
+    if (index < 0 || index >= coldVolumeCount(o) || threads < 1) return 2;
+    oivInit();
+    const Volume v = coldVolume(o, index);
+    if (!v.field) return 1;
+    tbb::global_control cap(tbb::global_control::max_allowed_parallelism, std::size_t(threads));
+    double ms = 0;
+    Counts c;
+    if (side == "ours") {
+        c = extractOurs(*v.field, v.iso, threads, &ms);
+    } else {
+        vtkSMPTools::Initialize(threads);
+        vtkSmartPointer<vtkImageData> image = wrapForVtk(*v.field);
+        Peer peer(image, v.iso);
+        c = peer.run(&ms);
+    }
+    std::printf("%.3f %lld %lld\n", ms, c.vertices, c.triangles);
+    return 0;
+}
+
 int usage(const char* why)
 {
     std::fprintf(stderr,
-                 "vxiso_peer_bench: %s\nusage: vxiso_peer_bench [--reps N] [--sizes 256,384] [--ch2 FILE]\n",
+                 "vxiso_peer_bench: %s\nusage: vxiso_peer_bench [--reps N] [--sizes 256,384] [--ch2 FILE]\n"
+                 "       vxiso_peer_bench --cold [--runs N] [--cold-sizes 256,512] [--ch2better FILE]\n",
                  why);
     return 2;
 }
 
+std::vector<int> sizeList(const std::string& value)
+{
+    std::vector<int> sizes;
+    for (std::size_t at = 0; at < value.size();) {
+        const std::size_t comma = std::min(value.find(',', at), value.size());
+        sizes.push_back(std::atoi(value.substr(at, comma - at).c_str()));
+        if (sizes.back() < 2 || sizes.back() > 2048) return {};
+        at = comma + 1;
+    }
+    return sizes;
+}
+
 } // namespace
+
+int coldVolumeCount(const ColdOptions& o)
+{
+    return int(coldNames(o).size());
+}
+
+std::string coldVolumeName(const ColdOptions& o, int index)
+{
+    return coldNames(o)[std::size_t(index)];
+}
 
 int main(int argc, char** argv)
 {
     int reps = 5;
     std::vector<int> sizes = {256, 384};
     std::string ch2 = "/usr/share/mricron/templates/ch2.nii.gz";
+    ColdOptions cold;
+    cold.pipelineScript = VXISO_SOURCE_DIR "/bench/vtk_pipeline.py";
+    bool runCold = false;
+    std::vector<std::string> coldOneArgs;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
+        if (a == "--cold") {
+            runCold = true;
+            continue;
+        }
+        if (a == "--cold-one" && i + 3 < argc) {
+            coldOneArgs = {argv[i + 1], argv[i + 2], argv[i + 3]};
+            i += 3;
+            continue;
+        }
         if (i + 1 >= argc) return usage(("unknown or incomplete option '" + a + "'").c_str());
         const std::string value = argv[++i];
-        if (a == "--reps") {
+        if (a == "--runs") {
+            cold.runs = std::atoi(value.c_str());
+            if (cold.runs < 1) return usage("--runs needs a positive count");
+        } else if (a == "--cold-sizes") {
+            cold.gyroidSizes = sizeList(value);
+            if (cold.gyroidSizes.empty()) return usage("sizes run from 2 to 2048");
+            cold.forward.insert(cold.forward.end(), {a, value});
+        } else if (a == "--ch2better") {
+            cold.ch2better = value;
+            cold.forward.insert(cold.forward.end(), {a, value});
+        } else if (a == "--reps") {
             reps = std::atoi(value.c_str());
             if (reps < 1) return usage("--reps needs a positive count");
         } else if (a == "--sizes") {
-            sizes.clear();
-            for (std::size_t at = 0; at < value.size();) {
-                const std::size_t comma = std::min(value.find(',', at), value.size());
-                sizes.push_back(std::atoi(value.substr(at, comma - at).c_str()));
-                if (sizes.back() < 2 || sizes.back() > 2048) return usage("sizes run from 2 to 2048");
-                at = comma + 1;
-            }
+            sizes = sizeList(value);
+            if (sizes.empty()) return usage("sizes run from 2 to 2048");
         } else if (a == "--ch2") {
             ch2 = value;
         } else {
             return usage(("unknown option '" + a + "'").c_str());
         }
+    }
+    if (!coldOneArgs.empty())
+        return coldOne(cold, coldOneArgs[0], std::atoi(coldOneArgs[1].c_str()),
+                       std::atoi(coldOneArgs[2].c_str()));
+    if (runCold) {
+        std::printf("hardware threads: %u\n", std::thread::hardware_concurrency());
+        if (FILE* load = std::fopen("/proc/loadavg", "r")) {
+            double one = 0;
+            if (std::fscanf(load, "%lf", &one) == 1) std::printf("load average at start: %.2f\n", one);
+            std::fclose(load);
+        }
+        char self[4096] = {};
+        if (::readlink("/proc/self/exe", self, sizeof self - 1) <= 0)
+            return usage("cannot find this program");
+        runColdRaces(self, cold);
+        return 0;
     }
     oivInit();
 

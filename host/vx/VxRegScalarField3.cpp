@@ -1,6 +1,9 @@
 #include <vx/VxRegScalarField3.h>
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
+#include <type_traits>
 
 KX_ABSTRACT_SOURCE(VxRegScalarField3, VxScalarField3)
 KX_ABSTRACT_SOURCE(VxUniformScalarField3, VxRegScalarField3)
@@ -12,22 +15,42 @@ VxRegScalarField3::VxRegScalarField3(const KxDim3l& dims, KxPrimType type, VxCoo
 
 namespace {
 
-template <class T, class Skip> bool rangeOf(const T* v, int64_t n, Skip skip, double& min, double& max)
+// Smallest and largest value, NaN left out, and every value equal to `skip` left out when skipping.
+// Written as selects over the element type, so that the compiler vectorises the loop: the range is
+// asked for on every new input, and volumes have hundreds of millions of values.
+template <class T> bool rangeOf(const T* v, int64_t n, bool skipping, T skip, double& min, double& max)
 {
-    bool any = false;
-    for (int64_t i = 0; i < n; ++i) {
-        const double x = double(v[i]);
-        if (std::isnan(x) || skip(x)) continue;
-        if (!any) {
-            min = max = x;
-            any = true;
-        } else if (x < min) {
-            min = x;
-        } else if (x > max) {
-            max = x;
+    using L = std::numeric_limits<T>;
+    T lo = L::has_infinity ? L::infinity() : L::max(), hi = L::has_infinity ? -L::infinity() : L::lowest();
+    if (!skipping) {
+        // NaN compares false both ways and so never wins.
+        for (int64_t i = 0; i < n; ++i) {
+            lo = v[i] < lo ? v[i] : lo;
+            hi = v[i] > hi ? v[i] : hi;
+        }
+    } else {
+        for (int64_t i = 0; i < n; ++i) {
+            const bool keep = v[i] != skip;
+            lo = keep && v[i] < lo ? v[i] : lo;
+            hi = keep && v[i] > hi ? v[i] : hi;
         }
     }
+    // The bounds cross only when nothing was taken: any value moves at least one of them past the
+    // other's start (an infinity included).
+    const bool any = lo <= hi;
+    if (any) min = double(lo), max = double(hi);
     return any;
+}
+
+// The stored value equal to u, when the type can hold it exactly.
+template <class T> bool exactly(double u, T& out)
+{
+    if (u != u) return false;
+    if (!std::is_floating_point<T>::value &&
+        (u < double(std::numeric_limits<T>::lowest()) || u > double(std::numeric_limits<T>::max())))
+        return false;
+    out = T(u);
+    return double(out) == u;
 }
 
 } // namespace
@@ -39,12 +62,12 @@ bool VxRegScalarField3::getRange(double& min, double& max, int mode) const
     const bool skipUndefined = mode == RANGE_SKIP_UNDEFINED && m_hasUndefined;
     const int64_t n = getDims().count();
     kxDispatchPrimType(primType(), const_cast<void*>(m_lattice.dataPtr()), [&](auto* p) {
-        if (skipUndefined)
-            any = rangeOf(
-                p, n, [this](double x) { return isUndefined(x); }, min, max);
-        else
-            any = rangeOf(
-                p, n, [](double) { return false; }, min, max);
+        using T = std::remove_pointer_t<decltype(p)>;
+        // A NaN undefined value is left out with every NaN; one that no element can hold leaves
+        // nothing to skip.
+        T skip{};
+        const bool skipping = skipUndefined && exactly(m_undefined, skip);
+        any = rangeOf(p, n, skipping, skip, min, max);
     });
     if (!any) min = max = 0;
     return any;
