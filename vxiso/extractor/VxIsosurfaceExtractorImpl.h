@@ -101,7 +101,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
     VXISO_HAPPENS_AFTER(cubes.sync.handBack());
     m_slabCount = 0;
     for (const auto& perThread : cubes.store) m_slabCount += perThread.size();
-    cubes.finishAll();
+    cubes.finishAll(&progress);
 
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();

@@ -29,11 +29,25 @@ public:
     static constexpr int NOT_MADE = -1;
     static constexpr int REJECTED = -2;
 
-    VxIsosurfaceMarchingCubes(const Tools& tools, Cubes& cubes) : m_tools(tools), m_cubes(cubes) {}
+    using Index = typename Tools::Index;
+
+    VxIsosurfaceMarchingCubes(const Tools& tools, Cubes& cubes)
+        : m_tools(tools), m_cubes(cubes), m_index(m_ownIndex)
+    {
+    }
+    // A traversal of a box that `classified` has classified already (Index::beginBox), so that the
+    // cut edges and triangles of many boxes can be counted before any of them is walked.
+    VxIsosurfaceMarchingCubes(const Tools& tools, Cubes& cubes, Index& classified)
+        : m_tools(tools), m_cubes(cubes), m_index(classified)
+    {
+    }
 
     // Traverses the cells whose lower corner lies in [min, max - 1) per axis of the node box.
     template <class UserData>
     void computeBox(const KxBox3i& box, UserData& userData, KxProgressInterface* progress = nullptr);
+    // The traversal of computeBox without the classification, counting and reservation before it.
+    template <class UserData>
+    void walkBox(const KxBox3i& box, UserData& userData, KxProgressInterface* progress = nullptr);
     void computeBox(const KxBox3i& box, KxProgressInterface* progress = nullptr)
     {
         NoUserData none;
@@ -50,7 +64,8 @@ private:
 
     const Tools& m_tools;
     Cubes& m_cubes;
-    typename Tools::Index m_index;
+    Index m_ownIndex;
+    Index& m_index;
 
     int m_edge[13] = {};
     // Edges 2, 6, 10, 12 of the cell just left in the row.
@@ -92,13 +107,27 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, Use
     const int cellsZ = box.zmax - 1 - box.zmin;
     if (cellsX <= 0 || cellsY <= 0 || cellsZ <= 0) return;
 
-    sizeBuffers(cellsX, cellsY);
     m_index.beginBox(m_tools.accessor, m_tools.iso, box);
     m_cubes.beginBox(m_tools, box, userData);
     // Room for every vertex and triangle up front: no array is copied while it grows.
     const uint64_t vertices = m_index.countCutEdges(), triangles = m_index.countTriangles();
     tools::checkSurfaceSize(vertices, triangles);
     m_cubes.reserve(vertices, triangles, userData);
+    walkBox(box, userData, progress);
+}
+
+template <class Tools, class Cubes>
+template <class UserData>
+void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserData& userData,
+                                                      KxProgressInterface* progress)
+{
+    const int cellsX = box.xmax - 1 - box.xmin;
+    const int cellsY = box.ymax - 1 - box.ymin;
+    const int cellsZ = box.zmax - 1 - box.zmin;
+    if (cellsX <= 0 || cellsY <= 0 || cellsZ <= 0) return;
+
+    sizeBuffers(cellsX, cellsY);
+    m_index.rewind();
     m_slicesDone = 0;
 
     if (progress) progress->setProgressValue(0.f);

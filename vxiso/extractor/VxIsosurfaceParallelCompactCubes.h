@@ -86,6 +86,8 @@ public:
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
     const SlabSync sync;
 
+    // Each slab is walked by the parallel traversal itself.
+    static constexpr bool walksInFinish = false;
     // Normals are means of sums, made unit at the hand-over.
     static constexpr bool normalsAreUnit = false;
 
@@ -178,11 +180,13 @@ public:
         }
     }
 
-    void finishAll()
+    // The slabs have reported their progress as they were walked.
+    void finishAll(SlabProgress* = nullptr)
     {
         uint64_t vertices = 0, triangles = 0;
         std::vector<ThreadSpecificData*> slabs = orderSlabs<ThreadSpecificData>(
-            store, [](const ThreadSpecificData& r) { return r.nodes.size(); }, vertices, triangles);
+            store, [](const ThreadSpecificData& r) { return r.nodes.size(); },
+            [](const ThreadSpecificData& r) { return r.triangles.size(); }, vertices, triangles);
         tools::checkSurfaceSize(vertices, triangles);
         m_dropped = 0;
         for (const ThreadSpecificData* d : slabs) m_dropped += d->droppedTriangles;

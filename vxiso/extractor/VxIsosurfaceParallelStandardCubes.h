@@ -11,12 +11,21 @@
 
 namespace vxiso {
 
-// Vertex policy of the parallel path without sharing. A vertex on the layer two slabs share is made
-// by the slab below; the slab above leaves that corner open and records where it is, and the merge
-// fills it from the slab below's face table. The result has exactly the sequential vertices.
+// Vertex policy of the parallel path without sharing, in two passes. The first classifies each slab's
+// nodes and counts the vertices it will make and its triangles; with those counts every slab gets its
+// ranges of the output, which is allocated once, and the second pass walks the slabs, each writing
+// straight into its ranges: no slab-local copy of the surface, no merge copy, and the output's pages
+// are first touched by the thread that fills them. A vertex on the layer two slabs share is made by
+// the slab below; the slab above leaves that corner open and records where it is, and the finish
+// fills it from the slab below's face table. The result has exactly the sequential vertices, in the
+// sequential order.
+//
+// With a node filter the counts are upper bounds (the filter rejects edges the classification
+// counts): the slabs then write at provisional offsets and the finish moves them down, in order.
 template <class Tools, class Axis> class VxIsosurfaceParallelStandardCubes
 {
     using Traits = tools::AxisTraits<Axis>;
+    using Self = VxIsosurfaceParallelStandardCubes<Tools, Axis>;
 
 public:
     struct PendingCorner
@@ -26,9 +35,10 @@ public:
 
     struct ThreadSpecificData
     {
-        KxDArray<KxVec3i> triangles;
-        KxDArray<KxVec3f> coords;
-        KxDArray<KxVec3f> normals;
+        typename Tools::Index index; // the slab's node classification, kept from the first pass
+        KxBox3i box;
+        uint64_t vertexRoom = 0, triangleRoom = 0; // counted in the first pass
+        uint64_t verticesMade = 0, trianglesMade = 0;
         uint64_t firstLayer = 0;
         uint64_t lastLayer = 0;
         KxDArray<int> faceVertexIds;
@@ -39,7 +49,7 @@ public:
     };
 
     VxIsosurfaceParallelStandardCubes(const Tools& tools, float)
-        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)),
+        : nx(uint64_t(tools.nx)), ny(uint64_t(tools.ny)), nz(uint64_t(tools.nz)), m_tools(tools),
           m_dims(tools.nx, tools.ny, tools.nz)
     {
     }
@@ -48,6 +58,8 @@ public:
     tbb::enumerable_thread_specific<std::vector<ThreadSpecificData>> store;
     const SlabSync sync;
 
+    // The parallel traversal classifies the slabs only; finishAll walks them.
+    static constexpr bool walksInFinish = true;
     // Normals are stored at unit length as they are made: one pass over the vertices less.
     static constexpr bool normalsAreUnit = true;
 
@@ -65,13 +77,20 @@ public:
                                    -1);
     }
 
-    void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
-    void reserve(uint64_t vertices, uint64_t triangles, ThreadSpecificData& d) const
+    // First pass, per slab: the classification and the room the slab needs. The cut edges in the
+    // slab's first plane are the slab below's vertices.
+    void classify(const KxBox3i& box, ThreadSpecificData& d) const
     {
-        d.coords.reserve(vertices);
-        d.normals.reserve(vertices);
-        d.triangles.reserve(triangles);
+        d.box = box;
+        if (box.xmax - box.xmin < 2 || box.ymax - box.ymin < 2 || box.zmax - box.zmin < 2) return;
+        d.index.beginBox(m_tools.accessor, m_tools.iso, box);
+        d.vertexRoom = d.index.countCutEdges();
+        if (d.firstLayer != 0) d.vertexRoom -= d.index.countCutEdgesInPlane(Axis::index, int(d.firstLayer));
+        d.triangleRoom = d.index.countTriangles();
     }
+
+    void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
+    void reserve(uint64_t, uint64_t, ThreadSpecificData&) const {}
 
     int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge,
                 ThreadSpecificData& d) const
@@ -81,10 +100,10 @@ public:
             return -1; // the slab below's
         KxVec3f p, n;
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
-        const int index = int(d.coords.size());
-        d.coords.push_back(p);
-        d.normals.push_back(tools::unitNormal(n));
-        return index;
+        const uint64_t at = d.vertexOffset + d.verticesMade;
+        m_coordsOut[at] = p;
+        m_normalsOut[at] = tools::unitNormal(n);
+        return int(d.verticesMade++);
     }
 
     void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k,
@@ -95,55 +114,96 @@ public:
             d.faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
     }
 
+    // Corners are written as output numbers at the slab's offset; open corners stay -1.
     void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t,
                      ThreadSpecificData& d) const
     {
-        const int32_t index = int32_t(d.triangles.size());
-        d.triangles.push_back(t);
+        const int32_t index = int32_t(d.trianglesMade++);
+        const int32_t offset = int32_t(d.vertexOffset);
+        m_trianglesOut[d.triangleOffset + uint64_t(index)] =
+            KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset, t.z < 0 ? t.z : t.z + offset);
         if (d.firstLayer == 0 || uint64_t(cell[Axis::index]) != d.firstLayer) return;
         for (int corner = 0; corner < 3; ++corner)
             if (t[corner] == -1)
                 d.pendingCorners.push_back({index, corner, cell.x, cell.y, cell.z, edges[corner]});
     }
 
-    // After all slabs: concatenate them in layer order and fill the open corners from below.
-    void finishAll()
+    // After the first pass: ranges for the slabs in layer order, the output allocated once, the
+    // slabs walked into it, and the open corners filled from below.
+    void finishAll(SlabProgress* progress = nullptr)
     {
         uint64_t vertices = 0, triangles = 0;
         std::vector<ThreadSpecificData*> slabs = orderSlabs<ThreadSpecificData>(
-            store, [](const ThreadSpecificData& r) { return r.coords.size(); }, vertices, triangles);
+            store, [](const ThreadSpecificData& r) { return r.vertexRoom; },
+            [](const ThreadSpecificData& r) { return r.triangleRoom; }, vertices, triangles);
         tools::checkSurfaceSize(vertices, triangles);
         m_coords.resize(vertices);
         m_normals.resize(vertices);
         m_triangles.resize(triangles);
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { placeSlab(d); });
+        m_coordsOut = m_coords.data();
+        m_normalsOut = m_normals.data();
+        m_trianglesOut = m_triangles.data();
+        forEachSlab(slabs, [this, progress](ThreadSpecificData& d) {
+            VxIsosurfaceMarchingCubes<Tools, Self> walk(m_tools, *this, d.index);
+            walk.walkBox(d.box, d);
+            d.index = typename Tools::Index(); // the classification's memory, no longer needed
+            if (progress) progress->slabDone(ownedLayers(d));
+        });
+        uint64_t vertexEnd = 0, triangleEnd = 0;
+        for (ThreadSpecificData* d : slabs) closeSlab(*d, vertexEnd, triangleEnd);
+        m_coords.resize(vertexEnd);
+        m_normals.resize(vertexEnd);
+        m_triangles.resize(triangleEnd);
     }
 
 private:
-    // Writes one slab into its own ranges of the output and fills its open corners from the slab
-    // below.
-    void placeSlab(const ThreadSpecificData& d)
+    // The layers a slab owns: all it reads but the last, which is the next slab's first, if any.
+    int64_t ownedLayers(const ThreadSpecificData& d) const
     {
-        if (!d.coords.empty()) {
-            std::memcpy(&m_coords[d.vertexOffset], d.coords.data(), d.coords.size() * sizeof(KxVec3f));
-            std::memcpy(&m_normals[d.vertexOffset], d.normals.data(), d.normals.size() * sizeof(KxVec3f));
+        const bool top = d.lastLayer + 1 == uint64_t(m_dims[Axis::index]);
+        return int64_t(d.lastLayer - d.firstLayer) + (top ? 1 : 0);
+    }
+
+    // Moves a slab down to the end of the slabs before it (only a filter leaves room between them),
+    // then points its open corners at the slab below's vertices, which have their final numbers.
+    void closeSlab(ThreadSpecificData& d, uint64_t& vertexEnd, uint64_t& triangleEnd)
+    {
+        KxVec3i* tri = m_trianglesOut + triangleEnd;
+        if (vertexEnd != d.vertexOffset) {
+            std::memmove(m_coordsOut + vertexEnd, m_coordsOut + d.vertexOffset,
+                         d.verticesMade * sizeof(KxVec3f));
+            std::memmove(m_normalsOut + vertexEnd, m_normalsOut + d.vertexOffset,
+                         d.verticesMade * sizeof(KxVec3f));
+            const int32_t shift = int32_t(d.vertexOffset - vertexEnd);
+            for (uint64_t t = 0; t < d.trianglesMade; ++t) {
+                const KxVec3i& in = m_trianglesOut[d.triangleOffset + t];
+                tri[t] = KxVec3i(in.x < 0 ? in.x : in.x - shift, in.y < 0 ? in.y : in.y - shift,
+                                 in.z < 0 ? in.z : in.z - shift);
+            }
+        } else if (triangleEnd != d.triangleOffset) {
+            std::memmove(tri, m_trianglesOut + d.triangleOffset, d.trianglesMade * sizeof(KxVec3i));
         }
-        const int32_t offset = int32_t(d.vertexOffset);
-        KxVec3i* out = m_triangles.data() + d.triangleOffset;
-        for (std::size_t t = 0; t < d.triangles.size(); ++t)
-            out[t] = KxVec3i(d.triangles[t].x + offset, d.triangles[t].y + offset, d.triangles[t].z + offset);
+        d.vertexOffset = vertexEnd;
+        d.triangleOffset = triangleEnd;
+        vertexEnd += d.verticesMade;
+        triangleEnd += d.trianglesMade;
         for (const PendingCorner& r : d.pendingCorners) {
             const KxVec3i cell(r.x, r.y, r.z);
-            out[r.triangle][r.corner] =
+            tri[r.triangle][r.corner] =
                 int32_t(d.previous->vertexOffset) +
                 d.previous->faceVertexIds[std::size_t(Traits::edgePlace(cell, r.edge, m_dims))];
         }
     }
 
+    const Tools& m_tools;
     KxVec3i m_dims;
     KxDArray<KxVec3f> m_coords;
     KxDArray<KxVec3f> m_normals;
     KxDArray<KxVec3i> m_triangles;
+    // The output's blocks, written by the slabs' walks at disjoint ranges.
+    KxVec3f* m_coordsOut = nullptr;
+    KxVec3f* m_normalsOut = nullptr;
+    KxVec3i* m_trianglesOut = nullptr;
 };
 
 } // namespace vxiso

@@ -37,6 +37,8 @@ public:
     }
     // Moves on from slice k to k + 1.
     void nextSlice(const Accessor&, float, int k) { m_slice = slice(k + 1); }
+    // Back to the box's first slice, for a walk of a box classified before.
+    void rewind() { m_slice = 0; }
 
     // Grid edges of the box whose nodes lie on different sides: the vertices of standard cubes.
     uint64_t countCutEdges() const
@@ -45,21 +47,41 @@ public:
         const int slices = m_box.zmax - m_box.zmin;
         for (int z = 0; z < slices; ++z)
             for (int y = 0; y < m_rowsPerSlice; ++y) {
-                const uint64_t* row =
-                    m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
-                for (int w = 0; w < m_words; ++w) {
-                    // Along x: node x against node x + 1, for x + 1 inside the row.
-                    uint64_t next = row[w] >> 1;
-                    if (w + 1 < m_words) next |= row[w + 1] << 63;
-                    uint64_t along = row[w] ^ next;
-                    const int left = m_nodesX - 1 - 64 * w;
-                    if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
-                    cut += uint64_t(__builtin_popcountll(along));
-                    if (y + 1 < m_rowsPerSlice)
-                        cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_words]));
-                    if (z + 1 < slices) cut += uint64_t(__builtin_popcountll(row[w] ^ row[w + m_sliceWords]));
-                }
+                const uint64_t* row = rowBits(y, z);
+                cut += cutAlongX(row);
+                if (y + 1 < m_rowsPerSlice) cut += cutBetween(row, row + m_words);
+                if (z + 1 < slices) cut += cutBetween(row, row + m_sliceWords);
             }
+        return cut;
+    }
+
+    // The cut edges that lie in one node plane of the box, across axis (0, 1, 2) at that layer:
+    // the vertices a slab shares with its neighbour on that side.
+    uint64_t countCutEdgesInPlane(int axis, int layer) const
+    {
+        uint64_t cut = 0;
+        const int slices = m_box.zmax - m_box.zmin;
+        if (axis == 2) {
+            const int z = layer - m_box.zmin;
+            for (int y = 0; y < m_rowsPerSlice; ++y) {
+                cut += cutAlongX(rowBits(y, z));
+                if (y + 1 < m_rowsPerSlice) cut += cutBetween(rowBits(y, z), rowBits(y + 1, z));
+            }
+        } else if (axis == 1) {
+            const int y = layer - m_box.ymin;
+            for (int z = 0; z < slices; ++z) {
+                cut += cutAlongX(rowBits(y, z));
+                if (z + 1 < slices) cut += cutBetween(rowBits(y, z), rowBits(y, z + 1));
+            }
+        } else {
+            const int x = layer - m_box.xmin;
+            for (int z = 0; z < slices; ++z)
+                for (int y = 0; y < m_rowsPerSlice; ++y) {
+                    const unsigned b = bit_(rowBits(y, z), x);
+                    if (y + 1 < m_rowsPerSlice) cut += b ^ bit_(rowBits(y + 1, z), x);
+                    if (z + 1 < slices) cut += b ^ bit_(rowBits(y, z + 1), x);
+                }
+        }
         return cut;
     }
 
@@ -80,6 +102,32 @@ public:
 
 private:
     std::size_t slice(int k) const { return std::size_t(k - m_box.zmin) * m_sliceWords; }
+    // The bits of node row y of slice z, both counted from the box's corner.
+    const uint64_t* rowBits(int y, int z) const
+    {
+        return m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
+    }
+    // Cut edges along x in one row: node x against node x + 1, for x + 1 inside the row.
+    uint64_t cutAlongX(const uint64_t* row) const
+    {
+        uint64_t cut = 0;
+        for (int w = 0; w < m_words; ++w) {
+            uint64_t next = row[w] >> 1;
+            if (w + 1 < m_words) next |= row[w + 1] << 63;
+            uint64_t along = row[w] ^ next;
+            const int left = m_nodesX - 1 - 64 * w;
+            if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
+            cut += uint64_t(__builtin_popcountll(along));
+        }
+        return cut;
+    }
+    // Cut edges between two rows, node by node (the bits past a row's end are 0 in both).
+    uint64_t cutBetween(const uint64_t* a, const uint64_t* b) const
+    {
+        uint64_t cut = 0;
+        for (int w = 0; w < m_words; ++w) cut += uint64_t(__builtin_popcountll(a[w] ^ b[w]));
+        return cut;
+    }
 
     template <class F> void forEachCutCellOf(std::size_t sliceStart, int j, F&& f) const
     {

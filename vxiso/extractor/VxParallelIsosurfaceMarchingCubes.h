@@ -34,9 +34,9 @@ private:
 // Collects every slab record of an emitter's thread-local store, sorted by first layer, with the
 // running vertex and triangle offsets set and each record linked to the slab that ends where it
 // begins. The order is that of the layers, whatever order the slabs ran in.
-template <class Record, class Store, class VertexCount>
-std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t& vertices,
-                                uint64_t& triangles)
+template <class Record, class Store, class VertexCount, class TriangleCount>
+std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, TriangleCount triangleCount,
+                                uint64_t& vertices, uint64_t& triangles)
 {
     std::vector<Record*> slabs;
     for (std::vector<Record>& perThread : store)
@@ -49,7 +49,7 @@ std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, uint64_t&
         r->vertexOffset = vertices;
         r->triangleOffset = triangles;
         vertices += vertexCount(*r);
-        triangles += r->triangles.size();
+        triangles += triangleCount(*r);
         byLastLayer[r->lastLayer] = r;
     }
     for (Record* r : slabs) {
@@ -133,13 +133,17 @@ public:
         record.lastLayer = uint64_t(box.max(s) - 1);
         cubes.prepare(record);
 
-        // Traversal state belongs to the slab: nothing of it is shared between threads.
-        VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(tools, cubes);
-        marchingCubes.computeBox(box, record);
-        if (progress)
-            progress->slabDone(int64_t(s == 0   ? r.cols().size()
-                                       : s == 1 ? r.rows().size()
-                                                : r.pages().size()));
+        if constexpr (Cubes::walksInFinish) {
+            cubes.classify(box, record);
+        } else {
+            // Traversal state belongs to the slab: nothing of it is shared between threads.
+            VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(tools, cubes);
+            marchingCubes.computeBox(box, record);
+            if (progress)
+                progress->slabDone(int64_t(s == 0   ? r.cols().size()
+                                           : s == 1 ? r.rows().size()
+                                                    : r.pages().size()));
+        }
         VXISO_HAPPENS_BEFORE(cubes.sync.handBack());
     }
 
