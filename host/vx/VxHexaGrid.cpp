@@ -12,7 +12,7 @@ const int VxHexaGrid::g_faceNodes[6][4] = {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5,
 VxHexaGrid::VxHexaGrid(std::vector<float> xyz, const std::vector<int32_t>& hexaNodes)
     : VxUnstructuredGrid("hexahedral grid", std::move(xyz))
 {
-    const int32_t n = checkCells(hexaNodes, 8, "hexahedron");
+    const int32_t n = checkCells(hexaNodes, 8, "hexahedron", "hexahedra");
     m_hexas.resize(std::size_t(n));
     for (std::size_t h = 0; h < std::size_t(n); ++h)
         std::copy_n(hexaNodes.begin() + std::ptrdiff_t(8 * h), 8, m_hexas[h].nodes);

@@ -8,7 +8,7 @@ KX_ABSTRACT_SOURCE(VxTetraGrid, VxUnstructuredGrid)
 VxTetraGrid::VxTetraGrid(std::vector<float> xyz, const std::vector<int32_t>& tetraNodes)
     : VxUnstructuredGrid("tetrahedral grid", std::move(xyz))
 {
-    const int32_t n = checkCells(tetraNodes, 4, "tetrahedron");
+    const int32_t n = checkCells(tetraNodes, 4, "tetrahedron", "tetrahedra");
     m_tetras.resize(std::size_t(n));
     for (int32_t t = 0; t < n; ++t)
         for (int i = 0; i < 4; ++i) {

@@ -36,20 +36,22 @@ VxUnstructuredGrid::VxUnstructuredGrid(const char* kind, std::vector<float> xyz)
     m_box = KxBox3f(lo[0], hi[0], lo[1], hi[1], lo[2], hi[2]);
 }
 
-int32_t VxUnstructuredGrid::checkCells(const std::vector<int32_t>& cells, int n, const char* cellName) const
+int32_t VxUnstructuredGrid::checkCells(const std::vector<int32_t>& cells, int n, const char* cellName,
+                                       const char* cellsName) const
 {
     if (cells.size() % std::size_t(n))
-        throw KxException(QString("%1: %2 node indices do not make whole %3s (%4 a %3)")
+        throw KxException(QString("%1: %2 node indices do not make whole %3 (%4 a %5)")
                               .arg(m_kind)
                               .arg(qulonglong(cells.size()))
-                              .arg(cellName)
-                              .arg(n));
+                              .arg(cellsName)
+                              .arg(n)
+                              .arg(cellName));
     const std::size_t count = cells.size() / std::size_t(n);
     if (count > std::size_t(std::numeric_limits<int32_t>::max()))
-        throw KxException(QString("%1: %2 %3s are more than 32-bit indices reach")
+        throw KxException(QString("%1: %2 %3 are more than 32-bit indices reach")
                               .arg(m_kind)
                               .arg(qulonglong(count))
-                              .arg(cellName));
+                              .arg(cellsName));
     for (std::size_t i = 0; i < cells.size(); ++i)
         if (cells[i] < 0 || cells[i] >= m_numNodes)
             throw KxException(QString("%1: %2 %3 uses node %4, but %5")

@@ -25,7 +25,8 @@ protected:
     VxUnstructuredGrid(const char* kind, std::vector<float> xyz);
     // The number of cells in `cells`, n node indices each; throws when the count does not divide,
     // when there are more cells than 32-bit indices reach, or when an index is not a node.
-    int32_t checkCells(const std::vector<int32_t>& cells, int n, const char* cellName) const;
+    int32_t checkCells(const std::vector<int32_t>& cells, int n, const char* cellName,
+                       const char* cellsName) const;
 
     const char* m_kind;
 

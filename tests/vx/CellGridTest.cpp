@@ -1,0 +1,170 @@
+// Grids of tetrahedra and hexahedra and the fields on them: what bad arrays are told, which cells
+// neighbour each other, and the hexahedral grid's faces.
+#include <vx/VxHexaScalarField3.h>
+#include <vx/VxTetraScalarField3.h>
+
+#include <kx/KxException.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+
+namespace {
+
+KxVec3f cross(const KxVec3f& a, const KxVec3f& b)
+{
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+// The unit cube in six tetrahedra around its diagonal 0-7 (nodes numbered x + 2y + 4z).
+VxTetraGrid* kuhnCube()
+{
+    std::vector<float> xyz;
+    for (int n = 0; n < 8; ++n) xyz.insert(xyz.end(), {float(n & 1), float(n >> 1 & 1), float(n >> 2 & 1)});
+    return new VxTetraGrid(xyz, {0, 1, 3, 7, 0, 1, 5, 7, 0, 2, 3, 7, 0, 2, 6, 7, 0, 4, 5, 7, 0, 4, 6, 7});
+}
+
+// nx * ny * nz unit hexahedra, cells numbered x fastest.
+VxHexaGrid* hexaBlock(int nx, int ny, int nz)
+{
+    std::vector<float> xyz;
+    std::vector<int32_t> cells;
+    auto node = [&](int i, int j, int k) { return int32_t((k * (ny + 1) + j) * (nx + 1) + i); };
+    for (int k = 0; k <= nz; ++k)
+        for (int j = 0; j <= ny; ++j)
+            for (int i = 0; i <= nx; ++i) xyz.insert(xyz.end(), {float(i), float(j), float(k)});
+    for (int k = 0; k < nz; ++k)
+        for (int j = 0; j < ny; ++j)
+            for (int i = 0; i < nx; ++i)
+                cells.insert(cells.end(), {node(i, j, k), node(i + 1, j, k), node(i + 1, j + 1, k),
+                                           node(i, j + 1, k), node(i, j, k + 1), node(i + 1, j, k + 1),
+                                           node(i + 1, j + 1, k + 1), node(i, j + 1, k + 1)});
+    return new VxHexaGrid(xyz, cells);
+}
+
+TEST(CellGrid, BadArraysAreRefusedWithTheReason)
+{
+    const std::vector<float> tri = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1};
+    KxHandle<VxTetraGrid> tet(new VxTetraGrid(tri, {0, 1, 2, 3}));
+    KxHandle<VxHexaGrid> hex(hexaBlock(1, 1, 1));
+    const struct
+    {
+        std::function<void()> make;
+        const char* message;
+    } cases[] = {
+        {[] {
+             VxTetraGrid({0, 0, 0, 1}, {});
+         },
+         "tetrahedral grid: 4 coordinates do not make whole nodes (3 a node)"},
+        {[&] {
+             VxTetraGrid(tri, {0, 1, 2});
+         },
+         "tetrahedral grid: 3 node indices do not make whole tetrahedra (4 a tetrahedron)"},
+        {[&] {
+             VxTetraGrid(tri, {0, 1, 2, 3, 0, 1, 2, 4});
+         },
+         "tetrahedral grid: tetrahedron 1 uses node 4, but the nodes are 0 to 3"},
+        {[&] {
+             VxTetraGrid(tri, {0, -1, 2, 3});
+         },
+         "tetrahedral grid: tetrahedron 0 uses node -1, but the nodes are 0 to 3"},
+        {[] {
+             VxHexaGrid({}, {0, 0, 0, 0, 0, 0, 0, 0});
+         },
+         "hexahedral grid: hexahedron 0 uses node 0, but the grid has no nodes"},
+        {[] {
+             VxTetraGrid({0, 0, 0, 1, NAN, 0}, {});
+         },
+         "tetrahedral grid: node 1 has a coordinate that is not a finite number"},
+        {[&] {
+             VxTetraScalarField3(tet.get(), {1, 2, 3}, 0);
+         },
+         "tetrahedral field: 3 values for 4 nodes"},
+        {[&] {
+             VxTetraScalarField3(tet.get(), {1, 2}, 1);
+         },
+         "tetrahedral field: 2 values for 4 tetrahedron corners"},
+        {[&] {
+             VxTetraScalarField3(tet.get(), {1, 2}, 2);
+         },
+         "tetrahedral field: 2 values for 1 tetrahedra"},
+        {[&] { VxTetraScalarField3(tet.get(), {}, 3); },
+         "tetrahedral field: unknown encoding 3 (0 per node, 1 per tetrahedron corner, 2 per tetrahedron)"},
+        {[] { VxTetraScalarField3(nullptr, {}, 0); }, "tetrahedral field: there is no grid"},
+        {[&] {
+             VxHexaScalarField3(hex.get(), {1, 2}, 2);
+         },
+         "hexahedral field: 2 values for 1 hexahedra"},
+    };
+    for (const auto& c : cases) {
+        try {
+            c.make();
+            ADD_FAILURE() << "accepted; expected: " << c.message;
+        } catch (const KxException& e) {
+            EXPECT_EQ(e.text().toStdString(), c.message);
+        }
+    }
+}
+
+TEST(CellGrid, TetrahedraKnowTheirNeighboursAcrossEachFace)
+{
+    KxHandle<VxTetraGrid> g(kuhnCube());
+    int boundary = 0;
+    for (int32_t t = 0; t < g->getNumTetras(); ++t)
+        for (int i = 0; i < 4; ++i) {
+            const VxTetraGrid::Tetra& a = g->getTetra(t);
+            // The neighbour across the face opposite node i holds that face's three nodes.
+            int32_t expected = -1;
+            for (int32_t u = 0; u < g->getNumTetras(); ++u) {
+                int shared = 0;
+                for (int j = 0; j < 4; ++j)
+                    for (int32_t n : g->getTetra(u).nodes) shared += j != i && n == a.nodes[j];
+                if (u != t && shared == 3) expected = u;
+            }
+            EXPECT_EQ(a.neighbours[i], expected) << "tetrahedron " << t << " face " << i;
+            boundary += expected < 0;
+        }
+    EXPECT_EQ(boundary, 12) << "two triangles on each side of the cube";
+    EXPECT_EQ(g->countNegativelyOriented(), 3) << "the odd permutations of the axes";
+}
+
+TEST(CellGrid, HexahedralFacesComeOnceInOrderOfFirstUseTurnedOutOfTheirFirstCell)
+{
+    KxHandle<VxHexaGrid> g(hexaBlock(3, 2, 2));
+    const std::vector<VxHexaGrid::Face>& faces = g->getFaces();
+    EXPECT_EQ(&faces, &g->getFaces()) << "made once";
+    ASSERT_EQ(faces.size(), std::size_t(4 * 2 * 2 + 3 * 3 * 2 + 3 * 2 * 3));
+    int inner = 0;
+    for (std::size_t f = 0; f < faces.size(); ++f) {
+        const VxHexaGrid::Face& face = faces[f];
+        EXPECT_LE(faces[f ? f - 1 : 0].cells[0], face.cells[0]) << "face " << f;
+        inner += face.cells[1] != VxHexaGrid::NO_CELL;
+        EXPECT_TRUE(face.cells[1] == VxHexaGrid::NO_CELL || face.cells[0] < face.cells[1]) << "face " << f;
+        // The normal points from the first cell's centre towards the face.
+        const KxVec3f p0 = g->getNode(face.nodes[0]), p1 = g->getNode(face.nodes[1]),
+                      p2 = g->getNode(face.nodes[2]);
+        const KxVec3f n = cross(p1 - p0, p2 - p0);
+        KxVec3f centre(0, 0, 0);
+        for (int32_t v : g->getHexa(int32_t(face.cells[0])).nodes) centre = centre + g->getNode(v) * 0.125f;
+        EXPECT_GT(n.dot((p0 + p2) * 0.5f - centre), 0.f) << "face " << f;
+    }
+    EXPECT_EQ(inner, 2 * 2 * 2 + 3 * 1 * 2 + 3 * 2 * 1);
+}
+
+TEST(CellGrid, RangeLeavesOutNaNAndBoxSpansTheNodes)
+{
+    KxHandle<VxTetraGrid> g(kuhnCube());
+    double lo = 1, hi = 1;
+    EXPECT_FALSE(VxTetraScalarField3(g.get(), {}, 0).getRange(lo, hi)) << "no values";
+    EXPECT_EQ(lo, 0);
+    EXPECT_TRUE(VxTetraScalarField3(g.get(), {NAN, 4, -2, 7, 1, NAN}, 2).getRange(lo, hi));
+    EXPECT_EQ(lo, -2);
+    EXPECT_EQ(hi, 7);
+    KxHandle<VxHexaGrid> h(hexaBlock(3, 1, 2));
+    const KxBox3f box = VxHexaScalarField3(h.get(), {}, 0).getBoundingBox();
+    EXPECT_EQ(box.getMax(), KxVec3f(3, 1, 2));
+    EXPECT_EQ(box.getMin(), KxVec3f(0, 0, 0));
+}
+
+} // namespace
