@@ -138,9 +138,9 @@ void VxIsoHexa::computeSurface()
         s.colors.enableNotify(TRUE);
         throw;
     }
-    const int numTriangles = int(triangles.size() / 3);
+    const int numTriangles = int(triangles.size() / 3), numVertices = int(xyz.size() / 3);
     s.normals.setNum(0);
-    s.adoptCoords(int(xyz.size() / 3), xyz.release());
+    s.adoptCoords(numVertices, xyz.release());
     s.adoptTriangles(numTriangles, triangles.release());
     s.coords.enableNotify(TRUE);
     s.triangles.enableNotify(TRUE);

@@ -1,5 +1,7 @@
 // Grids of tetrahedra and hexahedra and the fields on them: what bad arrays are told, which cells
 // neighbour each other, and the hexahedral grid's faces.
+#include "../support/TestCellGrids.h"
+
 #include <vx/VxHexaScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
 
@@ -12,35 +14,12 @@
 
 namespace {
 
-KxVec3f cross(const KxVec3f& a, const KxVec3f& b)
-{
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
+using namespace vxtest;
 
-// The unit cube in six tetrahedra around its diagonal 0-7 (nodes numbered x + 2y + 4z).
+// The unit cube in six tetrahedra around its diagonal 0-7.
 VxTetraGrid* kuhnCube()
 {
-    std::vector<float> xyz;
-    for (int n = 0; n < 8; ++n) xyz.insert(xyz.end(), {float(n & 1), float(n >> 1 & 1), float(n >> 2 & 1)});
-    return new VxTetraGrid(xyz, {0, 1, 3, 7, 0, 1, 5, 7, 0, 2, 3, 7, 0, 2, 6, 7, 0, 4, 5, 7, 0, 4, 6, 7});
-}
-
-// nx * ny * nz unit hexahedra, cells numbered x fastest.
-VxHexaGrid* hexaBlock(int nx, int ny, int nz)
-{
-    std::vector<float> xyz;
-    std::vector<int32_t> cells;
-    auto node = [&](int i, int j, int k) { return int32_t((k * (ny + 1) + j) * (nx + 1) + i); };
-    for (int k = 0; k <= nz; ++k)
-        for (int j = 0; j <= ny; ++j)
-            for (int i = 0; i <= nx; ++i) xyz.insert(xyz.end(), {float(i), float(j), float(k)});
-    for (int k = 0; k < nz; ++k)
-        for (int j = 0; j < ny; ++j)
-            for (int i = 0; i < nx; ++i)
-                cells.insert(cells.end(), {node(i, j, k), node(i + 1, j, k), node(i + 1, j + 1, k),
-                                           node(i, j + 1, k), node(i, j, k + 1), node(i + 1, j, k + 1),
-                                           node(i + 1, j + 1, k + 1), node(i, j + 1, k + 1)});
-    return new VxHexaGrid(xyz, cells);
+    return kuhnGrid(2, false);
 }
 
 TEST(CellGrid, BadArraysAreRefusedWithTheReason)
