@@ -44,7 +44,6 @@ public:
                                                         {1, 5}, {3, 7}, {2, 6}};
 
     bool isComputed() const { return computed; }
-    const KxDArray<float>& getAveragedValues() const { return m_averaged; }
 
 private:
     void computeSurfaceMC(KxDArray<float>& xyz, KxDArray<int32_t>& triangles);
