@@ -18,38 +18,63 @@ VxTetraGrid::VxTetraGrid(std::vector<float> xyz, const std::vector<int32_t>& tet
     findNeighbours();
 }
 
-// Every face is keyed by its sorted nodes; after sorting the keys, the two tetrahedra of an inner
-// face sit side by side. Sorting (rather than hashing) keeps the pairing independent of memory
-// layout. A face that more than two tetrahedra share (a non-manifold mesh) pairs its first two in
-// grid order and leaves the others at the boundary.
+// Each face goes to the bucket of its smallest node (a counting sort: two passes, no comparisons),
+// and each bucket, a few dozen faces, is sorted by the other two nodes, so the two tetrahedra of an
+// inner face sit side by side. Unlike a hash table this keeps the pairing independent of memory
+// layout, and it takes a fraction of the time of sorting all faces at once. A face that more than
+// two tetrahedra share (a non-manifold mesh) pairs its first two in grid order and leaves the
+// others at the boundary.
 void VxTetraGrid::findNeighbours()
 {
-    struct FaceKey
+    struct Face
     {
-        std::array<int32_t, 3> nodes;
-        int64_t slot; // 4 * tetrahedron + the node opposite the face
-        bool operator<(const FaceKey& o) const { return nodes != o.nodes ? nodes < o.nodes : slot < o.slot; }
+        int32_t b, c; // the face's other two nodes, b <= c
+        int32_t tetra;
+        int32_t opposite; // the tetrahedron's node opposite the face
+        bool operator<(const Face& o) const
+        {
+            return b != o.b           ? b < o.b
+                   : c != o.c         ? c < o.c
+                   : tetra != o.tetra ? tetra < o.tetra
+                                      : opposite < o.opposite;
+        }
     };
-    std::vector<FaceKey> keys(m_tetras.size() * 4);
+    auto sorted = [this](std::size_t t, int i) {
+        std::array<int32_t, 3> f;
+        for (int j = 0, m = 0; j < 4; ++j)
+            if (j != i) f[std::size_t(m++)] = m_tetras[t].nodes[j];
+        if (f[0] > f[1]) std::swap(f[0], f[1]);
+        if (f[1] > f[2]) std::swap(f[1], f[2]);
+        if (f[0] > f[1]) std::swap(f[0], f[1]);
+        return f;
+    };
+    std::vector<std::size_t> start(std::size_t(getNumNodes()) + 1, 0);
     for (std::size_t t = 0; t < m_tetras.size(); ++t)
-        for (int i = 0; i < 4; ++i) {
-            FaceKey& k = keys[4 * t + std::size_t(i)];
-            for (int j = 0, m = 0; j < 4; ++j)
-                if (j != i) k.nodes[std::size_t(m++)] = m_tetras[t].nodes[j];
-            std::sort(k.nodes.begin(), k.nodes.end());
-            k.slot = int64_t(4 * t) + i;
+        for (int i = 0; i < 4; ++i) ++start[std::size_t(sorted(t, i)[0]) + 1];
+    for (std::size_t n = 1; n < start.size(); ++n) start[n] += start[n - 1];
+    std::vector<Face> faces(4 * m_tetras.size());
+    {
+        std::vector<std::size_t> next(start.begin(), start.end() - 1);
+        for (std::size_t t = 0; t < m_tetras.size(); ++t)
+            for (int i = 0; i < 4; ++i) {
+                const std::array<int32_t, 3> f = sorted(t, i);
+                faces[next[std::size_t(f[0])]++] = {f[1], f[2], int32_t(t), i};
+            }
+    }
+    for (std::size_t n = 0; n + 1 < start.size(); ++n) {
+        Face* first = faces.data() + start[n];
+        Face* last = faces.data() + start[n + 1];
+        std::sort(first, last);
+        for (Face* f = first; f < last;) {
+            Face* end = f + 1;
+            while (end < last && end->b == f->b && end->c == f->c) ++end;
+            // A tetrahedron with repeated nodes may meet itself; that is no neighbour.
+            if (end - f >= 2 && f[0].tetra != f[1].tetra) {
+                m_tetras[std::size_t(f[0].tetra)].neighbours[f[0].opposite] = f[1].tetra;
+                m_tetras[std::size_t(f[1].tetra)].neighbours[f[1].opposite] = f[0].tetra;
+            }
+            f = end;
         }
-    std::sort(keys.begin(), keys.end());
-    for (std::size_t i = 0; i + 1 < keys.size();) {
-        std::size_t j = i + 1;
-        while (j < keys.size() && keys[j].nodes == keys[i].nodes) ++j;
-        const int64_t a = keys[i].slot, b = keys[i + 1].slot;
-        // A tetrahedron with repeated nodes may meet itself; that is no neighbour.
-        if (j - i >= 2 && a / 4 != b / 4) {
-            m_tetras[std::size_t(a / 4)].neighbours[a % 4] = int32_t(b / 4);
-            m_tetras[std::size_t(b / 4)].neighbours[b % 4] = int32_t(a / 4);
-        }
-        i = j;
     }
 }
 
