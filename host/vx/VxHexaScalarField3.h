@@ -18,7 +18,7 @@ public:
     };
 
     // Shares the grid. Throws KxException when there is no grid, the encoding is unknown, or values
-    // is neither empty nor of the count the encoding asks for.
+    // is neither empty nor of the count the encoding asks for; the grid is then left as it was.
     VxHexaScalarField3(VxHexaGrid* grid, std::vector<float> values, int encoding = PER_NODE);
 
     int getEncoding() const { return m_encoding; }

@@ -19,7 +19,7 @@ public:
     };
 
     // Shares the grid. Throws KxException when there is no grid, the encoding is unknown, or values
-    // is neither empty nor of the count the encoding asks for.
+    // is neither empty nor of the count the encoding asks for; the grid is then left as it was.
     VxTetraScalarField3(VxTetraGrid* grid, std::vector<float> values, int encoding = PER_NODE);
 
     VxTetraGrid* getGrid() const { return m_grid.get(); }
