@@ -13,7 +13,7 @@ inline KxVec3f cross(const KxVec3f& a, const KxVec3f& b)
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 
-// n * n * n nodes at integer positions, numbered x fastest.
+// nx * ny * nz nodes at integer positions, numbered x fastest.
 inline std::vector<float> latticeNodes(int nx, int ny, int nz)
 {
     std::vector<float> xyz;
@@ -47,14 +47,14 @@ inline VxTetraGrid* kuhnGrid(int n, bool positive)
 // nx * ny * nz unit hexahedra, cells numbered x fastest, nodes as the marching-cubes cell has them.
 inline VxHexaGrid* hexaBlock(int nx, int ny, int nz)
 {
+    const int corners[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
+                               {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
     std::vector<int32_t> cells;
-    auto node = [&](int i, int j, int k) { return int32_t((k * (ny + 1) + j) * (nx + 1) + i); };
     for (int k = 0; k < nz; ++k)
         for (int j = 0; j < ny; ++j)
             for (int i = 0; i < nx; ++i)
-                cells.insert(cells.end(), {node(i, j, k), node(i + 1, j, k), node(i + 1, j + 1, k),
-                                           node(i, j + 1, k), node(i, j, k + 1), node(i + 1, j, k + 1),
-                                           node(i + 1, j + 1, k + 1), node(i, j + 1, k + 1)});
+                for (const int* c : corners)
+                    cells.push_back(int32_t(((k + c[2]) * (ny + 1) + j + c[1]) * (nx + 1) + i + c[0]));
     return new VxHexaGrid(latticeNodes(nx + 1, ny + 1, nz + 1), cells);
 }
 

@@ -95,7 +95,6 @@ TEST(CellGrid, HexahedralFacesComeOnceInOrderOfFirstUseTurnedOutOfTheirFirstCell
 {
     KxHandle<VxHexaGrid> g(hexaBlock(3, 2, 2));
     const std::vector<VxHexaGrid::Face>& faces = g->getFaces();
-    EXPECT_EQ(&faces, &g->getFaces()) << "made once";
     ASSERT_EQ(faces.size(), std::size_t(4 * 2 * 2 + 3 * 3 * 2 + 3 * 2 * 3));
     int inner = 0;
     for (std::size_t f = 0; f < faces.size(); ++f) {

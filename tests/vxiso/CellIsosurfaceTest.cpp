@@ -211,7 +211,6 @@ TEST_F(CellModule, PortsCommandsAndSavedLines)
     tcl("h data connect none");
     EXPECT_EQ(messages()->lines().last(), "Isosurface contains 0 triangles.");
     EXPECT_NE(savedPorts(*object<VxModule>("h")).find("\"h\" doIt hit\n"), std::string::npos);
-    EXPECT_EQ(messages()->errors().size(), 1);
 }
 
 TEST_F(CellModule, HexaSurfaceOnALatticeIsTheRegularEnginesSurface)
