@@ -1,6 +1,8 @@
 // The package's entry points. Loading the library registers its module classes with the host's
 // type registry; unloading withdraws them. Each module class joins the two lists below, in this
 // order, when it is added to the package.
+#include <vxiso/VxIsoHexa.h>
+#include <vxiso/VxIsoTetra.h>
 #include <vxiso/VxIsosurface.h>
 #include <vxiso/VxMaskedLabelIsosurface.h>
 
@@ -36,6 +38,8 @@ void corvapackage_vxiso_init()
     // The derived class first: its type record makes its parent's on the way.
     kxInitClass_VxMaskedLabelIsosurface();
     kxInitClass_VxIsosurface();
+    kxInitClass_VxIsoTetra();
+    kxInitClass_VxIsoHexa();
 }
 
 void corvapackage_vxiso_finish()
@@ -43,6 +47,8 @@ void corvapackage_vxiso_finish()
     static bool isFinished = false;
     if (isFinished) return;
     isFinished = true;
+    kxExitClass_VxIsoHexa();
+    kxExitClass_VxIsoTetra();
     kxExitClass_VxIsosurface();
     kxExitClass_VxMaskedLabelIsosurface();
 }

@@ -1,10 +1,12 @@
 #include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxColormap.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxHostClasses.h>
 #include <vx/VxLineSet.h>
 #include <vx/VxOverlayModule.h>
 #include <vx/VxPointProbe.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxTetraScalarField3.h>
 #include <vx/VxTriBase.h>
 #include <vx/VxUniformLabelField3.h>
 
@@ -24,4 +26,9 @@ void vxInitHostClasses()
     VxLineSet::getClassTypeId();
     VxBlockStructuredScalarField3::getClassTypeId();
     VxPointProbe::getClassTypeId();
+    VxUnstructuredGrid::getClassTypeId();
+    VxTetraGrid::getClassTypeId();
+    VxTetraScalarField3::getClassTypeId();
+    VxHexaGrid::getClassTypeId();
+    VxHexaScalarField3::getClassTypeId();
 }

@@ -1,7 +1,9 @@
 #include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxConnection.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxRangeProviderSpatialData.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxTetraScalarField3.h>
 
 VxConnection* VxRangeProviderSpatialData::getConnection() const
 {
@@ -22,6 +24,10 @@ bool VxRangeProviderSpatialData::getRange(double& min, double& max) const
     VxConnection* c = getConnection();
     if (const auto* blocks = c ? vxconnection_cast<VxBlockStructuredScalarField3>(*c) : nullptr)
         return blocks->getRange(min, max, VxRegScalarField3::RANGE_SKIP_UNDEFINED);
+    if (const auto* tetra = c ? vxconnection_cast<VxTetraScalarField3>(*c) : nullptr)
+        return tetra->getRange(min, max);
+    if (const auto* hexa = c ? vxconnection_cast<VxHexaScalarField3>(*c) : nullptr)
+        return hexa->getRange(min, max);
     const VxRegScalarField3* field = c ? vxconnection_cast<VxRegScalarField3>(*c) : nullptr;
     if (!field) return false;
     int mode =

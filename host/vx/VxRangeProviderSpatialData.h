@@ -6,7 +6,7 @@ class VxObject;
 
 // The value range of the data connected to an object's main input: the connection named "data",
 // else its first connection. For a regular scalar field this is its range, leaving out undefined
-// values when the field has them.
+// values when the field has them; fields on tetrahedral and hexahedral grids leave out NaN.
 class VxRangeProviderSpatialData : public VxRangeProvider
 {
 public:

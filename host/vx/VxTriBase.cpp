@@ -54,13 +54,18 @@ void VxTriBase::handleDrawStyle()
         m_surface->drawStyle = style;
 }
 
-void VxTriBase::handlePseudoColor(int)
+bool VxTriBase::handlePseudoColor(int)
 {
+    const int points = m_surface->getNumPoints();
+    if (points > 0 && m_surface->materialBinding.getValue() == SoTriSurface::PER_VERTEX &&
+        m_surface->colors.getNum() == points)
+        return true;
     SbColor c = m_colormap->getDefaultColor();
     float alpha = m_colormap->isAlphaEnabled() ? m_colormap->getDefaultAlpha() : 1.f;
     auto byte = [](float v) { return uint32_t(std::lround(std::min(1.f, std::max(0.f, v)) * 255.f)); };
     uint32_t packed = byte(c[0]) << 24 | byte(c[1]) << 16 | byte(c[2]) << 8 | byte(alpha);
     if (m_surface->colors.getNum() != 1 || m_surface->colors[0] != packed) m_surface->colors.setValue(packed);
+    return false;
 }
 
 QStringList VxTriBase::commands() const

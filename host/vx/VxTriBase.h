@@ -24,8 +24,9 @@ public:
     void replaceTriSurface(SoTriSurface* surface);
     SoNode* getGeometry() const override { return m_surface.get(); }
     void handleDrawStyle() override;
-    // Colours the surface with the colour map's default colour and alpha.
-    void handlePseudoColor(int mode) override;
+    // A surface with one colour per vertex is pseudo-coloured: it keeps its colours and the answer is
+    // true. Otherwise it gets the colour map's default colour and alpha, and the answer is false.
+    bool handlePseudoColor(int mode) override;
 
     VxPortColormap& portColormap() { return *m_colormap; }
     VxPortDrawStyle& portDrawStyle() { return *m_drawStyle; }

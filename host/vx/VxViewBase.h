@@ -21,8 +21,14 @@ public:
     void handleBuffer();
     // Applies the draw style (derived views own the style port).
     virtual void handleDrawStyle() {}
-    // Applies the colouring; the argument says which colouring the derived view asks for.
-    virtual void handlePseudoColor(int mode) { (void)mode; }
+    // Applies the colouring; the argument says which colouring the derived view asks for. Returns
+    // whether the geometry is pseudo-coloured (coloured by other data), in which case a module that
+    // colours its geometry itself leaves the colours alone.
+    virtual bool handlePseudoColor(int mode)
+    {
+        (void)mode;
+        return false;
+    }
 
     VxPortButtonList& portBuffer() { return *m_buffer; }
     int getNumBuffered() const;
