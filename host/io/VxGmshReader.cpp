@@ -42,7 +42,10 @@ public:
         m_dense.clear();
         m_sorted.clear();
         int64_t top = 0;
-        for (int64_t t : tags) top = std::max(top, t);
+        for (int64_t t : tags) {
+            if (t < 0) mesh.fail(QString("gives one of its %1 the negative tag %2").arg(what).arg(t));
+            top = std::max(top, t);
+        }
         if (uint64_t(top) <= 2 * tags.size() + 1024) {
             m_dense.assign(std::size_t(top) + 1, -1);
             for (std::size_t i = 0; i < tags.size(); ++i) {
@@ -123,9 +126,9 @@ private:
         int64_t type = -1, size = 0;
         if (w.size() < 3 || !toDouble(w[0], version) || !toInt(w[1], type) || !toInt(w[2], size))
             fail(QString("$MeshFormat says '%1', not a version, file type and data size").arg(quote(line)));
-        m_version = int(version);
         if (!(version >= 2 && version < 3) && version != 4.1)
             fail(QString("is of format %1; formats 2.2 and 4.1 are read").arg(quote(w[0])));
+        m_version = int(version);
         m_mesh.setFormat(m_version == 4 ? "Gmsh 4.1" : "Gmsh " + w[0]);
         m_binary = type == 1;
         if (m_binary && size != 8)

@@ -3,6 +3,7 @@
 #include <io/VxInputFile.h>
 
 #include <algorithm>
+#include <cmath>
 
 using Association = VxUnstructuredMesh::Association;
 
@@ -66,6 +67,10 @@ std::unique_ptr<VxUnstructuredMesh> VxMeshAssembly::finish()
 {
     VxUnstructuredMesh& m = *m_mesh;
     if (m.points.size() % 3) fail("holds a point with fewer than three coordinates");
+    for (std::size_t i = 0; i < m.points.size(); ++i)
+        if (!std::isfinite(m.points[i]))
+            fail(QString("point %1 has a coordinate that is not a finite number in single precision")
+                     .arg(i / 3));
     if (m_keptCount == 0)
         fail(m.skippedCells ? QString("holds no tetrahedra or hexahedra, only %1 lower-dimensional cells")
                                   .arg(m.skippedCells)
