@@ -39,7 +39,7 @@ public:
         while (m_file.readToken(word)) {
             word = lower(word);
             if (word == "points") {
-                const int64_t n = count("the number of points");
+                const int64_t n = storedCount("the number of points");
                 const TypeName t = type("the points");
                 checkRoom(3 * uint64_t(n), t, "point coordinates");
                 m_mesh.points().resize(3 * std::size_t(n));
@@ -49,7 +49,7 @@ public:
                 version() >= 5 ? readOffsetsAndConnectivity() : readCellList();
                 cells = true;
             } else if (word == "cell_types") {
-                const int64_t n = count("the number of cell types");
+                const int64_t n = storedCount("the number of cell types");
                 checkRoom(uint64_t(n), kInt32, "cell types");
                 m_types.resize(std::size_t(n));
                 readNumbers(m_types.data(), uint64_t(n), kInt32, "cell types");
@@ -60,7 +60,7 @@ public:
                 skipMetadata();
             } else if (word == "point_data" || word == "cell_data") {
                 readAttributes(word == "point_data" ? Association::Node : Association::Cell,
-                               count("the number of values"));
+                               storedCount("the number of values"));
             } else {
                 fail(QString("has '%1' where a keyword of an unstructured grid belongs").arg(quote(word)));
             }
@@ -78,9 +78,9 @@ public:
 
 private:
     // A count of things the file stores, each in a byte at least: larger ones are lies.
-    int64_t count(const char* what)
+    int64_t storedCount(const char* what)
     {
-        const int64_t n = VxVtkLegacyParser::count(what);
+        const int64_t n = count(what);
         if (uint64_t(n) > m_file.size())
             fail(QString("%1 is %2, more than the file could hold").arg(what).arg(n));
         return n;
@@ -89,8 +89,8 @@ private:
     // Up to version 4.2: for each cell its node count, then its nodes.
     void readCellList()
     {
-        const int64_t n = count("the number of cells");
-        const int64_t size = count("the size of the cell list");
+        const int64_t n = storedCount("the number of cells");
+        const int64_t size = storedCount("the size of the cell list");
         checkRoom(uint64_t(size), kInt32, "cell list entries");
         std::vector<int64_t> list(static_cast<std::size_t>(size));
         readNumbers(list.data(), uint64_t(size), kInt32, "cell list entries");
@@ -114,8 +114,8 @@ private:
     // Version 5: OFFSETS (one more than there are cells, from 0) and CONNECTIVITY.
     void readOffsetsAndConnectivity()
     {
-        const int64_t offsets = count("the number of offsets");
-        const int64_t size = count("the size of the connectivity");
+        const int64_t offsets = storedCount("the number of offsets");
+        const int64_t size = storedCount("the size of the connectivity");
         for (const char* keyword : {"offsets", "connectivity"}) {
             const std::string word = lower(token(keyword));
             if (word != keyword)

@@ -57,6 +57,7 @@ std::string VxVtkLegacyParser::token(const char* what)
     if (!m_file.readToken(t)) fail(QString("ends where %1 belongs").arg(what));
     return t;
 }
+
 int64_t VxVtkLegacyParser::count(const char* what)
 {
     const std::string t = token(what);
@@ -64,6 +65,7 @@ int64_t VxVtkLegacyParser::count(const char* what)
     if (!toInt(t, n) || n < 0) fail(QString("%1 is '%2', not a count").arg(what, quote(t)));
     return n;
 }
+
 double VxVtkLegacyParser::number(const char* what)
 {
     const std::string t = token(what);
@@ -72,6 +74,7 @@ double VxVtkLegacyParser::number(const char* what)
         fail(QString("%1 is '%2', not a finite number").arg(what, quote(t)));
     return v;
 }
+
 VxVtkLegacyParser::TypeName VxVtkLegacyParser::type(const char* what)
 {
     const std::string t = token(what);
@@ -79,6 +82,7 @@ VxVtkLegacyParser::TypeName VxVtkLegacyParser::type(const char* what)
     if (!typeNamed(t, n)) fail(QString("unknown value type '%1' of %2").arg(quote(t), what));
     return n;
 }
+
 // What follows the type of SCALARS: an optional count of components, then LOOKUP_TABLE and the
 // table's name. Returns the count.
 int64_t VxVtkLegacyParser::scalarsComponents()
@@ -94,6 +98,7 @@ int64_t VxVtkLegacyParser::scalarsComponents()
     token("the lookup table's name");
     return comps;
 }
+
 // Binary values start on the line after their keyword line.
 void VxVtkLegacyParser::toBinaryStart()
 {
