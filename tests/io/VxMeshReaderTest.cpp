@@ -26,13 +26,6 @@ protected:
         error.clear();
         return readUnstructuredMesh(qpath(name), QString::fromStdString(field), &error);
     }
-    // Writes the file and returns the error it gives.
-    std::string refuse(const std::string& name, const std::string& content)
-    {
-        spit(path(name), content);
-        EXPECT_FALSE(read(name)) << name;
-        return error.toStdString();
-    }
     QString error;
 };
 
@@ -107,25 +100,16 @@ template <class T> std::string bytesOf(const std::vector<T>& v)
 // are VTK's solids in order, and without a name the first node field is taken.
 TEST_F(MeshReader, FilesWrittenByVtkReadAsVtkReadsThem)
 {
-    const char* kinds[] = {"vtk-ascii",
-                           "vtk-binary",
-                           "vtk42-ascii",
-                           "vtk42-binary",
-                           "vtu-ascii",
-                           "vtu-binary",
-                           "vtu-appended",
-                           "vtu-base64",
-                           "vtu-binary-zlib",
-                           "vtu-appended-zlib",
-                           "vtu-base64-zlib",
-                           "vtu-binary-u64",
-                           "vtu-appended-zlib-u64-big",
-                           "vtu-base64-u64-big",
-                           "vtu-binary-zlib-big"};
+    std::vector<std::string> kinds;
+    std::istringstream names(
+        "vtk-ascii vtk-binary vtk42-ascii vtk42-binary vtu-ascii vtu-binary vtu-appended "
+        "vtu-base64 vtu-binary-zlib vtu-appended-zlib vtu-base64-zlib vtu-binary-u64 "
+        "vtu-appended-zlib-u64-big vtu-base64-u64-big vtu-binary-zlib-big");
+    for (std::string kind; names >> kind;) kinds.push_back(kind);
     for (const std::string shape : {"tet", "hex"}) {
         std::string args = "grid " + shape;
         std::vector<std::string> files;
-        for (const std::string kind : kinds) {
+        for (const std::string& kind : kinds) {
             files.push_back(shape + "-" + kind + (kind[2] == 'u' ? ".vtu" : ".vtk"));
             args += " " + kind + " " + path(files.back());
         }
@@ -172,7 +156,7 @@ TEST_F(MeshReader, FilesWrittenByVtkReadAsVtkReadsThem)
 // Gmsh meshes a box into tetrahedra and a transfinite one into 27 hexahedra; a node field (the
 // distance to the origin) and an element field (half the element's tag) go in as text, then gmsh
 // itself writes them in formats 2.2 and 4.1, text and binary. Each reads as the same mesh, with the
-// node values matching the node positions.
+// node values matching the node positions and the cell values the solids' tags.
 TEST_F(MeshReader, MeshesWrittenByGmshInEveryFormat)
 {
     if (std::system("gmsh -version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gmsh is not installed";
@@ -190,6 +174,7 @@ TEST_F(MeshReader, MeshesWrittenByGmshInEveryFormat)
         // Our own reading of gmsh's text: node tags and positions, element tags.
         std::istringstream in(slurp(base + ".msh"));
         std::string line, nodeData, elementData;
+        std::vector<float> halves; // of the solids' tags, in file order
         std::size_t n = 0;
         while (std::getline(in, line) && line != "$Nodes") continue;
         in >> n;
@@ -204,7 +189,9 @@ TEST_F(MeshReader, MeshesWrittenByGmshInEveryFormat)
         in >> elements;
         std::getline(in, line);
         for (std::size_t i = 0; i < elements && std::getline(in, line); ++i) {
-            const int64_t tag = std::stoll(line);
+            int64_t tag = 0, type = 0;
+            std::istringstream(line) >> tag >> type;
+            if (type == 4 || type == 5) halves.push_back(0.5f * float(tag));
             elementData += std::to_string(tag) + " " + std::to_string(0.5 * double(tag)) + "\n";
         }
         auto data = [&](const char* section, const char* name, std::size_t rows, const std::string& body) {
@@ -229,9 +216,7 @@ TEST_F(MeshReader, MeshesWrittenByGmshInEveryFormat)
         const auto reference = read(shape + "-data.msh");
         ASSERT_TRUE(reference) << error.toStdString();
         EXPECT_EQ(reference->otherFields, std::vector<std::string>{"half"});
-        if (shape == "hex") {
-            EXPECT_EQ(reference->cellCount(), 27);
-        }
+        EXPECT_TRUE(shape == "tet" || reference->cellCount() == 27) << reference->cellCount();
         EXPECT_GT(reference->skippedCells, 0);
         for (const std::string& file : files) {
             const auto m = read(file);
@@ -250,9 +235,7 @@ TEST_F(MeshReader, MeshesWrittenByGmshInEveryFormat)
                         << file;
                 }
             } else {
-                const auto again = read(shape + "-data.msh", "half");
-                ASSERT_TRUE(again);
-                EXPECT_EQ(m->values, again->values) << file;
+                EXPECT_EQ(m->values, halves) << file;
             }
         }
     }
@@ -495,7 +478,9 @@ TEST_F(MeshReader, DamagedFilesGiveOneClearError)
         {"mesh.dat", "solid\n", "unknown mesh format"},
     };
     for (const Case& c : table) {
-        const std::string e = refuse(c.name, c.content);
+        spit(path(c.name), c.content);
+        EXPECT_FALSE(read(c.name)) << c.name;
+        const std::string e = error.toStdString();
         EXPECT_EQ(e.substr(0, path(c.name).size() + 2), path(c.name) + ": ") << e;
         EXPECT_NE(e.find(c.message), std::string::npos) << "expected '" << c.message << "' in: " << e;
         EXPECT_EQ(e.find('\n'), std::string::npos) << e;
