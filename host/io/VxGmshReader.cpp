@@ -108,7 +108,7 @@ public:
             }
             expectEnd(section.substr(1));
         }
-        if (!elements) fail("has no $Nodes and $Elements");
+        if (!elements) fail(nodes ? "has no $Elements" : "has no $Nodes and $Elements");
         return m_mesh.finish();
     }
 
