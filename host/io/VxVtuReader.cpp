@@ -183,7 +183,6 @@ private:
     {
         std::vector<std::string> open;
         std::size_t at = 0;
-        const std::size_t end = m_text.size();
         for (;;) {
             const std::size_t lt = m_text.find('<', at);
             if (lt == std::string::npos) break;
@@ -208,7 +207,6 @@ private:
                 if (!element(name, attributes, open, at, empty)) return;
                 if (!empty) open.push_back(name);
             }
-            if (at > end) break;
         }
         if (!open.empty())
             fail(QString("ends inside the element '%1'; the file is truncated").arg(quote(open.back())));
