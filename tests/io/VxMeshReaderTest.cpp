@@ -218,6 +218,18 @@ TEST_F(MeshReader, MeshesWrittenByGmshInEveryFormat)
         EXPECT_EQ(reference->otherFields, std::vector<std::string>{"half"});
         EXPECT_TRUE(shape == "tet" || reference->cellCount() == 27) << reference->cellCount();
         EXPECT_GT(reference->skippedCells, 0);
+        // Gmsh's hexahedra in VTK's order: 0..3 a parallelogram in cyclic order, each of 4..7 one
+        // and the same step above 0..3.
+        for (int64_t c = 0; shape == "hex" && c < reference->cellCount(); ++c) {
+            auto at = [&](int k, int a) {
+                return reference->points[3 * std::size_t(reference->cells[8 * c + k]) + a];
+            };
+            for (int a = 0; a < 3; ++a) {
+                EXPECT_NEAR(at(0, a) + at(2, a), at(1, a) + at(3, a), 1e-6) << "hexahedron " << c;
+                for (int k = 1; k < 4; ++k)
+                    EXPECT_NEAR(at(k + 4, a) - at(k, a), at(4, a) - at(0, a), 1e-6) << c;
+            }
+        }
         for (const std::string& file : files) {
             const auto m = read(file);
             ASSERT_TRUE(m) << error.toStdString();
