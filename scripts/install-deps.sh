@@ -10,8 +10,8 @@ packages=(
   clang libclang-rt-14-dev clang-format
   mricron-data
 )
-# Test-only cross-checks and the peer benchmark; wanted but not required.
-optional=(python3-vtk9 python3-numpy libvtk9-dev)
+# Test-only cross-checks (gmsh makes the test meshes) and the peer benchmark; wanted but not required.
+optional=(python3-vtk9 python3-numpy libvtk9-dev gmsh)
 
 missing=()
 for p in "${packages[@]}" "${optional[@]}"; do

@@ -126,6 +126,17 @@ uint64_t VxInputFile::read(void* to, uint64_t n)
 {
     auto* out = static_cast<char*>(to);
     uint64_t done = 0;
+    // Small reads (the fields of binary records) from the buffer, refilled as it runs out: one
+    // system call each would cost more than the parsing.
+    if (n < m_buffer.size() / 4) {
+        while (done < n && fill()) {
+            const std::size_t step = std::size_t(std::min<uint64_t>(n - done, m_end - m_pos));
+            std::memcpy(out + done, m_buffer.data() + m_pos, step);
+            m_pos += step;
+            done += step;
+        }
+        return done;
+    }
     // What the buffer already holds first, then the rest straight from the file.
     const std::size_t buffered = std::size_t(std::min<uint64_t>(n, m_end - m_pos));
     std::memcpy(out, m_buffer.data() + m_pos, buffered);

@@ -5,6 +5,12 @@
   write KIND TYPE PATH ...: volumes by VTK's writers; KIND mhd, mha (compressed), sp, spb, rg, rgb, sg, sgb
       (structured points, rectilinear and structured grids; b: BINARY); TYPE a VTK scalar type
   read PATH ...: NRRD files by vtkNrrdReader
+  grid SHAPE KIND PATH ...: unstructured grids of tetrahedra or hexahedra (SHAPE tet or hex, with a boundary
+      triangle or quad and a vertex among them) with node and cell fields, by VTK's writers; KIND vtk or vtk42
+      (legacy, newest and 4.2 layout) with -ascii or -binary, or vtu with -ascii, -binary, -appended, -base64
+      (appended, encoded), each optionally -zlib (small blocks), -u64 (64-bit headers), -big (big-endian).
+      Prints what VTK reads back: "points N" and N lines, "cells M" and M lines "type node...", then per
+      one-component field "field NAME point|cell N" and N values.
 For each volume, what VTK reads in it: "dims", "points N" and N lines "x y z" (x fastest), "values N" and N lines.
 """
 import itertools
@@ -13,10 +19,11 @@ import sys
 # Only the modules needed: the whole of vtk would register an MPI variant of the NRRD reader that
 # fails without a controller.
 from vtkmodules import vtkCommonCore as core
-from vtkmodules.vtkCommonDataModel import vtkImageData, vtkRectilinearGrid, vtkStructuredGrid
+from vtkmodules.vtkCommonDataModel import vtkImageData, vtkRectilinearGrid, vtkStructuredGrid, vtkUnstructuredGrid
 from vtkmodules.vtkIOGeometry import vtkOBJReader, vtkSTLReader
 from vtkmodules.vtkIOImage import vtkMetaImageReader, vtkMetaImageWriter, vtkNrrdReader
-from vtkmodules.vtkIOLegacy import (vtkPolyDataReader, vtkRectilinearGridReader, vtkRectilinearGridWriter,
+from vtkmodules.vtkIOXML import vtkXMLUnstructuredGridReader, vtkXMLUnstructuredGridWriter
+from vtkmodules.vtkIOLegacy import (vtkPolyDataReader, vtkUnstructuredGridReader, vtkUnstructuredGridWriter, vtkRectilinearGridReader, vtkRectilinearGridWriter,
                                     vtkStructuredGridReader, vtkStructuredGridWriter, vtkStructuredPointsReader,
                                     vtkStructuredPointsWriter)
 from vtkmodules.vtkIOPLY import vtkPLYReader
@@ -103,9 +110,87 @@ def volume(d):
             ["values %d" % s.GetNumberOfTuples()] + [repr(s.GetTuple1(i)) for i in range(s.GetNumberOfTuples())])
 
 
+def grid(shape):
+    g, p = vtkUnstructuredGrid(), core.vtkPoints()
+    n = 3 if shape == "hex" else 2  # nodes along each axis
+    for k, j, i in itertools.product(range(n), range(n), range(n)):
+        p.InsertNextPoint(i + 0.1 * j * k, 0.5 * j, 2.0 * k + 0.01 * i)
+    g.SetPoints(p)
+    node = lambda i, j, k: i + n * (j + n * k)
+    g.InsertNextCell(1, 1, [node(0, 0, 0)])  # a vertex and a boundary face first: skipped, shifting cell data
+    if shape == "hex":
+        g.InsertNextCell(9, 4, [node(0, 0, 0), node(1, 0, 0), node(1, 1, 0), node(0, 1, 0)])
+        for k, j, i in itertools.product(range(2), range(2), range(2)):
+            c = [node(i, j, k), node(i + 1, j, k), node(i + 1, j + 1, k), node(i, j + 1, k)]
+            g.InsertNextCell(12, 8, c + [x + n * n for x in c])
+    else:
+        g.InsertNextCell(5, 3, [node(0, 0, 0), node(1, 0, 0), node(1, 1, 0)])
+        corners = [node(0, 0, 0), node(1, 0, 0), node(1, 1, 0), node(0, 1, 0), node(0, 0, 1), node(1, 0, 1),
+                   node(1, 1, 1), node(0, 1, 1)]
+        for a, b in ((1, 2), (2, 3), (3, 7), (7, 4), (4, 5), (5, 1)):  # the cube's six Kuhn tetrahedra
+            g.InsertNextCell(10, 4, [corners[0], corners[a], corners[b], corners[6]])
+    fields = (("temperature", core.vtkDoubleArray, g.GetPointData(), g.GetNumberOfPoints(), lambda i: 0.1 + i * i / 7),
+              ("label", core.vtkIntArray, g.GetPointData(), g.GetNumberOfPoints(), lambda i: 1000 - 37 * i),
+              ("pressure", core.vtkFloatArray, g.GetCellData(), g.GetNumberOfCells(), lambda i: 2.5 - i / 3),
+              ("material", core.vtkUnsignedCharArray, g.GetCellData(), g.GetNumberOfCells(), lambda i: 200 + i))
+    for name, make, data, count, value in fields:
+        a = make()
+        a.SetName(name)
+        for i in range(count):
+            a.InsertNextValue(value(i))
+        data.AddArray(a)
+    g.GetPointData().SetActiveScalars("temperature")  # legacy files: SCALARS, the rest FIELD arrays
+    g.GetCellData().SetActiveScalars("material")
+    flow = core.vtkFloatArray()  # three components: not a scalar field
+    flow.SetName("flow")
+    flow.SetNumberOfComponents(3)
+    for i in range(g.GetNumberOfPoints()):
+        flow.InsertNextTuple3(i, -i, 0.5)
+    g.GetPointData().AddArray(flow)
+    return g
+
+
+def write_grid(shape, kind, path):
+    options = kind.split("-")
+    if options[0].startswith("vtk"):
+        w = vtkUnstructuredGridWriter()
+        if options[0] == "vtk42":
+            w.SetFileVersion(42)
+        w.SetFileTypeToBinary() if "binary" in options else w.SetFileTypeToASCII()
+    else:
+        w = vtkXMLUnstructuredGridWriter()
+        modes = {"ascii": w.SetDataModeToAscii, "binary": w.SetDataModeToBinary,
+                 "appended": w.SetDataModeToAppended, "base64": w.SetDataModeToAppended}
+        modes[options[1]]()
+        w.SetEncodeAppendedData(options[1] == "base64")
+        if "zlib" in options:
+            w.SetCompressorTypeToZLib()
+            w.SetBlockSize(40)  # several blocks per array, a short last one
+        else:
+            w.SetCompressorTypeToNone()
+        w.SetHeaderTypeToUInt64() if "u64" in options else w.SetHeaderTypeToUInt32()
+        w.SetByteOrderToBigEndian() if "big" in options else w.SetByteOrderToLittleEndian()
+    w.SetInputData(grid(shape))
+    w.SetFileName(path)
+    w.Write()
+    g = read(vtkUnstructuredGridReader() if options[0].startswith("vtk") else vtkXMLUnstructuredGridReader(), path)
+    out = rows("points", g.GetNumberOfPoints(), g.GetPoint) + ["cells %d" % g.GetNumberOfCells()]
+    for c in range(g.GetNumberOfCells()):
+        ids = g.GetCell(c).GetPointIds()
+        out.append(" ".join(str(x) for x in [g.GetCellType(c)] + [ids.GetId(j) for j in range(ids.GetNumberOfIds())]))
+    for where, data in (("point", g.GetPointData()), ("cell", g.GetCellData())):
+        for a in (data.GetArray(i) for i in range(data.GetNumberOfArrays())):
+            if a.GetNumberOfComponents() == 1:
+                out.append("field %s %s %d" % (a.GetName(), where, a.GetNumberOfTuples()))
+                out += [repr(a.GetTuple1(i)) for i in range(a.GetNumberOfTuples())]
+    return out
+
+
 def main(command, args):
     if command == "mesh":
         return mesh(args[0], args[1:] == ["lines"])
+    if command == "grid":
+        return [line for kind, path in zip(args[1::2], args[2::2]) for line in write_grid(args[0], kind, path)]
     if command == "read":
         return [line for path in args for line in volume(read(vtkNrrdReader(), path))]
     out = []
