@@ -2,6 +2,7 @@
 
 #include <io/VxBlockReader.h>
 #include <io/VxLineSetWriter.h>
+#include <io/VxMeshReader.h>
 #include <io/VxSurfaceWriter.h>
 #include <io/VxVolumeReader.h>
 #include <vx/VxApplication.h>
@@ -38,6 +39,13 @@ void vxhostInstallFormats(VxApplication* app)
                 return nullptr;
             }
             return VxBlockReader::read(path, error);
+        }
+        if (VxMeshReader::isMeshPath(path)) {
+            if (labels) {
+                *error = QString("\"%1\": a mesh cannot be read as labels").arg(path);
+                return nullptr;
+            }
+            return VxMeshReader::read(path, QString(), error);
         }
         VxReadOptions options;
         options.labels = labels;

@@ -5,7 +5,9 @@
 #include <io/VxVolumeReader.h>
 #include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxCoord3.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxTetraScalarField3.h>
 #include <vx/VxUniformLabelField3.h>
 
 #include <charconv>
@@ -33,6 +35,13 @@ std::string number(float v)
 std::string triple(const KxVec3f& v)
 {
     return number(v.x) + " " + number(v.y) + " " + number(v.z);
+}
+
+void printBox(const KxBox3f& box)
+{
+    std::printf("bounding box: %s %s %s %s %s %s\n", number(box.xmin).c_str(), number(box.xmax).c_str(),
+                number(box.ymin).c_str(), number(box.ymax).c_str(), number(box.zmin).c_str(),
+                number(box.zmax).c_str());
 }
 
 void printTransform(const VxSpatialData& data)
@@ -67,9 +76,7 @@ void printGeometry(const VxSpatialData& data, const KxDim3l& d, const VxCoord3* 
     else
         std::printf("spacing: varies (%s coordinates)\n", kind);
     std::printf("origin: %s\n", triple(coords ? coords->pos(0, 0, 0) : box.getMin()).c_str());
-    std::printf("bounding box: %s %s %s %s %s %s\n", number(box.xmin).c_str(), number(box.xmax).c_str(),
-                number(box.ymin).c_str(), number(box.ymax).c_str(), number(box.zmin).c_str(),
-                number(box.zmax).c_str());
+    printBox(box);
     printTransform(data);
 }
 
@@ -118,6 +125,37 @@ void printField(const VxRegScalarField3& field)
         std::printf("undefined value: none\n");
 }
 
+void printMeshValues(bool perNode, bool have, double lo, double hi)
+{
+    std::printf("encoding: %s\n", perNode ? "one value per node" : "one value per cell");
+    if (have)
+        std::printf("value range: %s %s\n", number(lo).c_str(), number(hi).c_str());
+    else
+        std::printf("value range: none (no value that is a number)\n");
+}
+
+void printTetra(const VxTetraScalarField3& field)
+{
+    const VxTetraGrid& grid = *field.getGrid();
+    std::printf("cells: %d tetrahedra\n", grid.getNumTetras());
+    std::printf("nodes: %lld\n", (long long)grid.getNumNodes());
+    std::printf("negatively oriented tetrahedra: %d\n", grid.countNegativelyOriented());
+    double lo = 0, hi = 0;
+    const bool have = field.getRange(lo, hi);
+    printMeshValues(field.getEncoding() == VxTetraScalarField3::PER_NODE, have, lo, hi);
+    printBox(field.getBoundingBox());
+}
+
+void printHexa(const VxHexaScalarField3& field)
+{
+    std::printf("cells: %lld hexahedra\n", (long long)field.grid()->getNumHexas());
+    std::printf("nodes: %lld\n", (long long)field.grid()->getNumNodes());
+    double lo = 0, hi = 0;
+    const bool have = field.getRange(lo, hi);
+    printMeshValues(field.getEncoding() == VxHexaScalarField3::PER_NODE, have, lo, hi);
+    printBox(field.getBoundingBox());
+}
+
 } // namespace
 
 int vxisoInfo(const std::vector<std::string>& args)
@@ -135,6 +173,10 @@ int vxisoInfo(const std::vector<std::string>& args)
         printLabels(*labels);
     else if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(data.get()))
         printBlocks(*blocks);
+    else if (const auto* tetra = kx_type_cast<VxTetraScalarField3>(data.get()))
+        printTetra(*tetra);
+    else if (const auto* hexa = kx_type_cast<VxHexaScalarField3>(data.get()))
+        printHexa(*hexa);
     else
         printField(*static_cast<const VxRegScalarField3*>(data.get()));
     for (const QString& note : info.notes) std::printf("note: %s\n", qPrintable(note));

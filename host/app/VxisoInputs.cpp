@@ -2,9 +2,11 @@
 
 #include <io/VxBlockReader.h>
 #include <io/VxBuiltinField.h>
+#include <io/VxMeshReader.h>
 #include <io/VxVolumeReader.h>
 #include <kx/KxException.h>
 #include <vx/VxBlockStructuredScalarField3.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxUniformLabelField3.h>
 
@@ -26,7 +28,9 @@ void classify(VxisoOptions& o)
     const std::string& input = o.inputs[0];
     if (!o.rawFile.empty()) throw VxisoUsageError{"give the input either as INPUT or with --raw, not both"};
     o.blocks = VxBlockReader::isBlockPath(QString::fromStdString(input));
-    if (o.blocks || VxVolumeReader::formatForPath(QString::fromStdString(input)) != VxVolumeReader::UNKNOWN)
+    o.mesh = !o.blocks && VxMeshReader::isMeshPath(QString::fromStdString(input));
+    if (o.blocks || o.mesh ||
+        VxVolumeReader::formatForPath(QString::fromStdString(input)) != VxVolumeReader::UNKNOWN)
         o.volumeFile = input;
     else
         o.rawFile = input;
@@ -73,6 +77,26 @@ void checkBlocks(const VxisoOptions& o)
     if (option) throw VxisoUsageError{std::string(option) + " does not apply to a multi-block field"};
 }
 
+// A mesh goes to its module as it is; --blocky and --scalars belong to meshes only.
+void checkMesh(const VxisoOptions& o)
+{
+    if (!o.mesh) {
+        if (!o.scalars.empty())
+            throw VxisoUsageError{"--scalars chooses the field of a mesh file (.vtu, .msh, .vtk)"};
+        if (o.blocky) throw VxisoUsageError{"--blocky applies to hexahedral meshes with values per cell"};
+        return;
+    }
+    const char* option = o.labels              ? "--labels"
+                         : !o.maskFile.empty() ? "--mask"
+                         : o.pad               ? "--pad"
+                         : o.downsample[0]     ? "--downsample"
+                         : o.raw.hasUndefined  ? "--undefined"
+                         : o.compactify        ? "--compactify"
+                                               : nullptr;
+    if (option)
+        throw VxisoUsageError{std::string(option) + " does not apply to a tetrahedral or hexahedral mesh"};
+}
+
 } // namespace
 
 void vxisoChooseInput(VxisoOptions& o)
@@ -81,6 +105,7 @@ void vxisoChooseInput(VxisoOptions& o)
     checkOneInput(o);
     checkLabels(o);
     if (o.blocks) checkBlocks(o);
+    checkMesh(o);
 }
 
 KxHandle<VxSpatialData> vxisoReadInput(const VxisoOptions& o, VxVolumeInfo& info)
@@ -90,6 +115,9 @@ KxHandle<VxSpatialData> vxisoReadInput(const VxisoOptions& o, VxVolumeInfo& info
     if (!o.fieldName.empty()) {
         data = VxBuiltinField::create(QString::fromStdString(o.fieldName), o.size, &error);
         info.format = "built-in field";
+    } else if (o.mesh) {
+        data = VxMeshReader::read(QString::fromStdString(o.volumeFile), QString::fromStdString(o.scalars),
+                                  &error, &info);
     } else if (o.blocks) {
         data = VxBlockReader::read(QString::fromStdString(o.volumeFile), &error);
         info.format = "multi-block description";
@@ -236,6 +264,13 @@ KxVec3f vxisoVoxelSize(const VxSpatialData& data, const KxDim3l& d)
 VxisoModuleInputs vxisoModuleInputs(VxisoOptions& o, const KxHandle<VxSpatialData>& data)
 {
     if (o.blocks) return {data, nullptr};
+    if (o.mesh) {
+        const auto* hexa = kx_type_cast<VxHexaScalarField3>(data.get());
+        if (o.blocky && (!hexa || hexa->getEncoding() != VxHexaScalarField3::PER_HEXA))
+            throw VxisoUsageError{"--blocky applies to hexahedral meshes with values per cell; " +
+                                  o.volumeFile + (hexa ? " has values per node" : " holds tetrahedra")};
+        return {data, nullptr};
+    }
     VxisoModuleInputs in;
     KxHandle<VxRegScalarField3> field;
     if (o.labels) {

@@ -98,6 +98,9 @@ const std::vector<VxisoOption>& vxisoOptionTable()
          "of "
          "label N (--label N) or of every label",
          [](VxisoOptions& o, int, const Value&) { o.labels = true; }},
+        {"--scalars", nullptr, "NAME", Kind::Text, kAll,
+         "the field of a mesh file to read (default: its first node field, else its first cell field)",
+         [](VxisoOptions& o, int, const Value& v) { o.scalars = v.text; }},
         {"--snap", nullptr, "", Kind::Gone, kAll,
          "--snap is gone: vxiso surface runs the isosurface module, which snaps vertices within half an edge "
          "(--compactify)",
@@ -134,6 +137,10 @@ const std::vector<VxisoOption>& vxisoOptionTable()
          "too "
          "(default: strict, only triangles inside it)",
          [](VxisoOptions& o, int, const Value&) { o.relaxed = true; }},
+        {"--blocky", nullptr, "", Kind::Flag, kSurface,
+         "with a hexahedral mesh whose values are per cell: a surface of whole cell faces between the cells "
+         "above and below VALUE, instead of the surface of values averaged to the nodes",
+         [](VxisoOptions& o, int, const Value&) { o.blocky = true; }},
         {"--downsample", nullptr, "FX FY FZ", Kind::Integer, kSurface,
          "extract from a copy averaged over FX x FY x FZ voxels (uniform volumes; each factor at most half "
          "its "

@@ -26,6 +26,8 @@ struct VxisoOptions
     std::vector<std::string> inputs;
     std::string volumeFile, rawFile, fieldName;
     bool blocks = false; // volumeFile is a multi-block description
+    bool mesh = false;   // volumeFile is a tetrahedral or hexahedral mesh
+    std::string scalars; // the mesh's field to read; empty: the first
     VxRawDescription raw;
     bool haveDims = false, haveType = false;
     bool describesRaw = false; // any of --dims, --type, --spacing, --origin, --offset, --swap-bytes
@@ -39,6 +41,7 @@ struct VxisoOptions
     long long label = 0, maskLabel = 0;
     bool haveLabel = false, haveMaskLabel = false, relaxed = false;
     bool compactify = false, verbose = false, ascii = false, pad = false;
+    bool blocky = false;           // per-cell surfaces of a hexahedral mesh's per-cell values
     int downsample[3] = {0, 0, 0}; // 0: not asked for
     long long cores = 0;           // 0: all cores
     double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};

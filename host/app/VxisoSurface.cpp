@@ -12,11 +12,14 @@
 #include <vx/VxApplication.h>
 #include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxExtractionReport.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxMessage.h>
 #include <vx/VxObject.h>
 #include <vx/VxPortFloatSlider.h>
 #include <vx/VxPortIntTextN.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxTetraScalarField3.h>
+#include <vx/VxTriBase.h>
 #include <vx/VxUniformLabelField3.h>
 
 #include <QFileInfo>
@@ -24,6 +27,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -161,11 +165,34 @@ void warnOutsideRange(double threshold, double lo, double hi)
             threshold, lo, hi);
 }
 
+// The module that takes the data, and the button that runs it.
+struct ModuleChoice
+{
+    QString type, button;
+};
+ModuleChoice moduleFor(const VxisoModuleInputs& in)
+{
+    if (kx_type_cast<VxTetraScalarField3>(in.data.get())) return {"VxIsoTetra", "action"};
+    if (kx_type_cast<VxHexaScalarField3>(in.data.get())) return {"VxIsoHexa", "doIt"};
+    return {in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface", "doIt"};
+}
+
+// A mesh's module: per-cell values of hexahedra are averaged to the nodes unless --blocky.
+void setUpMeshModule(VxHostSession& host, const VxisoOptions& o, const QString& module)
+{
+    host.run({"create", module, "isosurface"}, "cannot create the module " + module);
+    host.run({"isosurface", "data", "connect", "volume"}, "the module " + module + " does not take the mesh");
+    if (module == "VxIsoHexa")
+        host.run({"isosurface", "average", "setValue", "0", o.blocky ? "0" : "1"}, "cannot set --blocky");
+    setThreshold(host, o.threshold);
+}
+
 // Creates and connects the module and sets its ports from the options, as a script would.
 void setUpModule(VxHostSession& host, const VxisoOptions& o, const VxisoModuleInputs& in)
 {
     host.add(in.data.get(), "volume");
-    const QString module = in.mask ? "VxMaskedLabelIsosurface" : "VxIsosurface";
+    const QString module = moduleFor(in).type;
+    if (o.mesh) return setUpMeshModule(host, o, module);
     host.run({"create", module, "isosurface"}, "cannot create the module " + module);
     host.run({"isosurface", "data", "connect", "volume"},
              "the module " + module + " does not take the volume");
@@ -224,19 +251,29 @@ void refuseOverwritingInputs(const VxisoOptions& o)
                               " are the same file; choose another name"};
 }
 
+// The value range of blocks and meshes, whose values need no checks beyond it.
+bool rangeBesidesVolumes(const VxSpatialData& data, double& lo, double& hi)
+{
+    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data))
+        return blocks->getRange(lo, hi);
+    if (const auto* tetra = kx_type_cast<VxTetraScalarField3>(&data)) return tetra->getRange(lo, hi);
+    if (const auto* hexa = kx_type_cast<VxHexaScalarField3>(&data)) return hexa->getRange(lo, hi);
+    return false;
+}
+
 // What the values do to the surface that the user may not expect; one pass over them for the range,
 // a second only where the range leaves infinities or rounding possible.
 void warnAboutValues(const VxisoOptions& o, const VxSpatialData& data)
 {
     if (o.labels) return;
     double lo = 0, hi = 0;
-    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(&data)) {
-        if (blocks->getRange(lo, hi)) warnOutsideRange(o.threshold, lo, hi);
+    const auto* field = kx_type_cast<VxRegScalarField3>(&data);
+    if (!field) {
+        if (rangeBesidesVolumes(data, lo, hi)) warnOutsideRange(o.threshold, lo, hi);
         return;
     }
-    const auto& field = static_cast<const VxRegScalarField3&>(data);
-    if (!field.getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) return;
-    const VxValueChecks checks = VxValueChecks::of(field, o.threshold, lo, hi);
+    if (!field->getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) return;
+    const VxValueChecks checks = VxValueChecks::of(*field, o.threshold, lo, hi);
     for (const QString& warning : {checks.infinities, checks.precision})
         if (!warning.isEmpty()) std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(warning));
     warnOutsideRange(o.threshold, lo, hi);
@@ -263,9 +300,9 @@ QString moduleFailure(VxHostSession& host)
 }
 
 // Runs the module; a failure becomes one line of this command's own, not the module's dialog text.
-void extract(VxHostSession& host, const QString& output)
+void extract(VxHostSession& host, const QString& button, const QString& output)
 {
-    host.run({"isosurface", "doIt", "hit"}, "the isosurface module did not run");
+    host.run({"isosurface", button, "hit"}, "the isosurface module did not run");
     host.run({"isosurface", "fire"}, "the isosurface module did not run");
     passOnModuleWarnings();
     if (VxApplication::instance()->progress()->wasInterrupted())
@@ -279,7 +316,7 @@ VxisoModuleInputs readInputs(VxisoOptions& o)
 {
     VxVolumeInfo info;
     KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
-    if (!o.volumeFile.empty() && !o.blocks) warnAboutFile(o, info, *data);
+    if (!o.volumeFile.empty() && !o.blocks && !o.mesh) warnAboutFile(o, info, *data);
     warnAboutValues(o, *data);
     return vxisoModuleInputs(o, data);
 }
@@ -320,11 +357,25 @@ int vxisoSurface(const std::vector<std::string>& args)
     VxHostSession host;
     VxApplication::instance()->message()->setErrorConsole(nullptr);
     host.loadPackage("libvxiso.so");
+    // The cell-grid modules recompute on every port change, so set-up runs them already; only the
+    // run that counts speaks.
+    VxApplication::instance()->message()->setConsole(nullptr);
     setUpModule(host, o, inputs);
-    extract(host, QString::fromStdString(o.output));
+    VxApplication::instance()->message()->setConsole(stdout);
+    const auto start = std::chrono::steady_clock::now();
+    extract(host, moduleFor(inputs).button, QString::fromStdString(o.output));
     if (o.downsample[0]) noteClampedFactors(host, o);
     const auto* report = dynamic_cast<const VxExtractionReport*>(host.find("isosurface"));
-    printRun(o, report ? report->lastExtraction() : VxExtractionReport::Figures());
+    if (report) {
+        printRun(o, report->lastExtraction());
+    } else { // the mesh modules keep no report: the module's whole run
+        // The tetrahedral module prints no count of its own; the user is told as for every surface.
+        const auto* module = dynamic_cast<const VxTriBase*>(host.find("isosurface"));
+        if (moduleFor(inputs).type == "VxIsoTetra" && module)
+            std::printf("Isosurface contains %d triangles\n", module->getTriSurface()->getNumTriangles());
+        std::printf("Elapsed time: %.3f s\n",
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
     write(host, o);
     std::fflush(stdout);
     return 0;

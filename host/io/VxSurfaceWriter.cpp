@@ -166,27 +166,26 @@ void putTripleLines(W& w, int n, const SbVec3f* vectors, const char* lead = "")
     }
 }
 
-const SbVec3f kZero(0.f, 0.f, 0.f);
-
 void writePly(const SurfaceView& v, W& w, bool ascii)
 {
+    // A surface without normals (the cell-grid modules make none) is written without them: zero
+    // vectors would read as normals to a viewer, and it would light the surface black.
     w.put(QByteArray("ply\nformat ") + (ascii ? "ascii" : "binary_little_endian") +
           " 1.0\ncomment written by vxiso\nelement vertex " + QByteArray::number(v.numVertices) +
-          "\nproperty float x\nproperty float y\nproperty float z\n"
-          "property float nx\nproperty float ny\nproperty float nz\nelement face " +
+          "\nproperty float x\nproperty float y\nproperty float z\n" +
+          (v.normals ? "property float nx\nproperty float ny\nproperty float nz\n" : "") + "element face " +
           QByteArray::number(v.numTriangles) + "\nproperty list uchar int vertex_indices\nend_header\n");
-    // Normals stay in the layout even when missing, so that readers see one vertex type.
     for (int i = 0; i < v.numVertices && w.ok(); ++i) {
         const float* p = v.coords[i].getValue();
-        const float* n = (v.normals ? v.normals[i] : kZero).getValue();
         char* o = w.room(160);
         if (ascii) {
             o = putTriple(o, p);
-            o = putTriple(o, n, " ");
+            if (v.normals) o = putTriple(o, v.normals[i].getValue(), " ");
             *o++ = '\n';
         } else {
             for (int k = 0; k < 3; ++k) o = putF32(o, p[k]);
-            for (int k = 0; k < 3; ++k) o = putF32(o, n[k]);
+            if (v.normals)
+                for (int k = 0; k < 3; ++k) o = putF32(o, v.normals[i][k]);
         }
         w.advance(o);
     }

@@ -105,6 +105,15 @@ void VxVtkLegacyParser::toBinaryStart()
     if (m_binary) m_file.skipLine();
 }
 
+std::string VxVtkLegacyParser::datasetOf(const QString& path)
+{
+    try {
+        return VxVtkLegacyParser(path).readPreamble();
+    } catch (const VxReadFailure&) {
+        return std::string();
+    }
+}
+
 std::string VxVtkLegacyParser::readPreamble()
 {
     std::string line;

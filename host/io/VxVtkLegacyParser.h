@@ -28,6 +28,10 @@ public:
 
     explicit VxVtkLegacyParser(const QString& path);
 
+    // The dataset type of the file, lower-case ("structured_points", "unstructured_grid"), or an
+    // empty string when it is not a readable VTK legacy file.
+    static std::string datasetOf(const QString& path);
+
     [[noreturn]] void fail(const QString& why) const { m_file.fail(why); }
 
 protected:

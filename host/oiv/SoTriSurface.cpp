@@ -136,6 +136,26 @@ bool SoTriSurface::indicesInRange()
     return inRange;
 }
 
+const SbVec3f* SoTriSurface::shadingNormals()
+{
+    if (m_shadingNormalsId == getNodeId() && m_shadingNormals.size() == size_t(coords.getNum()))
+        return m_shadingNormals.data();
+    const int nv = coords.getNum();
+    const SbVec3f* p = coords.getValues(0);
+    m_shadingNormals.assign(size_t(nv), SbVec3f(0, 0, 0));
+    for (int f = 0; f < triangles.getNum(); ++f) {
+        const int32_t* idx = triangles[f].getValue();
+        if (idx[0] < 0 || idx[1] < 0 || idx[2] < 0 || idx[0] >= nv || idx[1] >= nv || idx[2] >= nv) continue;
+        // The cross product's length is twice the area: larger triangles weigh more.
+        const SbVec3f n = (p[idx[1]] - p[idx[0]]).cross(p[idx[2]] - p[idx[0]]);
+        for (int c = 0; c < 3; ++c) m_shadingNormals[size_t(idx[c])] += n;
+    }
+    for (SbVec3f& n : m_shadingNormals)
+        if (n.length() > 0.f) n.normalize();
+    m_shadingNormalsId = getNodeId();
+    return m_shadingNormals.data();
+}
+
 void SoTriSurface::GLRender(SoGLRenderAction* action)
 {
     if (!shouldGLRender(action)) return;
@@ -152,7 +172,7 @@ void SoTriSurface::GLRender(SoGLRenderAction* action)
         const uint32_t c = colors[0];
         glColor4ub(GLubyte(c >> 24), GLubyte(c >> 16), GLubyte(c >> 8), GLubyte(c));
     }
-    const bool haveNormals = normals.getNum() == nv;
+    const SbVec3f* vertexNormals = normals.getNum() == nv ? normals.getValues(0) : shadingNormals();
 
     glPushAttrib(GL_LIGHTING_BIT | GL_POLYGON_BIT | GL_POINT_BIT);
     // Set both ways: an inherited shape hint may have switched two-sided lighting on.
@@ -168,14 +188,11 @@ void SoTriSurface::GLRender(SoGLRenderAction* action)
         glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
         break;
     }
-    if (!haveNormals) glDisable(GL_LIGHTING);
 
     glEnableClientState(GL_VERTEX_ARRAY);
     glVertexPointer(3, GL_FLOAT, 0, coords.getValues(0));
-    if (haveNormals) {
-        glEnableClientState(GL_NORMAL_ARRAY);
-        glNormalPointer(GL_FLOAT, 0, normals.getValues(0));
-    }
+    glEnableClientState(GL_NORMAL_ARRAY);
+    glNormalPointer(GL_FLOAT, 0, vertexNormals);
     if (perVertexColor) {
         glEnableClientState(GL_COLOR_ARRAY);
         // Packed 0xRRGGBBAA is stored little-endian as A, B, G, R; read it back as RGBA bytes.

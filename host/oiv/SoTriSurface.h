@@ -6,6 +6,7 @@
 #include <Inventor/fields/SoSFEnum.h>
 #include <Inventor/nodes/SoShape.h>
 #include <Inventor/nodes/SoSubNode.h>
+#include <vector>
 
 // Triangle surface of the host: vertex coordinates, per-vertex normals and triangles as three vertex
 // indices each. Large arrays are handed over without copying (adopt*), after which the fields own
@@ -61,6 +62,12 @@ protected:
 
 private:
     bool indicesInRange();
+    // Normals to light a surface that has none: each vertex the area-weighted mean of its
+    // triangles' normals, remade when the node changes.
+    const SbVec3f* shadingNormals();
+
+    std::vector<SbVec3f> m_shadingNormals;
+    SbUniqueId m_shadingNormalsId = 0;
 
     SbUniqueId m_rangeCheckedId = 0;
     bool m_rangeChecked = false;
