@@ -248,9 +248,9 @@ template void VxIsosurfaceExtractor::compute(const vxiso::filter::UndefinedValue
 template void VxIsosurfaceExtractor::compute(const vxiso::filter::LabelIsoSurfaceFilter&);
 
 void VxIsosurfaceExtractor::handOver(KxDArray<KxVec3i>& triangles, KxDArray<KxVec3f>& coords,
-                                     KxDArray<KxVec3f>& normals, bool normalsAreUnit)
+                                     KxDArray<KxVec3f>& normals, bool snapped)
 {
-    m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
+    if (snapped) m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
     if (!triangles.empty()) {
         triangles.shrinkToFit();
         const int n = int(triangles.size());
@@ -262,7 +262,7 @@ void VxIsosurfaceExtractor::handOver(KxDArray<KxVec3i>& triangles, KxDArray<KxVe
     if (!coords.empty()) {
         coords.shrinkToFit();
         normals.shrinkToFit();
-        if (!normalsAreUnit)
+        if (snapped)
             for (KxVec3f& v : normals) v = vxiso::tools::unitNormal(v);
         const int n = int(coords.size());
         m_surface->adoptCoords(n, reinterpret_cast<float*>(coords.release()));

@@ -87,10 +87,10 @@ private:
     template <class Accessor, template <class, class> class Cubes, class Filter, class Axis>
     void computeParallel(const Filter& filter);
 
-    // Hands the arrays to the surface without copying, dropping degenerate triangles and making the
-    // normals unit length unless they are already; the arrays are left empty.
+    // Hands the arrays to the surface without copying; after snapping it first drops the triangles
+    // that collapsed and makes the summed normals unit length. The arrays are left empty.
     void handOver(KxDArray<KxVec3i>& triangles, KxDArray<KxVec3f>& coords, KxDArray<KxVec3f>& normals,
-                  bool normalsAreUnit);
+                  bool snapped);
 
     const VxRegScalarField3* m_field;
     SoTriSurface* m_surface;

@@ -60,8 +60,9 @@ public:
     types::Nodes nodes;
     KxDArray<KxVec3i> triangles;
 
-    // Normals are means of sums, made unit at the hand-over.
-    static constexpr bool normalsAreUnit = false;
+    // Vertices are merged by snapping: normals are means of sums, made unit at the hand-over, and a
+    // triangle whose corners snapped together is dropped there.
+    static constexpr bool snapsVertices = true;
 
     KxDArray<KxVec3f>& vertexCoords() { return nodes.coords; }
     KxDArray<KxVec3f>& vertexNormals() { return nodes.normals; }

@@ -69,8 +69,7 @@ void VxIsosurfaceExtractor::doComputeRegScalarField3(const Filter& filter)
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
     m_slabCount = 1;
-    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(),
-             Cubes<Tools>::normalsAreUnit);
+    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(), Cubes<Tools>::snapsVertices);
 }
 
 template <class Accessor, template <class, class> class Cubes, class Filter, class Axis>
@@ -105,7 +104,7 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
 
     m_elapsedTime = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     m_degenerateCount += cubes.degenerateCount();
-    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(), Emitter::normalsAreUnit);
+    handOver(cubes.triangleArray(), cubes.vertexCoords(), cubes.vertexNormals(), Emitter::snapsVertices);
 }
 
 // Explicit instantiations of one accessor for both filters, per cubes policy (and split axis).

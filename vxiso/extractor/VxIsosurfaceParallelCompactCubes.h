@@ -88,8 +88,9 @@ public:
 
     // Each slab is walked by the parallel traversal itself.
     static constexpr bool walksInFinish = false;
-    // Normals are means of sums, made unit at the hand-over.
-    static constexpr bool normalsAreUnit = false;
+    // Vertices are merged by snapping: normals are means of sums, made unit at the hand-over, and a
+    // triangle whose corners snapped together is dropped there.
+    static constexpr bool snapsVertices = true;
 
     KxDArray<KxVec3f>& vertexCoords() { return m_out.coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_out.normals; }

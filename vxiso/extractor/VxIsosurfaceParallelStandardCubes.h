@@ -60,8 +60,9 @@ public:
 
     // The parallel traversal classifies the slabs only; finishAll walks them.
     static constexpr bool walksInFinish = true;
-    // Normals are stored at unit length as they are made: one pass over the vertices less.
-    static constexpr bool normalsAreUnit = true;
+    // Normals are stored at unit length as they are made, and every triangle has three distinct
+    // vertices (one per cut edge): the hand-over passes over neither array.
+    static constexpr bool snapsVertices = false;
 
     KxDArray<KxVec3f>& vertexCoords() { return m_coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_normals; }

@@ -14,8 +14,9 @@ public:
     KxDArray<KxVec3f> normals;
     KxDArray<KxVec3i> triangles;
 
-    // Normals are stored at unit length as they are made: one pass over the vertices less.
-    static constexpr bool normalsAreUnit = true;
+    // Normals are stored at unit length as they are made, and every triangle has three distinct
+    // vertices (one per cut edge): the hand-over passes over neither array.
+    static constexpr bool snapsVertices = false;
 
     KxDArray<KxVec3f>& vertexCoords() { return coords; }
     KxDArray<KxVec3f>& vertexNormals() { return normals; }
