@@ -55,11 +55,14 @@ demo: build
 bench: build
 	$(BUILD)/bin/vxiso_bench --benchmark_counters_tabular=true
 
-# Side by side with VTK's flying edges; built only where VTK 9 (libvtk9-dev) is installed.
+# Side by side with VTK's flying edges; built only where VTK 9 (libvtk9-dev) is installed. First both
+# warm in one process, then cold: a fresh process per run, ours and the peer's interleaved.
+COLD_RUNS ?= 7
 peer-bench: deps configure
-	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_peer_bench || \
+	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_peer_bench vxiso vxiso_package || \
 	  { echo "peer-bench: vxiso_peer_bench did not build (it needs VTK 9: libvtk9-dev)"; exit 1; }
 	$(BUILD)/bin/vxiso_peer_bench
+	$(BUILD)/bin/vxiso_peer_bench --cold --runs $(COLD_RUNS)
 
 # Every C++ file as the repository's .clang-format writes it (clang-format 14 from Debian).
 format: deps

@@ -3,9 +3,11 @@
 #include <vxiso/extractor/VxIsosurfaceMarchingCubes.h>
 #include <vxiso/extractor/VxRaceAnnotations.h>
 
+#include <tbb/blocked_range.h>
 #include <tbb/blocked_range3d.h>
 #include <tbb/enumerable_thread_specific.h>
-#include <tbb/parallel_for_each.h>
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
 
 #include <algorithm>
 #include <atomic>
@@ -73,9 +75,9 @@ private:
     char m_handBack = 0;
 };
 
-// Runs f over the slabs on the scheduler's threads; returns when all are done. The scheduler holds the
-// task by reference: the task's own address marks the hand-over (which also makes sure the task is
-// written before it), a tag of its own the hand-back.
+// Runs f over the slabs on the scheduler's threads, one slab a task; returns when all are done. The
+// scheduler hands out slab numbers, never the list itself, so that the list is read only after the
+// hand-over, marked on the sync's tags like the traversal's.
 template <class Record, class F> void forEachSlab(std::vector<Record*>& slabs, F f)
 {
     const SlabSync sync;
@@ -83,16 +85,22 @@ template <class Record, class F> void forEachSlab(std::vector<Record*>& slabs, F
     {
         const SlabSync* sync;
         F* f;
-        void operator()(Record* r) const
+        std::vector<Record*>* slabs;
+        void operator()(const tbb::blocked_range<std::size_t>& r) const
         {
-            VXISO_HAPPENS_AFTER(this);
-            (*f)(*r);
-            VXISO_HAPPENS_BEFORE(sync->handBack());
+            VXISO_IGNORE_READS_BEGIN(); // this copy's fields were written by the scheduler
+            const SlabSync* s = sync;
+            F* each = f;
+            std::vector<Record*>* list = slabs;
+            VXISO_IGNORE_READS_END();
+            VXISO_HAPPENS_AFTER(s->handOver());
+            for (std::size_t i = r.begin(); i != r.end(); ++i) (*each)(*(*list)[i]);
+            VXISO_HAPPENS_BEFORE(s->handBack());
         }
     };
-    const Task task{&sync, &f};
-    VXISO_HAPPENS_BEFORE(&task);
-    tbb::parallel_for_each(slabs.begin(), slabs.end(), task);
+    VXISO_HAPPENS_BEFORE(sync.handOver());
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, slabs.size(), 1), Task{&sync, &f, &slabs},
+                      tbb::simple_partitioner());
     VXISO_HAPPENS_AFTER(sync.handBack());
 }
 
