@@ -478,6 +478,155 @@ TEST_F(VxisoCommand, MultiBlockFieldsTakeTheBlockPath)
         << info.out;
 }
 
+// Hand-made meshes: two tetrahedra on a shared face with the node field v = the node's index
+// (x + 2y + 3z in the first, y + 2z in the second, so its gradient has a positive dot product with
+// (1, 2, 3) in both), or the same cells in the other orientation; two unit hexahedra side by side
+// along x with the node field x and the cell field heat (0, 2).
+static void writeSmallMeshes(const std::string& folder)
+{
+    const std::string head = "# vtk DataFile Version 3.0\nsmall\nASCII\nDATASET UNSTRUCTURED_GRID\n",
+                      tetra = head + "POINTS 5 float\n0 0 0 1 0 0 0 1 0 0 0 1 1 1 1\nCELLS 2 10\n",
+                      tetraData =
+                          "CELL_TYPES 2\n10 10\nPOINT_DATA 5\nSCALARS v float 1\nLOOKUP_TABLE default\n";
+    spit(folder + "tet.vtk", tetra + "4 0 1 2 3\n4 1 2 3 4\n" + tetraData + "0 1 2 3 4\n");
+    spit(folder + "neg.vtk", tetra + "4 0 2 1 3\n4 2 1 3 4\n" + tetraData + "0 1 2 3 4\n");
+    spit(folder + "past.vtk", tetra + "4 0 1 2 3\n4 1 2 3 5\n" + tetraData + "0 1 2 3 4\n");
+    spit(folder + "nan.vtk", tetra + "4 0 1 2 3\n4 1 2 3 4\n" + tetraData + "nan nan nan nan nan\n");
+    spit(folder + "hex.vtk", head + "POINTS 12 float\n0 0 0 1 0 0 2 0 0 0 1 0 1 1 0 2 1 0 0 0 1 1 0 1 2 0 1 "
+                                    "0 1 1 1 1 1 2 1 1\nCELLS 2 18\n8 0 1 4 3 6 7 10 9\n8 1 2 5 4 7 8 11 10\n"
+                                    "CELL_TYPES 2\n12 12\nCELL_DATA 2\nSCALARS heat float 1\nLOOKUP_TABLE "
+                                    "default\n0 2\nPOINT_DATA 12\nSCALARS x float 1\nLOOKUP_TABLE default\n"
+                                    "0 1 2 0 1 2 0 1 2 0 1 2\n");
+}
+
+TEST_F(VxisoCommand, InfoOnMeshesPrintsCellsEncodingRangeAndBox)
+{
+    writeSmallMeshes(path(""));
+    const std::pair<std::string, std::string> cases[] = {
+        {"neg.vtk", "format: VTK legacy unstructured grid\ncells: 2 tetrahedra\nnodes: 5\n"
+                    "negatively oriented tetrahedra: 2\nencoding: one value per node\nvalue range: 0 4\n"
+                    "bounding box: 0 1 0 1 0 1\nnote: the field is \"v\" (float, one value per node)\n"},
+        {"hex.vtk --scalars heat",
+         "format: VTK legacy unstructured grid\ncells: 2 hexahedra\nnodes: 12\nencoding: one value per cell\n"
+         "value range: 0 2\nbounding box: 0 2 0 1 0 1\nnote: the field is \"heat\" (float, one value per "
+         "cell); --scalars NAME chooses another: x\n"},
+    };
+    for (const auto& [args, lines] : cases) {
+        const Result r = vxiso("info " + args);
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out, "file: " + args.substr(0, 7) + "\n" + lines);
+    }
+}
+
+// Tetrahedral surfaces follow the orientation rule into the file: normals towards the values at or
+// above the threshold in positive tetrahedra, away from them in negative ones. Hexahedral cell
+// values are averaged to the nodes (1 between 0 and 2) unless --blocky, whose surface is the face
+// between the cells. A script that loads the mesh writes the same file as the command.
+TEST_F(VxisoCommand, MeshSurfacesFollowTheOrientationRuleAndTheCellValues)
+{
+    writeSmallMeshes(path(""));
+    const struct
+    {
+        std::string args, module, ports;
+        int triangles, sign; // sign: of each normal's dot product with (1, 2, 3); 0: not checked
+        float x;             // where every vertex of a triangle lies; NaN: anywhere
+    } cases[] = {
+        {"tet.vtk -t 2.5", "VxIsoTetra action", "", 3, 1, NAN},
+        {"neg.vtk -t 2.5", "VxIsoTetra action", "", 3, -1, NAN},
+        {"neg.vtk -t 0.5", "VxIsoTetra action", "", 1, -1, NAN},
+        {"hex.vtk -t 0.5", "VxIsoHexa doIt", "iso average setValue 0 1\n", 2, 0, 0.5f},
+        {"hex.vtk -t 0.5 --scalars heat", "", "", 2, 0, 0.5f},
+        {"hex.vtk -t 0.5 --scalars heat --blocky", "", "", 2, 0, 1.f},
+    };
+    for (const auto& c : cases) {
+        const Result r = vxiso("surface " + c.args + " -o c.ply");
+        ASSERT_EQ(r.status, 0) << c.args << ": " << r.err;
+        EXPECT_TRUE(r.err.empty()) << r.err;
+        const TestMesh m = ply("c.ply");
+        EXPECT_EQ(m.numTriangles(), c.triangles) << c.args;
+        EXPECT_EQ(firstLine(r.out), "Isosurface contains " + std::to_string(c.triangles) + " triangles" +
+                                        (c.args[0] == 'h' ? "." : ""));
+        for (int t = 0; t < m.numTriangles(); ++t) {
+            const KxVec3i i = m.triangle(std::size_t(t));
+            const KxVec3f a = m.point(std::size_t(i.x)), b = m.point(std::size_t(i.y)),
+                          d = m.point(std::size_t(i.z));
+            if (c.sign) {
+                EXPECT_GT(c.sign * (b - a).cross(d - a).dot(KxVec3f(1, 2, 3)), 0.f) << c.args << " " << t;
+            }
+            if (c.x == c.x) {
+                EXPECT_TRUE(a.x == c.x && b.x == c.x && d.x == c.x) << c.args << " " << t;
+            }
+        }
+        if (c.module.empty()) continue;
+        const std::string module = c.module.substr(0, c.module.find(' ')),
+                          button = c.module.substr(module.size() + 1);
+        const Result script = vxhostScript("load " + c.args.substr(0, 7) + " mesh\ncreate " + module +
+                                           " iso\n" + "iso data connect mesh\n" + c.ports +
+                                           "iso threshold setValue " + c.args.substr(11) + "\niso " + button +
+                                           " hit\niso fire\n"
+                                           "iso exportData ply s.ply\n");
+        ASSERT_EQ(script.status, 0) << c.args << ": " << script.err;
+        EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.args;
+    }
+}
+
+// What the command cannot do with a mesh is one line; a threshold outside the values and a field
+// without numbers give an empty surface, the first with the regular path's warning.
+TEST_F(VxisoCommand, MeshProblemsAreOneLine)
+{
+    writeSmallMeshes(path(""));
+    const struct
+    {
+        std::string args;
+        int status;
+        std::string err;
+    } cases[] = {
+        {"tet.vtk -t 2 --blocky", 2,
+         "--blocky applies to hexahedral meshes with values per cell; tet.vtk holds tetrahedra"},
+        {"hex.vtk -t 2 --blocky", 2,
+         "--blocky applies to hexahedral meshes with values per cell; hex.vtk has values per node"},
+        {"hex.vtk -t 2 --scalars v", 1, "hex.vtk: holds no one-component field named 'v'; it holds heat, x"},
+        {"past.vtk -t 2", 1, "past.vtk: cell 1 refers to node 5, but there are 5 nodes"},
+        {"tet.vtk -t 7", 0, ""},
+        {"nan.vtk -t 2", 0, ""},
+    };
+    for (const auto& c : cases) {
+        const Result r = vxiso("surface " + c.args + " -o c.ply");
+        EXPECT_EQ(r.status, c.status) << c.args;
+        if (c.status) {
+            EXPECT_EQ(r.err, "vxiso: error: " + c.err + "\n") << c.args;
+            EXPECT_FALSE(exists("c.ply")) << c.args;
+            continue;
+        }
+        EXPECT_EQ(r.err, c.args[0] == 'n'
+                             ? ""
+                             : "vxiso: warning: -t 7 lies outside the values 0 to 4; the surface is empty\n");
+        EXPECT_EQ(firstLine(r.out), "Isosurface contains 0 triangles") << c.args;
+        EXPECT_EQ(ply("c.ply").numTriangles(), 0) << c.args;
+        shell("rm c.ply");
+    }
+}
+
+// Against VTK on a mesh gmsh made: one vertex per edge of the tetrahedra whose ends lie on either
+// side of the threshold (at or above, below), as vtkExtractEdges finds the edges; and closed.
+TEST_F(VxisoCommand, GmshBallHasOneVertexPerEdgeVtkFindsCut)
+{
+    if (std::system("gmsh -version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gmsh is not installed";
+    spit(path("ball.geo"),
+         "SetFactory(\"OpenCASCADE\");\nSphere(1) = {0, 0, 0, 1};\nMesh.MeshSizeMax = 0.1;\n");
+    ASSERT_EQ(shell("gmsh -3 -format vtk ball.geo -o ball.vtk").status, 0);
+    const std::string vtk = runVtk("cut " + path("ball.vtk") + " " + path("ball.vtu") + " 0.5");
+    if (vtk.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    std::smatch counts;
+    ASSERT_TRUE(std::regex_search(vtk, counts, std::regex("tetras (\\d+)\ncut (\\d+)\n"))) << vtk;
+    EXPECT_GT(std::stoi(counts[1]), 10000);
+    ASSERT_EQ(vxiso("surface ball.vtu -t 0.5 -o b.ply").status, 0);
+    const TestMesh m = ply("b.ply");
+    EXPECT_EQ(m.numPoints(), std::stoi(counts[2]));
+    EXPECT_GT(m.numPoints(), 500);
+    EXPECT_EQ(openEdges(m), 0u);
+}
+
 // The picture shows the surface in the middle of the background, looking the way it was told.
 TEST_F(VxisoCommand, PngDrawsTheSurfaceOffScreen)
 {
