@@ -53,7 +53,6 @@ load $mesh cube
 create VxIsoTetra ball
 ball data connect cube
 ball threshold setValue 0.4
-ball action hit
 ball fire
 puts "Isosurface contains [ball getNumTriangles] triangles"
 ball exportData ply $output
