@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# make demo: the head surface of a real MRI scan, then surfaces of built-in fields, under demo-out/.
+# make demo: the head surface of a real MRI scan, surfaces of built-in fields and of a field on a
+# tetrahedral mesh made by gmsh, under demo-out/.
 set -euo pipefail
 build=${1:-build}
 out=demo-out
+here=$(cd "$(dirname "$0")/.." && pwd)
 vxiso="$build/bin/vxiso"
 mkdir -p "$out"
 
@@ -13,6 +15,14 @@ if [ ! -f "$ch2" ]; then
   [ "$(id -u)" -eq 0 ] || sudo="sudo"
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends mricron-data >/dev/null ||
     { $sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends mricron-data >/dev/null; }
+fi
+
+if ! command -v gmsh >/dev/null; then
+  echo "== installing gmsh (the mesher of the unstructured case)"
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends gmsh >/dev/null ||
+    { $sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends gmsh >/dev/null; }
 fi
 
 echo "== head surface of the ch2 T1 scan (181 x 217 x 181, 1 mm)"
@@ -30,7 +40,14 @@ echo "== gyroid, 128^3 float field, standard cubes"
 "$vxiso" surface --field gyroid --size 128 -t 0 -o "$out/gyroid.ply"
 echo "== torus, 96^3, compactified"
 "$vxiso" surface --field torus --size 96 -t 0 --compactify -o "$out/torus.ply"
+echo "== a gyroid inside the unit ball: tetrahedra made by gmsh, the field added by awk"
+gmsh -3 -format msh22 "$here/examples/ball.geo" -o "$out/ball.msh" >"$out/gmsh.log" ||
+  { tail -n 20 "$out/gmsh.log"; exit 1; }
+awk -f "$here/scripts/gyroid-field.awk" "$out/ball.msh" >"$out/ball-gyroid.msh"
+"$vxiso" info "$out/ball-gyroid.msh"
+"$vxiso" surface "$out/ball-gyroid.msh" -t 0 -o "$out/ball-gyroid.ply" --png "$out/ball-gyroid.png"
+
 echo
 echo "Meshes written: $(ls "$out"/*.ply | tr '\n' ' ')"
-[ -f "$out/head.png" ] && echo "Picture: $out/head.png"
+echo "Pictures: $(ls "$out"/*.png | tr '\n' ' ')"
 echo "Open them in any mesh viewer, or run '$vxiso --help' for more."

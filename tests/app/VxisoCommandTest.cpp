@@ -1,6 +1,7 @@
 // The vxiso command as a user runs it: what it prints, what it writes, how it fails. What the
 // modules and readers make of the inputs is checked by their own tests; here the command is held
 // against a script that runs the same module, and against the same values given another way.
+#include "../support/TestFields.h"
 #include "../support/TestFormats.h"
 
 #include <QDir>
@@ -8,7 +9,6 @@
 #include <QImage>
 
 #include <csignal>
-#include <map>
 #include <regex>
 
 #include <sys/wait.h>
@@ -44,16 +44,6 @@ std::string sphereValues()
                 v.append(reinterpret_cast<const char*>(&f), 4);
             }
     return v;
-}
-
-// Edges not shared by exactly two triangles: none on a closed surface.
-std::size_t openEdges(const TestMesh& m)
-{
-    std::map<std::pair<int32_t, int32_t>, int> uses;
-    for (std::size_t t = 0; t < m.triangles.size(); t += 3)
-        for (std::size_t e = 0; e < 3; ++e)
-            ++uses[std::minmax(m.triangles[t + e], m.triangles[t + (e + 1) % 3])];
-    return std::size_t(std::count_if(uses.begin(), uses.end(), [](const auto& u) { return u.second != 2; }));
 }
 
 class VxisoCommand : public TempDirTest
@@ -187,6 +177,26 @@ TEST_F(VxisoCommand, EveryVolumeFormatMatchesTheSameRawVolume)
     EXPECT_TRUE(slurp(path("scaled.ply")) == slurp(path("raw.ply")));
 }
 
+// Hand-made meshes: two tetrahedra on a shared face with the node field v = the node's index
+// (x + 2y + 3z in the first, y + 2z in the second: a positive dot product of the gradient with
+// (1, 2, 3) in both), the same cells in the other orientation, a cell past the nodes, a field of
+// NaN; two unit hexahedra side by side along x with the node field x and the cell field heat (0, 2).
+static void writeSmallMeshes(const std::string& folder)
+{
+    const std::string head = "# vtk DataFile Version 3.0\nsmall\nASCII\nDATASET UNSTRUCTURED_GRID\n",
+                      tetra = head + "POINTS 5 float\n0 0 0 1 0 0 0 1 0 0 0 1 1 1 1\nCELLS 2 10\n",
+                      data = "CELL_TYPES 2\n10 10\nPOINT_DATA 5\nSCALARS v float 1\nLOOKUP_TABLE default\n";
+    spit(folder + "tet.vtk", tetra + "4 0 1 2 3\n4 1 2 3 4\n" + data + "0 1 2 3 4\n");
+    spit(folder + "neg.vtk", tetra + "4 0 2 1 3\n4 2 1 3 4\n" + data + "0 1 2 3 4\n");
+    spit(folder + "past.vtk", tetra + "4 0 1 2 3\n4 1 2 3 5\n" + data + "0 1 2 3 4\n");
+    spit(folder + "nan.vtk", tetra + "4 0 1 2 3\n4 1 2 3 4\n" + data + "nan nan nan nan nan\n");
+    spit(folder + "hex.vtk", head + "POINTS 12 float\n0 0 0 1 0 0 2 0 0 0 1 0 1 1 0 2 1 0 0 0 1 1 0 1 2 0 1 "
+                                    "0 1 1 1 1 1 2 1 1\nCELLS 2 18\n8 0 1 4 3 6 7 10 9\n8 1 2 5 4 7 8 11 10\n"
+                                    "CELL_TYPES 2\n12 12\nCELL_DATA 2\nSCALARS heat float 1\nLOOKUP_TABLE "
+                                    "default\n0 2\nPOINT_DATA 12\nSCALARS x float 1\nLOOKUP_TABLE default\n"
+                                    "0 1 2 0 1 2 0 1 2 0 1 2\n");
+}
+
 // A command line the command cannot carry out: one line that says why, the exit code of its kind
 // (2 for the command line, 1 for what it finds), and no file written, not even a temporary one.
 TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
@@ -203,6 +213,7 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
                         "X_COORDINATES 2 float\n0 1\nY_COORDINATES 2 float\n0 3\nZ_COORDINATES 2 float\n0 1\n"
                         "POINT_DATA 8\nSCALARS v float 1\nLOOKUP_TABLE default\n0 1 0 1 0 1 0 1\n");
     spit(path("two.vxblocks"), "# vxblocks 1\nblock s.nrrd\nblock s.nrrd\n");
+    writeSmallMeshes(path(""));
     spit(path("out.ply"), "precious");
     const QStringList before = entries();
 
@@ -248,6 +259,13 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
         {"surface s.nrrd -t 0 --mask m.nrrd --mask-label 9", 1, "m.nrrd: no voxel has the label 9"},
         {"surface s.nrrd -t 0 --relaxed", 2, "--relaxed belongs to --mask LABELS"},
         {"surface s.nrrd -t 0 --mask nothing.nrrd", 1, "nothing.nrrd"},
+        {"surface tet.vtk -t 2 --blocky", 2,
+         "--blocky applies to hexahedral meshes with values per cell; "
+         "tet.vtk holds tetrahedra"},
+        {"surface hex.vtk -t 2 --blocky", 2, "hex.vtk has values per node"},
+        {"surface hex.vtk -t 2 --scalars v", 1,
+         "hex.vtk: holds no one-component field named 'v'; it holds heat, x"},
+        {"surface past.vtk -t 2", 1, "past.vtk: cell 1 refers to node 5, but there are 5 nodes"},
     };
     for (const auto& c : cases) {
         const bool surface = c.args.rfind("surface", 0) == 0;
@@ -335,7 +353,7 @@ TEST_F(VxisoCommand, LabelsWrapTheChosenLabel)
     const TestMesh m = ply("two.ply");
     EXPECT_GT(m.numPoints(), 0);
     EXPECT_LT(m.numPoints(), ply("all.ply").numPoints());
-    EXPECT_EQ(openEdges(m), 0u);
+    EXPECT_TRUE(isWatertight(m));
     // Label 2 fills x = 6..9: its wrap lies between the half-way planes around it.
     const KxBox3f box = boundsOf(m);
     EXPECT_GE(box.xmin, 5.5f);
@@ -353,10 +371,10 @@ TEST_F(VxisoCommand, PadClosesSurfacesAtTheBorder)
     spit(path("b.raw"), std::string(reinterpret_cast<const char*>(v.data()), 4 * v.size()));
     const std::string in = "surface --raw b.raw --dims 12 12 12 --type float32 --spacing 2 2 2 -t 0 ";
     ASSERT_EQ(vxiso(in + "-o open.ply").status, 0);
-    EXPECT_GT(openEdges(ply("open.ply")), 0u);
+    EXPECT_FALSE(isWatertight(ply("open.ply")));
     const Result padded = vxiso(in + "--pad -o closed.ply");
     ASSERT_EQ(padded.status, 0) << padded.err;
-    EXPECT_EQ(openEdges(ply("closed.ply")), 0u);
+    EXPECT_TRUE(isWatertight(ply("closed.ply")));
     // The lid sits half a voxel outside the volume's first plane x = 0.
     const float lowest = boundsOf(ply("closed.ply")).xmin;
     EXPECT_LT(lowest, 0.f);
@@ -476,6 +494,101 @@ TEST_F(VxisoCommand, MultiBlockFieldsTakeTheBlockPath)
                             "block 1: 15 x 14 x 7 float32, uniform coordinates, box 0 14 0 13 6 12\n"),
               std::string::npos)
         << info.out;
+}
+
+// What info prints for meshes; a threshold outside the values (the regular path's warning) and a
+// field without numbers give an empty surface.
+TEST_F(VxisoCommand, MeshInfoAndEmptySurfaces)
+{
+    writeSmallMeshes(path(""));
+    const std::string empty = "Isosurface contains 0 triangles\nElapsed time: ";
+    const std::string cases[][3] = {
+        {"info neg.vtk",
+         "file: neg.vtk\nformat: VTK legacy unstructured grid\ncells: 2 tetrahedra\nnodes: 5\nnegatively "
+         "oriented tetrahedra: 2\nencoding: one value per node\nvalue range: 0 4\nbounding box: 0 1 0 1 0 1\n"
+         "note: the field is \"v\" (float, one value per node)\n",
+         ""},
+        {"info hex.vtk --scalars heat",
+         "file: hex.vtk\nformat: VTK legacy unstructured grid\ncells: 2 hexahedra\nnodes: 12\nencoding: one "
+         "value per cell\nvalue range: 0 2\nbounding box: 0 2 0 1 0 1\nnote: the field is \"heat\" (float, "
+         "one value per cell); --scalars NAME chooses another: x\n",
+         ""},
+        {"surface tet.vtk -t 7 -o c.ply", empty,
+         "vxiso: warning: -t 7 lies outside the values 0 to 4; the surface is empty\n"},
+        {"surface nan.vtk -t 2 -o n.ply", empty, ""},
+    };
+    for (const auto& [args, out, err] : cases) {
+        const Result r = vxiso(args);
+        EXPECT_EQ(r.status, 0) << args;
+        // info's output whole, a surface's up to its time
+        EXPECT_EQ(r.out.substr(0, std::max(out.size(), r.out.find("Elapsed"))), out) << args;
+        EXPECT_EQ(r.err, err) << args;
+    }
+    EXPECT_EQ(ply("c.ply").numTriangles() + ply("n.ply").numTriangles(), 0);
+}
+
+// Tetrahedral surfaces keep the orientation rule in the file: normals towards the values at or
+// above the threshold in positive tetrahedra, away from them in negative ones. Hexahedral cell
+// values are averaged to the nodes (1 between 0 and 2) unless --blocky, whose surface is the face
+// between the cells. A script that loads the mesh writes the same file as the command.
+TEST_F(VxisoCommand, MeshSurfacesFollowTheOrientationRuleAndTheCellValues)
+{
+    writeSmallMeshes(path(""));
+    const struct
+    {
+        std::string args;
+        int triangles, sign; // sign: of each normal's dot product with (1, 2, 3); 0: not checked
+        float x;             // where every vertex of a triangle lies; NaN: anywhere
+        bool script;         // compare with a script's load
+    } cases[] = {
+        {"tet.vtk -t 2.5", 3, 1, NAN, true},
+        {"neg.vtk -t 2.5", 3, -1, NAN, true},
+        {"neg.vtk -t 0.5", 1, -1, NAN, false},
+        {"hex.vtk -t 0.5", 2, 0, 0.5f, true},
+        {"hex.vtk -t 0.5 --scalars heat", 2, 0, 0.5f, false},
+        {"hex.vtk -t 0.5 --scalars heat --blocky", 2, 0, 1.f, false},
+    };
+    for (const auto& c : cases) {
+        const Result r = vxiso("surface " + c.args + " -o c.ply");
+        ASSERT_EQ(r.status, 0) << c.args << ": " << r.err;
+        EXPECT_TRUE(r.err.empty()) << r.err;
+        const bool hexa = c.args[0] == 'h';
+        EXPECT_EQ(firstLine(r.out),
+                  "Isosurface contains " + std::to_string(c.triangles) + " triangles" + (hexa ? "." : ""));
+        const TestMesh m = ply("c.ply");
+        EXPECT_EQ(m.numTriangles(), c.triangles) << c.args;
+        for (std::size_t t = 0; t < std::size_t(m.numTriangles()); ++t) {
+            const KxVec3i i = m.triangle(t);
+            const KxVec3f a = m.point(std::size_t(i.x)), b = m.point(std::size_t(i.y)),
+                          d = m.point(std::size_t(i.z));
+            EXPECT_TRUE(!c.sign || c.sign * (b - a).cross(d - a).dot(KxVec3f(1, 2, 3)) > 0) << c.args << t;
+            EXPECT_TRUE(c.x != c.x || (a.x == c.x && b.x == c.x && d.x == c.x)) << c.args << " " << t;
+        }
+        if (!c.script) continue;
+        const Result script = vxhostScript(
+            "load " + c.args.substr(0, 7) + " mesh\ncreate " + (hexa ? "VxIsoHexa" : "VxIsoTetra") +
+            " iso\niso data connect mesh\niso threshold setValue " + c.args.substr(11) + "\niso " +
+            (hexa ? "doIt" : "action") + " hit\niso fire\niso exportData ply s.ply\n");
+        ASSERT_EQ(script.status, 0) << c.args << ": " << script.err;
+        EXPECT_TRUE(slurp(path("c.ply")) == slurp(path("s.ply"))) << c.args;
+    }
+}
+
+// Against VTK on a ball that gmsh meshed: one vertex per edge whose ends lie on either side of the
+// threshold (at or above, below), the edges as vtkExtractEdges finds them; and closed.
+TEST_F(VxisoCommand, GmshBallHasOneVertexPerEdgeVtkFindsCut)
+{
+    if (std::system("gmsh -version >/dev/null 2>&1") != 0) GTEST_SKIP() << "gmsh is not installed";
+    spit(path("ball.geo"),
+         "SetFactory(\"OpenCASCADE\");\nSphere(1) = {0, 0, 0, 1};\nMesh.MeshSizeMax = 0.1;\n");
+    ASSERT_EQ(shell("gmsh -3 -format vtk ball.geo -o ball.vtk").status, 0);
+    const std::string vtk = runVtk("cut " + path("ball.vtk") + " " + path("ball.vtu") + " 0.5");
+    if (vtk.empty()) GTEST_SKIP() << "python3 with vtk is not available; install python3-vtk9";
+    ASSERT_EQ(vxiso("surface ball.vtu -t 0.5 -o b.ply").status, 0);
+    const TestMesh m = ply("b.ply");
+    EXPECT_EQ(vtk, "cut " + std::to_string(m.numPoints()) + "\n");
+    EXPECT_GT(m.numPoints(), 500);
+    EXPECT_TRUE(isWatertight(m));
 }
 
 // The picture shows the surface in the middle of the background, looking the way it was told.

@@ -11,6 +11,9 @@
       (appended, encoded), each optionally -zlib (small blocks), -u64 (64-bit headers), -big (big-endian).
       Prints what VTK reads back: "points N" and N lines, "cells M" and M lines "type node...", then per
       one-component field "field NAME point|cell N" and N values.
+  cut IN OUT ISO: the legacy file IN (as gmsh writes it) with the distance to (0.2, 0.1, 0) as float node field
+      "d", written to the .vtu OUT; prints "cut N", the edges of its cells (vtkExtractEdges) with one end's value at
+      or above ISO and the other's below.
 For each volume, what VTK reads in it: "dims", "points N" and N lines "x y z" (x fastest), "values N" and N lines.
 """
 import itertools
@@ -27,6 +30,7 @@ from vtkmodules.vtkIOLegacy import (vtkPolyDataReader, vtkUnstructuredGridReader
                                     vtkStructuredGridReader, vtkStructuredGridWriter, vtkStructuredPointsReader,
                                     vtkStructuredPointsWriter)
 from vtkmodules.vtkIOPLY import vtkPLYReader
+from vtkmodules.vtkFiltersExtraction import vtkExtractEdges
 
 TYPES = {  # array class and range of the integer types
     "unsigned_char": (core.vtkUnsignedCharArray, 0, 255),
@@ -186,7 +190,29 @@ def write_grid(shape, kind, path):
     return out
 
 
+def cut(source, target, iso):
+    g = read(vtkUnstructuredGridReader(), source)
+    d = floats(((x - 0.2) ** 2 + (y - 0.1) ** 2 + z ** 2) ** 0.5 for x, y, z in map(g.GetPoint, range(g.GetNumberOfPoints())))
+    d.SetName("d")
+    g.GetPointData().SetScalars(d)
+    w = vtkXMLUnstructuredGridWriter()
+    w.SetInputData(g)
+    w.SetFileName(target)
+    w.Write()
+    edges = vtkExtractEdges()  # gmsh's boundary triangles and lines add no edge of their own
+    edges.SetInputData(g)
+    edges.Update()
+    e, ids, n = edges.GetOutput(), core.vtkIdList(), 0  # its own points, with their values
+    v, lines = e.GetPointData().GetScalars(), e.GetLines()
+    lines.InitTraversal()
+    while lines.GetNextCell(ids):
+        n += (v.GetValue(ids.GetId(0)) >= iso) != (v.GetValue(ids.GetId(1)) >= iso)
+    return ["cut %d" % n]
+
+
 def main(command, args):
+    if command == "cut":
+        return cut(args[0], args[1], float(args[2]))
     if command == "mesh":
         return mesh(args[0], args[1:] == ["lines"])
     if command == "grid":

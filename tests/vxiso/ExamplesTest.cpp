@@ -1,5 +1,7 @@
 // The example networks run through vxhost on the real MRI template and atlas; a saved network
 // loaded by another run gives the same surface byte for byte.
+#include "../support/TestFields.h"
+#include "../support/TestFormats.h"
 #include "../support/TestHost.h"
 
 #include <QFile>
@@ -16,11 +18,9 @@ QByteArray contents(const QString& path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-int plyFaces(const QString& path)
+TestMesh ply(const QString& path)
 {
-    const QByteArray head = contents(path).left(400);
-    const int at = head.indexOf("element face ");
-    return at < 0 ? -1 : head.mid(at + 13, head.indexOf('\n', at) - at - 13).toInt();
+    return readPly(contents(path).toStdString());
 }
 
 class Examples : public ::testing::Test
@@ -43,7 +43,7 @@ TEST_F(Examples, HeadSurfaceAndItsSavedNetworkGiveTheSameMesh)
         runProgram(VXHOST_PROGRAM, {VXISO_SOURCE_DIR "/examples/head-surface.tcl", mesh}, dir.path());
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_TRUE(r.out.startsWith("Isosurface contains ")) << r.out;
-    const int faces = plyFaces(mesh);
+    const int faces = ply(mesh).numTriangles();
     EXPECT_GT(faces, 100000);
     EXPECT_TRUE(r.out.contains(QString("Isosurface contains %1 triangles (").arg(faces))) << r.out;
 
@@ -69,7 +69,8 @@ TEST_F(Examples, RelaxedMaskKeepsMoreOfTheRegionThanStrict)
     ASSERT_EQ(strict.exitCode, 0) << strict.err;
     ASSERT_EQ(relaxed.exitCode, 0) << relaxed.err;
     EXPECT_TRUE(strict.out.startsWith("region voxels: 7469\n")) << strict.out;
-    const int s = plyFaces(dir.filePath("strict.ply")), r = plyFaces(dir.filePath("relaxed.ply"));
+    const int s = ply(dir.filePath("strict.ply")).numTriangles(),
+              r = ply(dir.filePath("relaxed.ply")).numTriangles();
     EXPECT_GT(s, 0);
     EXPECT_GT(r, s);
 
@@ -82,6 +83,28 @@ TEST_F(Examples, RelaxedMaskKeepsMoreOfTheRegionThanStrict)
                    {"-e", "loadNetwork hippocampus.tcl; hippocampus exportData ply again.ply"}, dir.path());
     ASSERT_EQ(again.exitCode, 0) << again.err;
     EXPECT_EQ(contents(dir.filePath("again.ply")), contents(dir.filePath("relaxed.ply")));
+}
+
+// The tetrahedral example writes its own mesh and needs nothing installed. Its sphere is closed and
+// consistently oriented, and every triangle faces outward.
+TEST(TetraExample, SphereIsClosedAndFacesOutward)
+{
+    QTemporaryDir dir;
+    const QString out = dir.filePath("ball.ply");
+    const ProgramRun r =
+        runProgram(VXHOST_PROGRAM, {VXISO_SOURCE_DIR "/examples/tetra-ball.tcl", out}, dir.path());
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const TestMesh m = ply(out);
+    EXPECT_EQ(r.out, QString("Isosurface contains %1 triangles\nwrote %2\n").arg(m.numTriangles()).arg(out));
+    EXPECT_GT(m.numTriangles(), 4000);
+    const KxVec3f centre(0.5f, 0.5f, 0.5f);
+    for (std::size_t t = 0; t < std::size_t(m.numTriangles()); ++t) {
+        const KxVec3i i = m.triangle(t);
+        const KxVec3f a = m.point(std::size_t(i.x)), b = m.point(std::size_t(i.y)),
+                      c = m.point(std::size_t(i.z));
+        EXPECT_GT((b - a).cross(c - a).dot(a + b + c - centre * 3.f), 0.f) << "triangle " << t;
+    }
+    EXPECT_TRUE(isWatertight(m));
 }
 
 // The module end to end through vxhost (see the script). The plane of the script's volume gives exact
