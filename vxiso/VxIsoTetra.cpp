@@ -76,12 +76,7 @@ VxIsoTetra::VxIsoTetra()
     portPointProbe.setOptional(true);
     portAction.snap(0, true);
 
-    portDrawStyle().setValue(1);
-    portDrawStyle().cullingControls();
-    portColormap().setDefaultColor(SbColor(1.0f, 0.8f, 0.4f));
-    portColormap().setDefaultAlpha(0.5f);
-    m_surface->drawStyle = 1;
-    m_surface->twoSidedLighting = TRUE;
+    useIsosurfaceLook();
 }
 
 VxIsoTetra::~VxIsoTetra() = default;

@@ -75,12 +75,7 @@ VxIsosurface::VxIsosurface()
     portNumberOfCores.hide();
     portDoIt.setLabel(0, tr("Apply"));
 
-    portDrawStyle().setValue(1);
-    portDrawStyle().cullingControls();
-    portColormap().setDefaultColor(SbColor(1.0f, 0.8f, 0.4f));
-    portColormap().setDefaultAlpha(0.5f);
-    m_surface->drawStyle = 1;
-    m_surface->twoSidedLighting = TRUE;
+    useIsosurfaceLook();
 
     updatePortThreshold();
     vxDeprecation::initDeprecatedPorts(this);

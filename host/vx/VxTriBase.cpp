@@ -18,6 +18,16 @@ VxTriBase::VxTriBase(const KxTypeInfo* dataType)
     m_colormap->hide();
 }
 
+void VxTriBase::useIsosurfaceLook()
+{
+    m_drawStyle->setValue(1);
+    m_drawStyle->cullingControls();
+    m_colormap->setDefaultColor(SbColor(1.0f, 0.8f, 0.4f));
+    m_colormap->setDefaultAlpha(0.5f);
+    m_surface->drawStyle = 1;
+    m_surface->twoSidedLighting = TRUE;
+}
+
 VxTriBase::~VxTriBase()
 {
     delete m_drawStyle;

@@ -33,6 +33,9 @@ public:
 
 protected:
     explicit VxTriBase(const KxTypeInfo* dataType);
+    // The look of an isosurface: solid, with culling choices, two-sided lighting and a half-clear
+    // warm default colour.
+    void useIsosurfaceLook();
 
     KxHandle<SoTriSurface> m_surface;
 
