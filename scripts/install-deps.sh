@@ -11,7 +11,7 @@ packages=(
   mricron-data
 )
 # Test-only cross-checks (gmsh makes the test meshes) and the peer benchmark; wanted but not required.
-optional=(python3-vtk9 python3-numpy libvtk9-dev gmsh)
+optional=(python3-vtk9 python3-numpy python3-contourpy libvtk9-dev gmsh)
 
 missing=()
 for p in "${packages[@]}" "${optional[@]}"; do
