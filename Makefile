@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps configure build test demo bench peer-bench tetra-bench clean tsan fuzz-asan format format-check
+.PHONY: all deps configure build test demo bench peer-bench tetra-bench isoline-bench clean tsan fuzz-asan format format-check
 
 all: build
 
@@ -70,6 +70,13 @@ tetra-bench: deps configure
 	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_tetra_bench || \
 	  { echo "tetra-bench: vxiso_tetra_bench did not build (it needs VTK 9: libvtk9-dev)"; exit 1; }
 	$(BUILD)/bin/vxiso_tetra_bench
+
+# Contour lines of a 2048 x 2048 sampled slice at 10 values against vtkFlyingEdges2D and contourpy, one
+# thread; built only where VTK 9 is installed (contourpy is skipped when python3-contourpy is not).
+isoline-bench: deps configure
+	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_isoline_bench || \
+	  { echo "isoline-bench: vxiso_isoline_bench did not build (it needs VTK 9: libvtk9-dev)"; exit 1; }
+	$(BUILD)/bin/vxiso_isoline_bench
 
 # Every C++ file as the repository's .clang-format writes it (clang-format 14 from Debian).
 format: deps

@@ -157,9 +157,12 @@ void VxIsolineContouring::doGeneric(const VxIsolineSampling& sampling, const KxB
             const bool ok = located && location.evaluate(v) && !std::isnan(v);
             cur[c] = ok ? v : -1e20f;
             curValid[c] = ok;
-            curBand[c] = int32_t(std::upper_bound(sorted.begin(), sorted.end(), cur[c]) - sorted.begin());
             inside[std::size_t(c)] = sliceBox.contains(KxVec3f(p[0], p[1], p[2]), 0.f);
         }
+        // Counting without branches: the comparisons of a row run in vector registers.
+        std::fill(curBand, curBand + res, 0);
+        for (float level : sorted)
+            for (int c = 0; c < res; ++c) curBand[c] += level <= cur[c];
         if (r == 0) continue;
 
         const float* prev = values[0].data();
