@@ -11,7 +11,6 @@
 #include <kx/KxHandle.h>
 
 #include <functional>
-#include <map>
 #include <random>
 #include <set>
 #include <sstream>
@@ -20,32 +19,35 @@ namespace {
 
 using namespace vxtest;
 using Polyline = std::vector<SbVec3f>;
-using Field = std::function<bool(const SbVec3f&, float&)>; // false: no value there
 
 struct Location : VxIsolineFieldLocation
 {
-    explicit Location(Field field) : f(std::move(field)) {}
-    bool set(const SbVec3f& q) override { return f(p = q, value); }
+    explicit Location(std::function<float(const SbVec3f&)> field) : f(std::move(field)) {}
+    bool set(const SbVec3f& q) override { return p = q, true; }
     bool move(const SbVec3f& q) override { return set(q); }
-    bool evaluate(float& v) override { return v = value, true; }
-    Field f;
+    bool evaluate(float& v) override { return v = f(p), true; }
+    std::function<float(const SbVec3f&)> f;
     SbVec3f p;
-    float value = 0;
 };
 
-std::vector<Polyline> polylines(const VxIsolineLines& lines)
+const auto closed = [](const Polyline& l) { return l.size() > 2 && l.front() == l.back(); };
+const auto onBorder = [](const SbVec3f& p) { return std::fabs(p[0]) == 1 || std::fabs(p[1]) == 1; };
+
+// The polylines of the lines. Chained lines have no point in two places but the end of a closed
+// polyline: a point with two predecessors would be.
+std::vector<Polyline> polylines(const VxIsolineLines& lines, bool chained = true)
 {
     std::vector<Polyline> out;
+    std::set<std::tuple<float, float, float>> seen;
     const SbVec3f* p = lines.points.data();
     for (int n : lines.numVertices) {
         out.emplace_back(p, p + n);
+        for (int i = 0; chained && i + closed(out.back()) < n; ++i)
+            EXPECT_TRUE(seen.insert({p[i][0], p[i][1], p[i][2]}).second) << "a point in two places";
         p += n;
     }
     return out;
 }
-
-const auto closed = [](const Polyline& l) { return l.size() > 2 && l.front() == l.back(); };
-const auto onBorder = [](const SbVec3f& p) { return std::fabs(p[0]) == 1 || std::fabs(p[1]) == 1; };
 
 // res x res samples over [-1, 1]^2, at positions exact in float.
 VxIsolineLines contour(std::function<float(float, float)> f, std::vector<float> values, int res = 129,
@@ -53,40 +55,46 @@ VxIsolineLines contour(std::function<float(float, float)> f, std::vector<float> 
 {
     VxIsolineContouring c;
     c.setIsoValues(values.data(), int(values.size()));
-    Location location([&](const SbVec3f& p, float& v) { return v = f(p[0], p[1]), true; });
+    Location location([&](const SbVec3f& p) { return f(p[0], p[1]); });
     const float h = 2.f / float(res - 1);
     c.doGeneric(VxIsolineSampling{{-1, -1, 0}, {h, 0, 0}, {0, h, 0}, res}, box, location);
     return c.lines();
 }
 
-const auto bowl = [](float x, float y) { return x * x + y * y; };
-
 TEST(IsolineSampling, LinesOfKnownLevelSets)
 {
+    const auto bowl = [](float x, float y) { return x * x + y * y; };
+    const auto ramp = [](float x, float y) { return 0.3f * x + 0.7f * y; };
+    const auto bowlCut = [](float x, float y) { return x > 0.5f ? std::nanf("") : x * x + y * y; };
+    std::vector<float> z(65 * 65); // every third cell or so a saddle
+    std::mt19937 random(15);
+    for (float& s : z) s = std::uniform_real_distribution<float>(0.f, 1.f)(random);
+    const auto noise = [&](float x, float y) {
+        return z[std::size_t(std::lround((y + 1) * 32) * 65 + std::lround((x + 1) * 32))];
+    };
     struct Case
     {
         const char* name;
-        float (*f)(float, float);
+        std::function<float(float, float)> f;
         std::vector<float> values;
-        int closedLines, openLines;
+        int res, closedLines, openLines; // -1: not counted
         float endX;      // open lines end on this column (NaN: on the border of the sampled square)
         float tolerance; // of |f - value| on the points: float precision where f is linear
         KxBox3f box = {-2, 2, -2, 2, -1, 1};
     };
     const float none = std::nanf("");
-    const auto ramp = [](float x, float y) { return 0.3f * x + 0.7f * y; };
-    const auto bowlCut = [](float x, float y) { return x > 0.5f ? std::nanf("") : x * x + y * y; };
     const Case cases[] = {
-        {"circles", bowl, {0.5f, 0.25f}, 2, 0, none, 2e-4f},
-        {"ramp", ramp, {-0.2f, 0.1f, 0.33f}, 0, 3, none, 1e-6f},
-        {"constant", [](float, float) { return 1.f; }, {1.f, 0.5f}, 0, 0, none, 0},
-        {"values out of range", bowl, {-1.f, 2.5f}, 0, 0, none, 0},
+        {"circles", bowl, {0.45f, 0.3f}, 129, 2, 0, none, 2e-4f},
+        {"ramp", ramp, {-0.213f, 0.1037f, 0.3311f}, 129, 0, 3, none, 1e-6f},
+        {"constant", [](float, float) { return 1.f; }, {1.f, 0.5f}, 129, 0, 0, none, 0},
+        {"values out of range", bowl, {-1.f, 2.5f}, 129, 0, 0, none, 0},
+        {"saddles", noise, {0.3f, 0.5f, 0.7f}, 65, -1, -1, none, 1},
         // Invalid samples and the slice's box leave out the same cells: lines end on x = 0.5.
-        {"NaN beyond x = 0.5", bowlCut, {0.5f}, 0, 1, 0.5f, 2e-4f},
-        {"box up to x = 0.5", bowl, {0.5f}, 0, 1, 0.5f, 2e-4f, {-2, 0.5f, -2, 2, -1, 1}},
+        {"NaN beyond x = 0.5", bowlCut, {0.45f}, 129, 0, 1, 0.5f, 2e-4f},
+        {"box up to x = 0.5", bowl, {0.45f}, 129, 0, 1, 0.5f, 2e-4f, {-2, 0.5f, -2, 2, -1, 1}},
     };
     for (const Case& c : cases) {
-        const VxIsolineLines lines = contour(c.f, c.values, 129, c.box);
+        const VxIsolineLines lines = contour(c.f, c.values, c.res, c.box);
         const std::vector<Polyline> all = polylines(lines);
         ASSERT_EQ(lines.lineValues.size(), all.size()) << c.name;
         int nClosed = 0, nOpen = 0;
@@ -101,10 +109,10 @@ TEST(IsolineSampling, LinesOfKnownLevelSets)
             for (const SbVec3f& end : {all[i].front(), all[i].back()})
                 EXPECT_TRUE(std::isnan(c.endX) ? onBorder(end) : end[0] == c.endX) << c.name;
         }
-        EXPECT_EQ(nClosed, c.closedLines) << c.name;
-        EXPECT_EQ(nOpen, c.openLines) << c.name;
+        EXPECT_TRUE(c.closedLines < 0 || (nClosed == c.closedLines && nOpen == c.openLines))
+            << c.name << ": " << nClosed << " closed, " << nOpen << " open";
     }
-    EXPECT_EQ(polylines(contour(cases[4].f, {0.5f})), polylines(contour(bowl, {0.5f}, 129, cases[5].box)));
+    EXPECT_EQ(polylines(contour(bowlCut, {0.45f})), polylines(contour(bowl, {0.45f}, 129, cases[6].box)));
 }
 
 // One cell, corners (0, 0), (0, 1), (1, 1), (1, 0), after eight points that other cells made.
@@ -175,54 +183,6 @@ TEST(IsolineSampling, CellMakesAndLinksItsPointsInOrder)
     }
 }
 
-// Random samples: many cells are saddles. No point is in two places in the lines (it would be with
-// two predecessors), and a line that does not close ends on the border.
-TEST(IsolineSampling, SaddlesKeepOnePredecessorPerPoint)
-{
-    std::mt19937 random(15);
-    std::vector<float> z(65 * 65);
-    for (float& s : z) s = std::uniform_real_distribution<float>(0.f, 1.f)(random);
-    const VxIsolineLines lines = contour(
-        [&](float x, float y) {
-            return z[std::size_t(std::lround((y + 1) * 32) * 65 + std::lround((x + 1) * 32))];
-        },
-        {0.3f, 0.5f, 0.7f}, 65);
-    std::set<std::tuple<float, float, float>> seen;
-    std::size_t nClosed = 0;
-    for (const Polyline& l : polylines(lines)) {
-        nClosed += closed(l);
-        for (std::size_t i = 0; i + closed(l) < l.size(); ++i)
-            EXPECT_TRUE(seen.insert({l[i][0], l[i][1], l[i][2]}).second) << "a point in two places";
-        EXPECT_TRUE(closed(l) || (onBorder(l.front()) && onBorder(l.back())));
-    }
-    EXPECT_GT(nClosed, 100u);
-    EXPECT_EQ(seen.size() + nClosed, lines.points.size());
-}
-
-// The segments of lines given as x y pairs on the grid (x the column, y the row), each as the two grid
-// edges it joins, but those of saddle cells.
-using Segments = std::set<std::pair<std::array<int, 3>, std::array<int, 3>>>;
-Segments segments(const std::vector<std::vector<double>>& lines, const std::vector<float>& z, int cols,
-                  float v)
-{
-    auto edge = [](double x, double y) -> std::array<int, 3> {
-        if (std::fabs(x - std::round(x)) < 1e-4) return {0, int(std::lround(x)), int(y)};
-        return {1, int(x), int(std::lround(y))};
-    };
-    auto below = [&](int r, int c) { return v > z[std::size_t(r * cols + c)]; };
-    Segments out;
-    for (const std::vector<double>& l : lines)
-        for (std::size_t i = 0; i + 3 < l.size(); i += 2) {
-            const int c = int((l[i] + l[i + 2]) / 2), r = int((l[i + 1] + l[i + 3]) / 2);
-            if (below(r, c) == below(r + 1, c + 1) && below(r + 1, c) == below(r, c + 1) &&
-                below(r, c) != below(r + 1, c))
-                continue;
-            const auto a = edge(l[i], l[i + 1]), b = edge(l[i + 2], l[i + 3]);
-            out.insert({std::min(a, b), std::max(a, b)});
-        }
-    return out;
-}
-
 // The same segments as contourpy finds on the same samples (NaN ones masked), but in saddle cells.
 TEST(IsolineSampling, SegmentsAsContourpyFindsThem)
 {
@@ -235,42 +195,34 @@ TEST(IsolineSampling, SegmentsAsContourpyFindsThem)
                         std::uniform_real_distribution<float>(-.3f, .3f)(random));
     std::fill(z.begin() + 20 * cols + 10, z.begin() + 20 * cols + 30, std::nanf(""));
     const float levels[] = {-0.55f, 0.05f, 0.61f};
-
-    QTemporaryDir dir;
-    const std::string grid = dir.path().toStdString() + "/grid.raw";
-    spit(grid, std::string(reinterpret_cast<const char*>(z.data()), z.size() * sizeof(float)));
-    const std::string out = runPython("contourpy", VXISO_SOURCE_DIR "/tests/vxiso/contourpy_lines.py " +
-                                                       grid + " 48 64 -0.55 0.05 0.61");
-    if (out.empty()) GTEST_SKIP() << "python3 with contourpy is not available; install python3-contourpy";
-    std::map<float, std::vector<std::vector<double>>> theirs, ours;
-    std::istringstream in(out);
-    float level = 0;
-    for (std::string word; in >> word;) {
-        if (word == "level" && in >> level) continue;
-        theirs[level].emplace_back(2 * std::stoul(word));
-        for (double& v : theirs[level].back()) in >> v;
-    }
-
-    // Ours on a cols x cols sampling: the rows past the last are NaN.
+    // Ours on a cols x cols sampling, x the column and y the row: the rows past the last are NaN.
     VxIsolineContouring c;
     c.setIsoValues(levels, 3);
-    Location location([&](const SbVec3f& p, float& v) {
-        return v = p[1] < rows ? z[std::size_t(p[1] * cols + p[0])] : std::nanf(""), true;
-    });
+    Location location(
+        [&](const SbVec3f& p) { return p[1] < rows ? z[std::size_t(p[1] * cols + p[0])] : std::nanf(""); });
     c.doGeneric(VxIsolineSampling{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, cols}, {0, 1e4f, 0, 1e4f, -1, 1},
                 location);
-    const std::vector<Polyline> lines = polylines(c.lines());
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        ours[c.lines().lineValues[i]].emplace_back();
-        for (const SbVec3f& p : lines[i])
-            ours[c.lines().lineValues[i]].back().insert(ours[c.lines().lineValues[i]].back().end(),
-                                                        {p[0], p[1]});
+    std::string ours;
+    std::size_t i = 0;
+    for (const Polyline& l : polylines(c.lines())) {
+        ours += std::to_string(c.lines().lineValues[i++]);
+        for (const SbVec3f& p : l) ours += " " + std::to_string(p[0]) + " " + std::to_string(p[1]);
+        ours += "\n";
     }
-    for (float v : levels) {
-        const Segments a = segments(ours[v], z, cols, v), b = segments(theirs[v], z, cols, v);
-        EXPECT_GT(a.size(), 100u) << v;
-        EXPECT_TRUE(a == b) << "level " << v << ": ours " << a.size() << ", contourpy's " << b.size();
+    QTemporaryDir dir;
+    const std::string at = dir.path().toStdString();
+    spit(at + "/grid.raw", std::string(reinterpret_cast<const char*>(z.data()), z.size() * sizeof(float)));
+    spit(at + "/ours.txt", ours);
+    const std::string out = runPython("contourpy", VXISO_SOURCE_DIR "/tests/vxiso/contourpy_lines.py " + at +
+                                                       "/grid.raw 48 64 " + at + "/ours.txt");
+    if (out.empty()) GTEST_SKIP() << "python3 with contourpy is not available; install python3-contourpy";
+    std::istringstream lines(out);
+    int n = 0;
+    for (std::string line; std::getline(lines, line); ++n) {
+        EXPECT_EQ(line.substr(line.find("differ")), "differ 0") << line;
+        EXPECT_GT(std::stoi(line.substr(line.find("ours ") + 5)), 100) << line;
     }
+    EXPECT_EQ(n, 3) << out;
 }
 
 // The plane's crossing of an edge, and a quadrilateral (values 0, 2, 1, 3 around it) that is
@@ -282,7 +234,6 @@ TEST(IsolinePolygons, AmbiguousQuadrilateralEndsItsValues)
     EXPECT_TRUE(out.xyz == SbVec3f(0.5f, 0, 0) && out.value == 3.f);
     VxIsolineContouring::intersect({{0, 0, 0}, 1e-12f, 2.f}, {{2, 0, 0}, 0.f, 6.f}, out);
     EXPECT_TRUE(out.xyz == SbVec3f(1, 0, 0) && out.value == 2.f) << "the midpoint keeps the first value";
-
     const VxIsolineContouring::Polygon quad{
         4, {{{0, 0, 0}, 0, 0}, {{1, 0, 0}, 0, 2}, {{1, 1, 0}, 0, 1}, {{0, 1, 0}, 0, 3}}};
     const std::pair<std::vector<float>, std::vector<float>> cases[] = {
@@ -322,7 +273,7 @@ TEST(IsolinePolygons, TetrahedraCutAsTheSamplingSeesThem)
     cut.setIsoValues(values, 2);
     cut.doIntersection(*field, centre, u.cross(v), u, v);
     // The field in the cube's tetrahedron that holds p: the one of the order of p's offsets.
-    Location location([&](const SbVec3f& p, float& value) {
+    Location location([&](const SbVec3f& p) {
         int node = 0, axes[3] = {0, 1, 2};
         float t[3];
         for (int a = 2; a >= 0; --a) {
@@ -331,34 +282,32 @@ TEST(IsolinePolygons, TetrahedraCutAsTheSamplingSeesThem)
             t[a] = p[a] - float(base);
         }
         std::sort(axes, axes + 3, [&](int a, int b) { return t[a] > t[b]; });
-        value = (1 - t[axes[0]]) * f[std::size_t(node)];
+        float value = (1 - t[axes[0]]) * f[std::size_t(node)];
         for (int s = 0; s < 3; ++s) {
             node += axes[s] == 0 ? 1 : axes[s] == 1 ? n : n * n;
             value += (s < 2 ? t[axes[s]] - t[axes[s + 1]] : t[axes[2]]) * f[std::size_t(node)];
         }
-        return true;
+        return value;
     });
     sampled.setIsoValues(values, 2);
     sampled.doGeneric(
         VxIsolineSampling{centre - u * 7 - v * 7, u * (14.f / (res - 1)), v * (14.f / (res - 1)), res},
         KxBox3f(0, 16, 0, 16, 0, 16), location);
-    for (float value : values) {
+    const std::vector<Polyline> cutLines = polylines(cut.lines(), false),
+                                sampledLines = polylines(sampled.lines());
+    ASSERT_EQ(sampledLines.size(), 2u);
+    for (std::size_t k = 0; k < 2; ++k) {
         std::vector<SbVec3f> fromCut, fromSamples;
-        std::size_t i = 0;
-        for (const Polyline& l : polylines(cut.lines()))
-            if (cut.lines().lineValues[i++] == value) fromCut.insert(fromCut.end(), l.begin(), l.end());
-        i = 0;
-        for (const Polyline& l : polylines(sampled.lines()))
-            if (sampled.lines().lineValues[i++] == value) {
-                EXPECT_TRUE(closed(l)) << value;
-                for (std::size_t j = 0; j + 1 < l.size(); ++j)
-                    fromSamples.insert(fromSamples.end(), {l[j], l[j + 1]});
-            }
-        ASSERT_GT(fromCut.size(), 40u) << value;
-        for (const SbVec3f& p : fromCut) EXPECT_LT(distance(p, fromSamples), 0.02) << value;
-        for (const SbVec3f& p : fromSamples) EXPECT_LT(distance(p, fromCut), 0.02) << value;
+        for (std::size_t i = 0; i < cutLines.size(); ++i)
+            if (cut.lines().lineValues[i] == values[k])
+                fromCut.insert(fromCut.end(), cutLines[i].begin(), cutLines[i].end());
+        EXPECT_TRUE(closed(sampledLines[k]));
+        for (std::size_t j = 0; j + 1 < sampledLines[k].size(); ++j)
+            fromSamples.insert(fromSamples.end(), {sampledLines[k][j], sampledLines[k][j + 1]});
+        ASSERT_GT(fromCut.size(), 40u) << values[k];
+        for (const SbVec3f& p : fromCut) EXPECT_LT(distance(p, fromSamples), 0.02) << values[k];
+        for (const SbVec3f& p : fromSamples) EXPECT_LT(distance(p, fromCut), 0.02) << values[k];
     }
-    EXPECT_EQ(sampled.lines().getNumLines(), 2);
 }
 
 } // namespace
