@@ -66,18 +66,12 @@ TEST(IsolineSampling, LinesOfKnownLevelSets)
     const auto bowl = [](float x, float y) { return x * x + y * y; };
     const auto ramp = [](float x, float y) { return 0.3f * x + 0.7f * y; };
     const auto bowlCut = [](float x, float y) { return x > 0.5f ? std::nanf("") : x * x + y * y; };
-    std::vector<float> z(65 * 65); // every third cell or so a saddle
-    std::mt19937 random(15);
-    for (float& s : z) s = std::uniform_real_distribution<float>(0.f, 1.f)(random);
-    const auto noise = [&](float x, float y) {
-        return z[std::size_t(std::lround((y + 1) * 32) * 65 + std::lround((x + 1) * 32))];
-    };
     struct Case
     {
         const char* name;
         std::function<float(float, float)> f;
         std::vector<float> values;
-        int res, closedLines, openLines; // -1: not counted
+        int res, closedLines, openLines;
         float endX;      // open lines end on this column (NaN: on the border of the sampled square)
         float tolerance; // of |f - value| on the points: float precision where f is linear
         KxBox3f box = {-2, 2, -2, 2, -1, 1};
@@ -88,7 +82,6 @@ TEST(IsolineSampling, LinesOfKnownLevelSets)
         {"ramp", ramp, {-0.213f, 0.1037f, 0.3311f}, 129, 0, 3, none, 1e-6f},
         {"constant", [](float, float) { return 1.f; }, {1.f, 0.5f}, 129, 0, 0, none, 0},
         {"values out of range", bowl, {-1.f, 2.5f}, 129, 0, 0, none, 0},
-        {"saddles", noise, {0.3f, 0.5f, 0.7f}, 65, -1, -1, none, 1},
         // Invalid samples and the slice's box leave out the same cells: lines end on x = 0.5.
         {"NaN beyond x = 0.5", bowlCut, {0.45f}, 129, 0, 1, 0.5f, 2e-4f},
         {"box up to x = 0.5", bowl, {0.45f}, 129, 0, 1, 0.5f, 2e-4f, {-2, 0.5f, -2, 2, -1, 1}},
@@ -109,10 +102,9 @@ TEST(IsolineSampling, LinesOfKnownLevelSets)
             for (const SbVec3f& end : {all[i].front(), all[i].back()})
                 EXPECT_TRUE(std::isnan(c.endX) ? onBorder(end) : end[0] == c.endX) << c.name;
         }
-        EXPECT_TRUE(c.closedLines < 0 || (nClosed == c.closedLines && nOpen == c.openLines))
-            << c.name << ": " << nClosed << " closed, " << nOpen << " open";
+        EXPECT_EQ(std::make_pair(nClosed, nOpen), std::make_pair(c.closedLines, c.openLines)) << c.name;
     }
-    EXPECT_EQ(polylines(contour(bowlCut, {0.45f})), polylines(contour(bowl, {0.45f}, 129, cases[6].box)));
+    EXPECT_EQ(polylines(contour(bowlCut, {0.45f})), polylines(contour(bowl, {0.45f}, 129, cases[5].box)));
 }
 
 // One cell, corners (0, 0), (0, 1), (1, 1), (1, 0), after eight points that other cells made.
@@ -127,45 +119,13 @@ TEST(IsolineSampling, CellMakesAndLinksItsPointsInOrder)
         int newPoints, rowCarryAfter, columnCarryAfter;
     };
     const Case cases[] = {
-        {"saddle, centre equal to the value: 0 and 2 joined",
-         {1, 0, 1, 0},
-         .5f,
-         -1,
-         -1,
-         {{8, 9}, {10, 11}},
-         4,
-         10,
-         9},
-        {"saddle, corner 0 below: flipped, made from edge 3",
-         {0, 1, 0, 1},
-         .5f,
-         -1,
-         -1,
-         {{8, 9}, {10, 11}},
-         4,
-         11,
-         10},
-        {"saddle reads both carries as the cell found them",
-         {1, 0, 1, 0},
-         .5f,
-         7,
-         4,
-         {{7, 8}, {9, 4}},
-         2,
-         9,
-         8},
+        {"saddle, centre = value: 0 and 2 joined", {1, 0, 1, 0}, .5f, -1, -1, {{8, 9}, {10, 11}}, 4, 10, 9},
+        {"saddle, corner 0 below: from edge 3", {0, 1, 0, 1}, .5f, -1, -1, {{8, 9}, {10, 11}}, 4, 11, 10},
+        {"saddle, carries as found", {1, 0, 1, 0}, .5f, 7, 4, {{7, 8}, {9, 4}}, 2, 9, 8},
         // The mean in single precision is 8388610 (8388609.5 exactly): not above the value.
-        {"centre summed in single precision",
-         {16777216, 3, 16777216, 3},
-         8388610.f,
-         -1,
-         -1,
-         {{8, 9}, {10, 11}},
-         4,
-         10,
-         9},
-        {"flipped segment between two carried points", {0, 1, 1, 1}, .5f, 7, 4, {{4, 7}}, 0, -1, -1},
-        {"a value equal to the iso value is not below", {.5f, 0, 0, 0}, .5f, -1, -1, {{8, 9}}, 2, -1, -1},
+        {"centre in floats", {16777216, 3, 16777216, 3}, 8388610.f, -1, -1, {{8, 9}, {10, 11}}, 4, 10, 9},
+        {"flipped, both carried", {0, 1, 1, 1}, .5f, 7, 4, {{4, 7}}, 0, -1, -1},
+        {"equal is not below", {.5f, 0, 0, 0}, .5f, -1, -1, {{8, 9}}, 2, -1, -1},
     };
     for (const Case& c : cases) {
         KxDArray<SbVec3f> points(8, SbVec3f(9, 9, 9));
@@ -184,6 +144,7 @@ TEST(IsolineSampling, CellMakesAndLinksItsPointsInOrder)
 }
 
 // The same segments as contourpy finds on the same samples (NaN ones masked), but in saddle cells.
+// The noise makes one cut cell in ten a saddle: polylines() sees each point in one place only.
 TEST(IsolineSampling, SegmentsAsContourpyFindsThem)
 {
     const int rows = 48, cols = 64;
@@ -192,7 +153,7 @@ TEST(IsolineSampling, SegmentsAsContourpyFindsThem)
     for (int r = 0; r < rows; ++r)
         for (int c = 0; c < cols; ++c)
             z.push_back(std::sin(c * 0.21f) * std::cos(r * 0.17f) +
-                        std::uniform_real_distribution<float>(-.3f, .3f)(random));
+                        std::uniform_real_distribution<float>(-.6f, .6f)(random));
     std::fill(z.begin() + 20 * cols + 10, z.begin() + 20 * cols + 30, std::nanf(""));
     const float levels[] = {-0.55f, 0.05f, 0.61f};
     // Ours on a cols x cols sampling, x the column and y the row: the rows past the last are NaN.
