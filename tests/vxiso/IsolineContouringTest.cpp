@@ -81,7 +81,7 @@ TEST(IsolineSampling, LinesOfKnownLevelSets)
         {"circles", bowl, {0.45f, 0.3f}, 129, 2, 0, none, 2e-4f},
         {"ramp", ramp, {-0.213f, 0.1037f, 0.3311f}, 129, 0, 3, none, 1e-6f},
         {"constant", [](float, float) { return 1.f; }, {1.f, 0.5f}, 129, 0, 0, none, 0},
-        {"values out of range", bowl, {-1.f, 2.5f}, 129, 0, 0, none, 0},
+        {"values out of range or NaN", bowl, {-1.f, none, 2.5f}, 129, 0, 0, none, 0},
         // Invalid samples and the slice's box leave out the same cells: lines end on x = 0.5.
         {"NaN beyond x = 0.5", bowlCut, {0.45f}, 129, 0, 1, 0.5f, 2e-4f},
         {"box up to x = 0.5", bowl, {0.45f}, 129, 0, 1, 0.5f, 2e-4f, {-2, 0.5f, -2, 2, -1, 1}},

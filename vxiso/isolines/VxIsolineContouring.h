@@ -126,8 +126,11 @@ void VxIsolineContouring::doGeneric(const VxIsolineSampling& sampling, const KxB
     // cell no value cuts costs four loads.
     std::vector<int> order(std::size_t(nValues), 0);
     for (int k = 0; k < nValues; ++k) order[std::size_t(k)] = k;
-    std::stable_sort(order.begin(), order.end(),
-                     [&](int a, int b) { return m_isoValues[std::size_t(a)] < m_isoValues[std::size_t(b)]; });
+    // A NaN value cuts nothing: it goes last, where no band reaches.
+    std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
+        const float va = m_isoValues[std::size_t(a)], vb = m_isoValues[std::size_t(b)];
+        return va < vb || (!std::isnan(va) && std::isnan(vb));
+    });
     std::vector<float> sorted(std::size_t(nValues), 0.f);
     for (int k = 0; k < nValues; ++k)
         sorted[std::size_t(k)] = m_isoValues[std::size_t(order[std::size_t(k)])];
