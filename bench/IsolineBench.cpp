@@ -79,14 +79,14 @@ int main(int argc, char** argv)
         if (!std::strcmp(argv[i], "--size")) n = std::atoi(argv[i + 1]);
         if (!std::strcmp(argv[i], "--reps")) reps = std::atoi(argv[i + 1]);
     }
-    // Hills and ripples: long closed and open lines, many small loops, some saddles.
+    // Hills and ripples: lines across the slice, about a thousand loops, saddles between them.
     std::vector<float> z(std::size_t(n) * std::size_t(n));
     for (int r = 0; r < n; ++r)
         for (int c = 0; c < n; ++c) {
             const float x = float(c) / float(n), y = float(r) / float(n);
             z[std::size_t(r) * std::size_t(n) + std::size_t(c)] =
-                std::sin(9.f * x) * std::cos(7.f * y) + 0.5f * std::sin(13.f * (x + y)) +
-                0.15f * std::sin(61.f * x) * std::sin(53.f * y);
+                std::sin(29.f * x) * std::cos(23.f * y) + 0.5f * std::sin(41.f * (x + y)) +
+                0.3f * std::sin(181.f * x) * std::sin(157.f * y);
         }
     const auto [lo, hi] = std::minmax_element(z.begin(), z.end());
     std::vector<float> levels;
@@ -130,9 +130,9 @@ int main(int argc, char** argv)
     std::printf("  %-34s %9.1f ms   %9d points %8d polylines\n", "ours (location as template)", oursMs,
                 oursPoints, oursLines);
     std::printf("  %-34s %9.1f ms\n", "ours (location as virtual calls)", virtualMs);
-    std::printf("  %-34s %9.1f ms   %9lld points %8lld segments   ours %.2fx faster\n", "vtkFlyingEdges2D",
+    std::printf("  %-34s %9.1f ms   %9lld points %8lld segments   ours / peer %.2f\n", "vtkFlyingEdges2D",
                 vtkMs, (long long)vtkOut->GetNumberOfPoints(), (long long)vtkOut->GetNumberOfLines(),
-                vtkMs / oursMs);
+                oursMs / vtkMs);
 
     char dir[] = "/tmp/vxiso-isoline-bench-XXXXXX";
     if (!mkdtemp(dir)) return 1;
@@ -152,8 +152,8 @@ int main(int argc, char** argv)
     std::remove(grid.c_str());
     rmdir(dir);
     if (ran)
-        std::printf("  %-34s %9.1f ms   %9lld points %8lld polylines  ours %.2fx faster\n",
-                    "contourpy (serial)", contourpyMs, cpPoints, cpLines, contourpyMs / oursMs);
+        std::printf("  %-34s %9.1f ms   %9lld points %8lld polylines  ours / peer %.2f\n",
+                    "contourpy (serial)", contourpyMs, cpPoints, cpLines, oursMs / contourpyMs);
     else
         std::printf(
             "  contourpy: not run (python3 with contourpy is not available; install python3-contourpy)\n");

@@ -174,7 +174,7 @@ void VxIsolineContouring::doGeneric(const VxIsolineSampling& sampling, const KxB
         std::fill(rowCarry.begin(), rowCarry.end(), -1);
         for (int c = 0; c + 1 < res; ++c) {
             int* columns = columnCarry.data() + std::size_t(c) * std::size_t(nValues);
-            if (!(inside[std::size_t(c + 1)] && prevValid[c] && curValid[c] && curValid[c + 1] &&
+            if (!(inside[std::size_t(c + 1)] & prevValid[c] & curValid[c] & curValid[c + 1] &
                   prevValid[c + 1])) {
                 // No point is shared across a cell left out.
                 std::fill(rowCarry.begin(), rowCarry.end(), -1);
