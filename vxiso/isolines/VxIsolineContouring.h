@@ -29,8 +29,8 @@ struct VxIsolineSampling
 //   value is less; equal counts as not below.
 // - doIntersection cuts each tetrahedron of a tetrahedral field by the plane into a triangle or a
 //   quadrilateral and contours that polygon; every segment is a line of its own.
-// Lines of the first iso value come first, then those of the second, and so on (doGeneric); the
-// lines are in lines() after each run, which replaces what was there.
+// Lines of the first iso value come first, then those of the second, and so on (doGeneric). Each run
+// replaces lines(): the polylines with the iso value of each and, when colours were given, its colour.
 class VxIsolineContouring
 {
 public:
@@ -51,20 +51,22 @@ public:
     const std::vector<float>& getIsoValues() const { return m_isoValues; }
     // One packed colour an iso value, given to each of its lines; none when empty.
     void setPackedColors(const uint32_t* colors, int n) { m_colors.assign(colors, colors + std::max(n, 0)); }
-    // The map from the field's frame into the slice's; null for none.
+    // The map between the slice's and the field's frames when they differ (the module's
+    // getTransform); null for none.
     void setTransform(const SbMatrix* m);
 
     // Contours the sampled slice. The cell whose far corner (row r, column c + 1) lies outside
     // sliceBox (no tolerance) is left out, as is every cell with an invalid corner (the location
-    // failed there or the value is NaN); a line that meets either ends there. Location: any type
-    // with set, move and evaluate as VxIsolineFieldLocation has them.
+    // failed there or the value is NaN); a line that meets either ends there. With a transform the
+    // sampling's origin and steps are mapped through it first. Location: any type with set, move and
+    // evaluate as VxIsolineFieldLocation has them.
     template <class Location>
     void doGeneric(const VxIsolineSampling& sampling, const KxBox3f& sliceBox, Location& location);
 
     // Contours the plane through origin with the given normal and in-plane vectors across every
     // tetrahedron of the field. Values per node and per tetrahedron corner are read; any other
-    // encoding gives no lines. With a transform the plane is taken into the field's frame and the
-    // points are taken back.
+    // encoding gives no lines. With a transform, origin and in-plane vectors are mapped through it,
+    // the normal is their vectors' cross product, and the points are mapped back by its inverse.
     void doIntersection(const VxTetraScalarField3& field, const SbVec3f& origin, const SbVec3f& normal,
                         const SbVec3f& uVec, const SbVec3f& vVec);
 
