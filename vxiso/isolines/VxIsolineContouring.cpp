@@ -30,8 +30,9 @@ int edgePoint(KxDArray<SbVec3f>& points, KxDArray<int>& links, const SbVec3f* co
     return i;
 }
 
-// A segment runs from edgeA to edgeB with corner 0 on its left-hand side of the field; when corner 0
-// is below, that is from edgeB to edgeA. Its points are handled, and made, in the order it runs.
+// A segment runs from edgeA to edgeB when corner 0 is not below and from edgeB to edgeA when it is,
+// so that all segments of a value keep the same side of the field on the same hand and each point
+// gets one successor and one predecessor at most. Its points are handled, and made, in that order.
 void addLineSegment(KxDArray<SbVec3f>& points, KxDArray<int>& links, const SbVec3f* corners,
                     const float* values, float iso, CellEdges& edges, bool flip, int edgeA, int edgeB)
 {
@@ -104,6 +105,8 @@ void VxIsolineContouring::chain(const KxDArray<SbVec3f>& points, const KxDArray<
     KxBitfield successor(n, false);
     for (std::size_t i = 0; i < n; ++i)
         if (links[i] >= 0) successor.set(std::size_t(links[i]));
+    // Open lines start where no link arrives. They are all found before any walk: a walk unmarks
+    // the points it passes, and those must not start lines of their own.
     std::vector<int> starts;
     for (std::size_t i = 0; i < n; ++i)
         if (!successor[i]) starts.push_back(int(i));
