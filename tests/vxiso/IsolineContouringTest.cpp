@@ -71,23 +71,24 @@ TEST(IsolineSampling, LinesOfKnownLevelSets)
         const char* name;
         std::function<float(float, float)> f;
         std::vector<float> values;
-        int res, closedLines, openLines;
+        int closedLines, openLines;
         float endX;      // open lines end on this column (NaN: on the border of the sampled square)
         float tolerance; // of |f - value| on the points: float precision where f is linear
         KxBox3f box = {-2, 2, -2, 2, -1, 1};
     };
     const float none = std::nanf("");
+    // Where lines are drawn, no sample equals a value: each point then lies on an edge of its own.
     const Case cases[] = {
-        {"circles", bowl, {0.45f, 0.3f}, 129, 2, 0, none, 2e-4f},
-        {"ramp", ramp, {-0.213f, 0.1037f, 0.3311f}, 129, 0, 3, none, 1e-6f},
-        {"constant", [](float, float) { return 1.f; }, {1.f, 0.5f}, 129, 0, 0, none, 0},
-        {"values out of range or NaN", bowl, {-1.f, none, 2.5f}, 129, 0, 0, none, 0},
+        {"circles", bowl, {0.45f, 0.3f}, 2, 0, none, 2e-4f},
+        {"ramp", ramp, {-0.213f, 0.1037f, 0.3311f}, 0, 3, none, 1e-6f},
+        {"constant", [](float, float) { return 1.f; }, {1.f, 0.5f}, 0, 0, none, 0},
+        {"values out of range or NaN", bowl, {-1.f, none, 2.5f}, 0, 0, none, 0},
         // Invalid samples and the slice's box leave out the same cells: lines end on x = 0.5.
-        {"NaN beyond x = 0.5", bowlCut, {0.45f}, 129, 0, 1, 0.5f, 2e-4f},
-        {"box up to x = 0.5", bowl, {0.45f}, 129, 0, 1, 0.5f, 2e-4f, {-2, 0.5f, -2, 2, -1, 1}},
+        {"NaN beyond x = 0.5", bowlCut, {0.45f}, 0, 1, 0.5f, 2e-4f},
+        {"box up to x = 0.5", bowl, {0.45f}, 0, 1, 0.5f, 2e-4f, {-2, 0.5f, -2, 2, -1, 1}},
     };
     for (const Case& c : cases) {
-        const VxIsolineLines lines = contour(c.f, c.values, c.res, c.box);
+        const VxIsolineLines lines = contour(c.f, c.values, 129, c.box);
         const std::vector<Polyline> all = polylines(lines);
         ASSERT_EQ(lines.lineValues.size(), all.size()) << c.name;
         int nClosed = 0, nOpen = 0;
@@ -118,6 +119,7 @@ TEST(IsolineSampling, CellMakesAndLinksItsPointsInOrder)
         std::vector<std::pair<int, int>> links; // first point -> second point
         int newPoints, rowCarryAfter, columnCarryAfter;
     };
+    // Where lines are drawn, no sample equals a value: each point then lies on an edge of its own.
     const Case cases[] = {
         {"saddle, centre = value: 0 and 2 joined", {1, 0, 1, 0}, .5f, -1, -1, {{8, 9}, {10, 11}}, 4, 10, 9},
         {"saddle, corner 0 below: from edge 3", {0, 1, 0, 1}, .5f, -1, -1, {{8, 9}, {10, 11}}, 4, 11, 10},
