@@ -89,7 +89,7 @@ template <class Record, class F> void forEachSlab(std::vector<Record*>& slabs, F
         void operator()(const tbb::blocked_range<std::size_t>& r) const
         {
             VXISO_IGNORE_READS_BEGIN(); // this copy's fields were written by the scheduler
-            const SlabSync* s = sync;
+            [[maybe_unused]] const SlabSync* s = sync;
             F* each = f;
             std::vector<Record*>* list = slabs;
             VXISO_IGNORE_READS_END();
