@@ -3,12 +3,10 @@
 // against the regular-lattice engine on the same values.
 #include "../support/TestCellGrids.h"
 #include "../support/TestFields.h"
-#include "../support/TestHost.h"
+#include "PackageSuite.h"
 
 #include <vxiso/VxIsoHexa.h>
 #include <vxiso/VxIsoTetra.h>
-
-#include <vx/VxPackageManager.h>
 
 #include <cmath>
 #include <random>
@@ -18,30 +16,7 @@ namespace {
 
 using namespace vxtest;
 
-class CellModule : public ::testing::Test
-{
-protected:
-    static void SetUpTestSuite()
-    {
-        packages = new VxPackageManager;
-        QString why;
-        ASSERT_TRUE(packages->load(VXISO_PACKAGE, &why)) << why;
-        messages()->setConsole(nullptr);
-        messages()->setErrorConsole(nullptr);
-    }
-    static void TearDownTestSuite()
-    {
-        VxApplication::destroy();
-        delete packages;
-    }
-    void SetUp() override
-    {
-        tcl("remove -all");
-        messages()->clearRecords();
-    }
-    static VxPackageManager* packages;
-};
-VxPackageManager* CellModule::packages = nullptr;
+using CellModule = PackageSuite;
 
 TestMesh surfaceOf(const char* module)
 {

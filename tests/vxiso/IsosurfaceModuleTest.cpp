@@ -1,7 +1,7 @@
 // The package and its isosurface modules as users drive them: scripts set ports and press "Apply";
 // the module decides when to extract, from which field, and says what it made.
 #include "../support/TestFields.h"
-#include "../support/TestHost.h"
+#include "PackageSuite.h"
 
 #include <vxiso/VxIsosurface.h>
 #include <vxiso/VxMaskedLabelIsosurface.h>
@@ -26,29 +26,15 @@ const QStringList& lines()
     return messages()->lines();
 }
 
-class Module : public ::testing::Test
+class Module : public PackageSuite
 {
 protected:
-    static void SetUpTestSuite()
-    {
-        packages = new VxPackageManager;
-        QString why;
-        ASSERT_TRUE(packages->load(VXISO_PACKAGE, &why)) << why;
-        messages()->setConsole(nullptr);
-    }
-    static void TearDownTestSuite()
-    {
-        VxApplication::destroy();
-        delete packages;
-    }
     void SetUp() override
     {
-        tcl("remove -all; preferences simplifiedRendering 1; compatibilityVersion 1000");
-        messages()->clearRecords();
+        PackageSuite::SetUp();
+        tcl("preferences simplifiedRendering 1; compatibilityVersion 1000");
     }
-    static VxPackageManager* packages;
 };
-VxPackageManager* Module::packages = nullptr;
 
 TEST_F(Module, ClassesComeWithTheirParentsAndPorts)
 {

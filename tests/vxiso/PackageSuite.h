@@ -1,0 +1,32 @@
+#pragma once
+// A test suite that drives the package's modules through scripts: the package is loaded once for
+// the suite, and each test starts from an empty object pool and no recorded messages.
+#include "../support/TestHost.h"
+
+#include <vx/VxPackageManager.h>
+
+class PackageSuite : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        packages = new VxPackageManager;
+        QString why;
+        ASSERT_TRUE(packages->load(VXISO_PACKAGE, &why)) << why;
+        vxtest::messages()->setConsole(nullptr);
+        vxtest::messages()->setErrorConsole(nullptr);
+    }
+    static void TearDownTestSuite()
+    {
+        // Objects run the package's code: they go before it.
+        VxApplication::destroy();
+        delete packages;
+        packages = nullptr;
+    }
+    void SetUp() override
+    {
+        vxtest::tcl("remove -all");
+        vxtest::messages()->clearRecords();
+    }
+    static inline VxPackageManager* packages = nullptr;
+};
