@@ -13,6 +13,7 @@
 #include <Inventor/nodes/SoSwitch.h>
 #include <Inventor/nodes/SoTexture2.h>
 #include <Inventor/nodes/SoTextureCoordinate2.h>
+#include <Inventor/nodes/SoTransparencyType.h>
 
 #include <algorithm>
 #include <cmath>
@@ -74,8 +75,12 @@ VxPlanarModBase::VxPlanarModBase(const KxTypeInfo* dataType)
     m_texture->model = SoTexture2::REPLACE;
     auto* quad = new SoFaceSet;
     quad->numVertices.setValue(4);
+    // Texels where the field has no value are clear: blended, whatever the viewer's default.
+    auto* clear = new SoTransparencyType;
+    clear->value = SoTransparencyType::SORTED_OBJECT_BLEND;
     auto* plane = new SoSeparator;
     plane->addChild(look);
+    plane->addChild(clear);
     plane->addChild(m_texture.get());
     plane->addChild(m_texCoords.get());
     plane->addChild(m_corners.get());
