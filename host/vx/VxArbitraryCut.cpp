@@ -36,6 +36,13 @@ KxVec3f nodeSpacing(const VxScalarField3& field)
     return {size.x > 0 ? step : 0.f, size.y > 0 ? step : 0.f, size.z > 0 ? step : 0.f};
 }
 
+// Fields that cannot be evaluated between their nodes have nothing to show on a plane.
+int evaluable(void*, VxObject* source)
+{
+    auto* field = kx_type_cast<VxScalarField3>(source);
+    return field && field->createLocation() != nullptr;
+}
+
 } // namespace
 
 VxArbitraryCut::VxArbitraryCut() : VxArbitraryCut(VxScalarField3::getClassTypeId()) {}
@@ -49,6 +56,7 @@ VxArbitraryCut::VxArbitraryCut(const KxTypeInfo* dataType)
         portNormal.setLabel(i, QString(QChar('x' + i)));
     }
     portNormal.setValue(2, 1.f);
+    portData.setSourceCheck(evaluable, nullptr);
 }
 
 void VxArbitraryCut::update()

@@ -1,6 +1,7 @@
 // Slices: where their samples lie, what the oblique slice reports for its sampling choices, how an
 // overlay hangs on a slice, and exports that land in the object pool.
 #include "../support/TestFields.h"
+#include "../support/TestFiles.h"
 #include "../support/TestHost.h"
 
 #include <kx/KxHandle.h>
@@ -11,8 +12,12 @@
 #include <vx/VxOrthoSlice.h>
 #include <vx/VxOverlayModule.h>
 
+#include <Inventor/SbRotation.h>
 #include <Inventor/nodes/SoSeparator.h>
 #include <Inventor/nodes/SoSwitch.h>
+#include <oiv/SoOffscreenEGLRenderer.h>
+
+#include <QImage>
 
 #include <random>
 
@@ -43,7 +48,7 @@ public:
 };
 KX_SOURCE(TestOverlay, VxOverlayModule)
 
-class Slices : public ::testing::Test
+class Slices : public TempDirTest
 {
 protected:
     void SetUp() override { messages()->setConsole(nullptr); }
@@ -158,16 +163,51 @@ TEST_F(Slices, ObliqueResolutionsFollowTheSamplingChoice)
         EXPECT_EQ(o->getResolution(choice), expected[choice]) << choice;
 }
 
+// A slice draws itself: seen from above, an xy slice of a ramp in x without a colour map is a grey
+// ramp from left to right, as wide as the field; a slice with nothing to show draws nothing.
+TEST_F(Slices, SlicesDrawTheirValues)
+{
+    QString why;
+    if (!SoOffscreenEGLRenderer::isAvailable(&why)) GTEST_SKIP() << why.toStdString();
+    addObject(makeField<float>(16, 8, 3, [](double x, double, double) { return x; }), "ramp");
+    tcl(QString("create VxOrthoSlice s; s data connect ramp; s fire; snapshot %1 -size 160 80")
+            .arg(qpath("ramp.png")));
+    const QImage image(qpath("ramp.png"));
+    ASSERT_FALSE(image.isNull());
+    const QRgb background = image.pixel(0, 0);
+    int previous = -1, drawn = 0, first = -1;
+    for (int x = 0; x < image.width(); ++x) {
+        const QRgb p = image.pixel(x, image.height() / 2);
+        if (p == background) continue;
+        ++drawn;
+        if (first < 0) first = qRed(p);
+        EXPECT_TRUE(qRed(p) == qGreen(p) && qGreen(p) == qBlue(p)) << x;
+        EXPECT_GE(qRed(p), previous) << x;
+        previous = qRed(p);
+    }
+    EXPECT_GT(drawn, 50);
+    EXPECT_LT(first, 40);
+    EXPECT_GT(previous, 200);
+    tcl(QString("s data disconnect; s fire; snapshot %1 -size 160 80").arg(qpath("none.png")));
+    const QImage none(qpath("none.png"));
+    ASSERT_FALSE(none.isNull());
+    for (int x = 0; x < none.width(); ++x) ASSERT_EQ(none.pixel(x, none.height() / 2), background) << x;
+}
+
 // An overlay hangs its scene on the slice it is connected to (or, as geometry, in its own separator),
 // moves with the connection, comes off with removeOverlay, and hangs through its display when it has
 // one. Its points are reachable through the coordinate interface.
 TEST_F(Slices, OverlaysHangOnTheirSlice)
 {
-    lattice();
+    SbMatrix turn;
+    turn.setRotate(SbRotation(SbVec3f(1, 2, 3), 0.4f));
+    lattice()->setTransform(turn);
     tcl("create VxOrthoSlice a; create VxOrthoSlice b; a data connect lattice; b data connect lattice");
     KxHandle<TestOverlay> overlay(new TestOverlay), geometry(new TestOverlay(VxOverlayModule::GEOMETRY));
     auto* a = object<VxOrthoSlice>("a");
     auto* b = object<VxOrthoSlice>("b");
+    SbMatrix m;
+    EXPECT_TRUE(a->getTransform(m) && m == turn) << "a slice is drawn in its field's frame";
     auto hangsOn = [&](VxPlanarModBase* s) {
         return s->getOverlayRoot()->findChild(overlay->scene.get()) >= 0;
     };
