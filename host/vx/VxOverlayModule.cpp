@@ -73,9 +73,14 @@ void VxOverlayModule::attach()
 void VxOverlayModule::compute()
 {
     VxModule::compute();
-    // A new slice, a slice's new transformation (its field changed), or a display set since.
+    // A new slice, or a display set since.
     if (portSlice.isNew() || !m_parent || (getDisplay() && m_hung.get() != getDisplay()->getRoot())) {
         removeOverlay();
         attach();
+    } else if (m_mode == GEOMETRY && getSlice()) {
+        // The slice's field may have turned since.
+        SbMatrix m;
+        getSlice()->getTransform(m);
+        if (!(m == m_transform->matrix.getValue())) m_transform->matrix = m;
     }
 }

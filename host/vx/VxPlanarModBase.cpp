@@ -180,6 +180,8 @@ void VxPlanarModBase::compute()
 {
     VxModule::compute();
     if (m_redraw || portData.isNew() || m_colormap->isNew()) draw();
+    // Overlays draw in the field's frame: a new field (or a turned one) concerns them too.
+    if (portData.isNew()) touchDownstream();
     m_redraw = false;
     showGeom(m_transform.get());
     showGeom(m_plane.get());
