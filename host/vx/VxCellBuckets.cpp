@@ -1,11 +1,17 @@
 #include <vx/VxCellBuckets.h>
 
+#include <kx/KxException.h>
+
+#include <QString>
+
 #include <algorithm>
 #include <cmath>
 
 VxCellBuckets::VxCellBuckets(int64_t numCells, const std::function<KxBox3f(int64_t)>& cellBox)
 {
     if (numCells <= 0) return;
+    if (numCells > INT32_MAX)
+        throw KxException(QString("%1 cells are more than a point index can hold").arg(qlonglong(numCells)));
     m_box = cellBox(0);
     for (int64_t c = 1; c < numCells; ++c) {
         const KxBox3f b = cellBox(c);
@@ -14,10 +20,10 @@ VxCellBuckets::VxCellBuckets(int64_t numCells, const std::function<KxBox3f(int64
             (&m_box.xmin)[2 * a + 1] = std::max(m_box.max(a), b.max(a));
         }
     }
-    // Buckets as cubic as the box allows, about one for every two cells; a flat axis gets one.
+    // Buckets as cubic as the box allows, about one for every four cells; a flat axis gets one.
     const KxVec3f size = m_box.getSize();
     const double largest = std::max({double(size.x), double(size.y), double(size.z), 1e-30});
-    const double target = std::max(1.0, double(numCells) / 2.0);
+    const double target = std::max(1.0, double(numCells) / 4.0);
     double volume = 1;
     int flat = 0;
     for (int a = 0; a < 3; ++a) {
@@ -49,7 +55,8 @@ VxCellBuckets::VxCellBuckets(int64_t numCells, const std::function<KxBox3f(int64
     for (std::size_t i = 1; i < m_start.size(); ++i) m_start[i] += m_start[i - 1];
     m_cells.resize(std::size_t(m_start.back()));
     std::vector<int64_t> fill(m_start.begin(), m_start.end() - 1);
-    forEach([&](int64_t bucket, int64_t c) { m_cells[std::size_t(fill[std::size_t(bucket)]++)] = c; });
+    forEach(
+        [&](int64_t bucket, int64_t c) { m_cells[std::size_t(fill[std::size_t(bucket)]++)] = int32_t(c); });
 }
 
 int64_t VxCellBuckets::bucketOf(int axis, float v) const

@@ -11,14 +11,15 @@
 class VxCellBuckets
 {
 public:
-    // cellBox(c) is the box of cell c, for c in [0, numCells). About two cells a bucket.
+    // cellBox(c) is the box of cell c, for c in [0, numCells). About four cells a bucket, and 32-bit
+    // cell numbers, to keep the index small; throws KxException for more cells than those reach.
     VxCellBuckets(int64_t numCells, const std::function<KxBox3f(int64_t)>& cellBox);
 
     // The cells whose boxes may contain p, as a range [begin, end) of cell numbers; empty outside.
     struct Range
     {
-        const int64_t* begin;
-        const int64_t* end;
+        const int32_t* begin;
+        const int32_t* end;
     };
     Range candidates(const KxVec3f& p) const;
 
@@ -29,5 +30,5 @@ private:
     int64_t m_n[3] = {0, 0, 0};
     float m_scale[3] = {0, 0, 0};
     std::vector<int64_t> m_start; // per bucket, where its cells begin in m_cells (CSR)
-    std::vector<int64_t> m_cells;
+    std::vector<int32_t> m_cells;
 };

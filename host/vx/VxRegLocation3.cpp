@@ -28,7 +28,13 @@ VxRegLocation3::VxRegLocation3(const VxRegScalarField3& field)
     : m_field(field), m_coords(field.lattice().coords())
 {
     for (int a = 0; a < 3; ++a) m_dims[a] = field.getDims()[a];
-    m_axisWise = m_coords->coordType() == VX_COORD_UNIFORM;
+    m_uniform = m_axisWise = m_coords->coordType() == VX_COORD_UNIFORM;
+    if (m_axisWise) {
+        // Node positions as the coordinates compute them, without a virtual call per position.
+        auto* u = static_cast<const VxUniformCoord3*>(m_coords);
+        const KxVec3f step = u->getVoxelSize();
+        for (int a = 0; a < 3; ++a) m_first[a] = u->getBoundingBox().min(a), m_step[a] = step[a];
+    }
     if (m_coords->coordType() == VX_COORD_RECTILINEAR) {
         auto* r = static_cast<const VxRectilinearCoord3*>(m_coords);
         m_axisWise = monotone(r->coords(0), m_dims[0]) && monotone(r->coords(1), m_dims[1]) &&
@@ -41,6 +47,7 @@ VxRegLocation3::~VxRegLocation3() = default;
 float VxRegLocation3::axisPos(int axis, int64_t i) const
 {
     // The lattice's own positions, computed as it computes them, so nodes are found exactly.
+    if (m_uniform) return m_first[axis] + float(i) * m_step[axis];
     const KxVec3f p = m_coords->pos(axis == 0 ? i : 0, axis == 1 ? i : 0, axis == 2 ? i : 0);
     return p[axis];
 }
@@ -60,7 +67,7 @@ bool VxRegLocation3::locateAxis(int axis, float p, bool fromLast)
     const bool increasing = last >= first;
     auto before = [increasing](float a, float b) { return increasing ? a < b : a > b; };
     int64_t i;
-    if (m_coords->coordType() == VX_COORD_UNIFORM) {
+    if (m_uniform) {
         const double x = (double(p) - first) / ((double(last) - first) / double(n - 1));
         i = std::isfinite(x) ? int64_t(std::clamp(std::floor(x), 0.0, double(n - 2))) : 0;
     } else if (fromLast) {
@@ -215,7 +222,7 @@ bool VxRegLocation3::set(const SbVec3f& p)
         });
     const KxVec3f q(p[0], p[1], p[2]);
     const VxCellBuckets::Range r = m_buckets->candidates(q);
-    for (const int64_t* c = r.begin; c != r.end; ++c) {
+    for (const int32_t* c = r.begin; c != r.end; ++c) {
         int cell[3];
         decode(*c, cell);
         const KxBox3f b = box(cell);

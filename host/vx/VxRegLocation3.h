@@ -40,7 +40,8 @@ private:
     const VxRegScalarField3& m_field;
     const VxCoord3* m_coords;
     int64_t m_dims[3];
-    bool m_axisWise;
+    bool m_uniform, m_axisWise;
+    float m_first[3] = {0, 0, 0}, m_step[3] = {0, 0, 0};
     bool m_found = false;
     int m_cell[3] = {0, 0, 0};
     double m_local[3] = {0, 0, 0};

@@ -47,7 +47,7 @@ bool VxTetraLocation3::set(const SbVec3f& p)
     m_found = false;
     const double q[3] = {p[0], p[1], p[2]};
     const VxCellBuckets::Range r = m_field.getGrid()->cellBuckets().candidates(KxVec3f(p[0], p[1], p[2]));
-    for (const int64_t* c = r.begin; c != r.end; ++c) {
+    for (const int32_t* c = r.begin; c != r.end; ++c) {
         double w[4];
         if (barycentric(int(*c), q, w) && accept(int(*c), w)) return true;
     }
