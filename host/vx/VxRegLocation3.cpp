@@ -4,7 +4,6 @@
 #include <vx/VxRegScalarField3.h>
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 namespace {
@@ -197,35 +196,19 @@ bool VxRegLocation3::set(const SbVec3f& p)
     m_found = false;
     if (m_axisWise) return m_found = locateAxes(p, false);
     if (m_dims[0] < 1 || m_dims[1] < 1 || m_dims[2] < 1) return false;
-    const int64_t nc[3] = {std::max<int64_t>(1, m_dims[0] - 1), std::max<int64_t>(1, m_dims[1] - 1),
-                           std::max<int64_t>(1, m_dims[2] - 1)};
+    const VxLattice3& lattice = m_field.lattice();
+    const int64_t nc[3] = {lattice.numCells(0), lattice.numCells(1), lattice.numCells(2)};
     auto decode = [&](int64_t c, int* cell) {
         cell[0] = int(c % nc[0]);
         cell[1] = int(c / nc[0] % nc[1]);
         cell[2] = int(c / (nc[0] * nc[1]));
     };
-    auto box = [&](const int* cell) {
-        KxVec3f lo(FLT_MAX, FLT_MAX, FLT_MAX), hi(-FLT_MAX, -FLT_MAX, -FLT_MAX);
-        for (int c = 0; c < 8; ++c) {
-            int64_t idx[3];
-            for (int a = 0; a < 3; ++a) idx[a] = cell[a] + ((c >> a & 1) && m_dims[a] > 1 ? 1 : 0);
-            const KxVec3f q = m_coords->pos(idx[0], idx[1], idx[2]);
-            for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], q[a]), hi[a] = std::max(hi[a], q[a]);
-        }
-        return KxBox3f(lo.x, hi.x, lo.y, hi.y, lo.z, hi.z);
-    };
-    if (!m_buckets)
-        m_buckets = std::make_unique<VxCellBuckets>(nc[0] * nc[1] * nc[2], [&](int64_t c) {
-            int cell[3];
-            decode(c, cell);
-            return box(cell);
-        });
     const KxVec3f q(p[0], p[1], p[2]);
-    const VxCellBuckets::Range r = m_buckets->candidates(q);
+    const VxCellBuckets::Range r = lattice.cellIndex().candidates(q);
     for (const int32_t* c = r.begin; c != r.end; ++c) {
         int cell[3];
         decode(*c, cell);
-        const KxBox3f b = box(cell);
+        const KxBox3f b = lattice.cellBox(cell[0], cell[1], cell[2]);
         const float slack = float(TOLERANCE) * std::max({b.getSize().x, b.getSize().y, b.getSize().z});
         if (!b.contains(q, slack)) continue;
         double local[3];

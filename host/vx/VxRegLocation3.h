@@ -1,9 +1,6 @@
 #pragma once
 #include <vx/VxLocation3.h>
 
-#include <memory>
-
-class VxCellBuckets;
 class VxCoord3;
 class VxRegScalarField3;
 
@@ -12,9 +9,9 @@ class VxRegScalarField3;
 // Uniform and rectilinear coordinates (positions along each axis increasing or decreasing) are
 // searched axis by axis: set() by bisection, move() by stepping from the last cell. Other
 // coordinates (curvilinear, or rectilinear positions that turn back) invert the trilinear map of a
-// cell by Newton's method: move() walks from the last cell towards the point, set() starts from the
-// cells that a spatial index, built on the first set(), names for the point. An axis of one node
-// has no cells: the point must lie on that node's plane.
+// cell by Newton's method: move() walks from the last cell towards the point, set() tries the cells
+// that the lattice's spatial index (built once, VxLattice3::cellIndex) names for the point. An axis of one
+// node has no cells: the point must lie on that node's plane.
 class VxRegLocation3 : public VxLocation3
 {
 public:
@@ -45,5 +42,4 @@ private:
     bool m_found = false;
     int m_cell[3] = {0, 0, 0};
     double m_local[3] = {0, 0, 0};
-    std::unique_ptr<VxCellBuckets> m_buckets;
 };
