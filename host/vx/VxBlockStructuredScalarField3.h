@@ -8,4 +8,6 @@ class VxBlockStructuredScalarField3 : public VxBlockStructuredField3<VxScalarFie
 
 public:
     VxBlockStructuredScalarField3() = default;
+    // Each block's own interpolation (VxBlockLocation3).
+    std::unique_ptr<VxLocation3> createLocation() const override;
 };

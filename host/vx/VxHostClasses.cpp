@@ -3,6 +3,8 @@
 #include <vx/VxHexaScalarField3.h>
 #include <vx/VxHostClasses.h>
 #include <vx/VxLineSet.h>
+#include <vx/VxObliqueSlice.h>
+#include <vx/VxOrthoSlice.h>
 #include <vx/VxOverlayModule.h>
 #include <vx/VxPointProbe.h>
 #include <vx/VxRegScalarField3.h>
@@ -17,6 +19,10 @@ void vxInitHostClasses()
     VxViewBase::getClassTypeId();
     VxTriBase::getClassTypeId();
     VxOverlayModule::getClassTypeId();
+    VxPlanarModBase::getClassTypeId();
+    VxArbitraryCut::getClassTypeId();
+    VxObliqueSlice::getClassTypeId();
+    VxOrthoSlice::getClassTypeId();
     VxSpatialData::getClassTypeId();
     VxScalarField3::getClassTypeId();
     VxRegScalarField3::getClassTypeId();

@@ -4,6 +4,9 @@
 #include <vx/VxCoord3.h>
 
 #include <memory>
+#include <mutex>
+
+class VxCellBuckets;
 
 // Values of one primitive type on a 3-D lattice of nodes (x fastest, then y, then z), with the
 // coordinates of the nodes. Owns both.
@@ -15,6 +18,7 @@ public:
     VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data = nullptr);
     VxLattice3(const VxLattice3&) = delete;
     VxLattice3& operator=(const VxLattice3&) = delete;
+    ~VxLattice3();
 
     const KxDim3l& getDims() const { return m_dims; }
     KxPrimType primType() const { return m_type; }
@@ -25,7 +29,17 @@ public:
 
     VxCoord3* coords() { return m_coords.get(); }
     const VxCoord3* coords() const { return m_coords.get(); }
-    void setCoords(VxCoord3* coords) { m_coords.reset(coords); }
+    // Replaces the coordinates (and drops the cell index made of the old ones).
+    void setCoords(VxCoord3* coords);
+
+    // Cells along an axis: one less than the nodes, one for an axis of one node (a layer). Cells are
+    // numbered x fastest and named by their lowest node.
+    int64_t numCells(int axis) const { return m_dims[axis] > 1 ? m_dims[axis] - 1 : 1; }
+    // The box of a cell's nodes.
+    KxBox3f cellBox(int64_t i, int64_t j, int64_t k) const;
+    // The spatial index of the cells, for point location off uniform axes: built on the first call
+    // (safely against concurrent first calls) and kept until the coordinates change.
+    const VxCellBuckets& cellIndex() const;
 
     // The node's value converted exactly to double.
     double valueAt(int64_t index) const;
@@ -36,4 +50,6 @@ private:
     // Members own what they adopt from the start, so that a throwing constructor frees it too.
     std::unique_ptr<void, void (*)(void*)> m_data;
     std::unique_ptr<VxCoord3> m_coords;
+    mutable std::mutex m_indexMutex;
+    mutable std::unique_ptr<VxCellBuckets> m_cellIndex;
 };

@@ -14,6 +14,21 @@ VxObject::~VxObject()
     for (VxConnection* c : QList<VxConnection*>(m_downstream)) c->disconnect();
     for (VxPort* p : m_ports) p->m_listed = false;
     m_ports.clear();
+    for (KxInterface* i : m_interfaces) i->unref();
+}
+
+void VxObject::addInterface(KxInterface* i)
+{
+    if (!i || m_interfaces.contains(i)) return;
+    i->ref();
+    m_interfaces.append(i);
+}
+
+KxInterface* VxObject::getInterface(const KxTypeInfo* type) const
+{
+    for (KxInterface* i : m_interfaces)
+        if (i->implements(type)) return i;
+    return nullptr;
 }
 
 void VxObject::addPort(VxPort* port)

@@ -1,4 +1,5 @@
 #pragma once
+#include <kx/KxInterface.h>
 #include <kx/KxTypedObject.h>
 
 #include <QList>
@@ -72,6 +73,16 @@ public:
     // The object verbs handled by VxObject::parse, for help and error messages.
     virtual QStringList commands() const;
 
+    // Interfaces the object offers to others (coordinate access, ...). The object holds a reference
+    // to each until it is destroyed.
+    void addInterface(KxInterface* i);
+    // The first offered interface of that type (or derived from it), or null.
+    KxInterface* getInterface(const KxTypeInfo* type) const;
+    template <class T> T* getInterface() const
+    {
+        return kxinterface_cast<T>(getInterface(T::getClassInterfaceType()));
+    }
+
 protected:
     using Writer = std::function<bool(const QString& format, const QString& path, QString* why)>;
     // The "exportData" and "save" words (argv[1]) with their arguments, written by write.
@@ -98,4 +109,5 @@ private:
     QString m_loadCommand;
     QStringList m_edits;
     Tcl_Command m_command = nullptr;
+    QList<KxInterface*> m_interfaces;
 };

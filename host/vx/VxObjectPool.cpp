@@ -73,13 +73,11 @@ void VxObjectPool::forgetLabel(const QString& label)
     }
 }
 
-bool VxObjectPool::addObject(VxObject* object, bool uniqueLabel)
+bool VxObjectPool::addObject(VxObject* object, bool selected)
 {
     if (!object || contains(object)) return false;
-    if (!mayTakeName(object->getLabel(), object)) {
-        if (!uniqueLabel) return false;
-        object->setLabel(makeUniqueLabel(object->getLabel()));
-    }
+    if (!mayTakeName(object->getLabel(), object)) object->setLabel(makeUniqueLabel(object->getLabel()));
+    if (selected) m_selected = {object};
     object->ref();
     m_objects.append(object);
     m_byLabel.insert(object->getLabel(), object);
@@ -102,6 +100,7 @@ void VxObjectPool::removeObject(VxObject* object)
     // From the end: removeAll takes the newest first.
     m_objects.removeAt(m_objects.lastIndexOf(object));
     m_byLabel.remove(object->getLabel());
+    m_selected.remove(object);
     forgetLabel(object->getLabel());
     interpreter()->removeObjectCommand(object);
     // Readers lose their source now, not when the last handle goes.
@@ -134,4 +133,21 @@ QList<VxObject*> VxObjectPool::getObjects(const KxTypeInfo* type) const
     for (VxObject* o : m_objects)
         if (!type || o->isOfType(type)) found.append(o);
     return found;
+}
+
+QList<VxObject*> VxObjectPool::getSelected() const
+{
+    QList<VxObject*> selected;
+    for (VxObject* o : m_objects)
+        if (m_selected.contains(o)) selected.append(o);
+    return selected;
+}
+
+void VxObjectPool::setSelected(VxObject* object, bool on)
+{
+    if (!contains(object)) return;
+    if (on)
+        m_selected.insert(object);
+    else
+        m_selected.remove(object);
 }

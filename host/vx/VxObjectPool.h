@@ -1,6 +1,7 @@
 #pragma once
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 
 class KxTypeInfo;
@@ -12,9 +13,15 @@ class VxObjectPool
 {
 public:
     ~VxObjectPool();
-    // Adds the object under its label, made unique by a number when taken ("Isosurface2").
-    // uniqueLabel false keeps the label and fails (returns false) when it may not be taken.
-    bool addObject(VxObject* object, bool uniqueLabel = true);
+    // Adds the object under its label, made unique by a number when taken ("IsoLines2"); selected
+    // makes it the selected object (a user's new object), otherwise the selection stays as it is
+    // (an object a module exports). False only for null or an object already in the pool.
+    bool addObject(VxObject* object, bool selected = true);
+
+    // The selected objects, in pool order.
+    QList<VxObject*> getSelected() const;
+    bool isSelected(const VxObject* object) const { return m_selected.contains(object); }
+    void setSelected(VxObject* object, bool on);
     // Disconnects every reader of the object and drops it.
     void removeObject(VxObject* object);
     void removeAll();
@@ -41,6 +48,7 @@ private:
 
     QList<VxObject*> m_objects;
     QHash<QString, VxObject*> m_byLabel;
+    QSet<const VxObject*> m_selected;
     // Per base label, a number below which every numbered label is an object's: automatic names
     // start looking there, so that thousands of them stay cheap. Lowered when a label is freed.
     mutable QHash<QString, int> m_nextNumber;

@@ -1,3 +1,4 @@
+#include <vx/VxRegLocation3.h>
 #include <vx/VxRegScalarField3.h>
 
 #include <algorithm>
@@ -97,4 +98,9 @@ void VxUniformScalarField3::setBoundingBox(const KxBox3f& box, const KxVec3f& sp
 KxVec3f VxUniformScalarField3::getVoxelSize() const
 {
     return static_cast<const VxUniformCoord3*>(lattice().coords())->getVoxelSize();
+}
+
+std::unique_ptr<VxLocation3> VxRegScalarField3::createLocation() const
+{
+    return std::make_unique<VxRegLocation3>(*this);
 }

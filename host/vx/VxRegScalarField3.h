@@ -34,6 +34,8 @@ public:
     };
     // Smallest and largest value; false when no value qualifies (min and max are then 0).
     bool getRange(double& min, double& max, int mode = RANGE_ALL) const;
+    // Trilinear interpolation in the lattice's cells (VxRegLocation3).
+    std::unique_ptr<VxLocation3> createLocation() const override;
 
     bool hasUndefinedValue() const override { return m_hasUndefined; }
     double getUndefinedValue() const { return m_undefined; }

@@ -1,8 +1,11 @@
 #pragma once
 #include <kx/KxBox3.h>
+#include <vx/VxLocation3.h>
 #include <vx/VxObject.h>
 
 #include <Inventor/SbMatrix.h>
+
+#include <memory>
 
 // Data with a place in space: a bounding box and an optional transformation.
 class VxSpatialData : public VxObject
@@ -28,4 +31,9 @@ private:
 class VxScalarField3 : public VxSpatialData
 {
     KX_HEADER(VxScalarField3)
+
+public:
+    // A location for evaluating the field at points (see VxLocation3); null for a field that
+    // cannot be evaluated between its nodes (hexahedral grids). The field must outlive it.
+    virtual std::unique_ptr<VxLocation3> createLocation() const { return nullptr; }
 };

@@ -1,4 +1,5 @@
 #include <vx/VxCellValues.h>
+#include <vx/VxTetraLocation3.h>
 #include <vx/VxTetraScalarField3.h>
 
 KX_ABSTRACT_SOURCE(VxTetraScalarField3, VxScalarField3)
@@ -36,4 +37,9 @@ VxTetraScalarField3::VxTetraScalarField3(VxTetraGrid* grid, std::vector<float> v
 bool VxTetraScalarField3::getRange(double& min, double& max) const
 {
     return vxcells::rangeOf(m_values, min, max);
+}
+
+std::unique_ptr<VxLocation3> VxTetraScalarField3::createLocation() const
+{
+    return std::make_unique<VxTetraLocation3>(*this);
 }

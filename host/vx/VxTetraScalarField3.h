@@ -31,6 +31,8 @@ public:
     KxBox3f getBoundingBox() const override { return m_grid->getBoundingBox(); }
     // Smallest and largest value, NaN left out; false (and 0, 0) when there is none.
     bool getRange(double& min, double& max) const;
+    // Linear interpolation in the tetrahedra (VxTetraLocation3).
+    std::unique_ptr<VxLocation3> createLocation() const override;
 
 private:
     KxHandle<VxTetraGrid> m_grid;
