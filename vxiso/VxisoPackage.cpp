@@ -3,6 +3,7 @@
 // order, when it is added to the package.
 #include <vxiso/VxIsoHexa.h>
 #include <vxiso/VxIsoTetra.h>
+#include <vxiso/VxIsolines.h>
 #include <vxiso/VxIsosurface.h>
 #include <vxiso/VxMaskedLabelIsosurface.h>
 
@@ -38,6 +39,7 @@ void corvapackage_vxiso_init()
     // The derived class first: its type record makes its parent's on the way.
     kxInitClass_VxMaskedLabelIsosurface();
     kxInitClass_VxIsosurface();
+    kxInitClass_VxIsolines();
     kxInitClass_VxIsoTetra();
     kxInitClass_VxIsoHexa();
 }
@@ -49,6 +51,7 @@ void corvapackage_vxiso_finish()
     isFinished = true;
     kxExitClass_VxIsoHexa();
     kxExitClass_VxIsoTetra();
+    kxExitClass_VxIsolines();
     kxExitClass_VxIsosurface();
     kxExitClass_VxMaskedLabelIsosurface();
 }

@@ -8,6 +8,9 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include <algorithm>
+#include <sstream>
+
 namespace {
 
 using namespace vxtest;
@@ -83,6 +86,39 @@ TEST_F(Examples, RelaxedMaskKeepsMoreOfTheRegionThanStrict)
                    {"-e", "loadNetwork hippocampus.tcl; hippocampus exportData ply again.ply"}, dir.path());
     ASSERT_EQ(again.exitCode, 0) << again.err;
     EXPECT_EQ(contents(dir.filePath("again.ply")), contents(dir.filePath("relaxed.ply")));
+}
+
+// Contour lines of the middle axial slice: polylines in the slice's plane, each with one of the five
+// evenly spaced values, the lines of a value after those of the values below it.
+TEST_F(Examples, HeadIsolinesLieInTheSliceInValueOrder)
+{
+    const QString out = dir.filePath("lines.vtk");
+    const ProgramRun r =
+        runProgram(VXHOST_PROGRAM, {VXISO_SOURCE_DIR "/examples/isolines-head.tcl", out}, dir.path());
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, QString("iso values: 0 254 5\nwrote %1\n").arg(out));
+    std::istringstream in(contents(out).toStdString());
+    std::string word;
+    while (in >> word && word != "POINTS") {
+    }
+    int numPoints = 0, numLines = 0, size = 0;
+    in >> numPoints >> word;
+    std::vector<float> z;
+    for (float x, y, w; z.size() < std::size_t(numPoints) && in >> x >> y >> w;) z.push_back(w);
+    in >> word >> numLines >> size;
+    EXPECT_EQ(word, "LINES");
+    EXPECT_GT(numLines, 10);
+    EXPECT_EQ(std::count(z.begin(), z.end(), z[0]), numPoints) << "every point in the slice's plane";
+    while (in >> word && word != "CELL_DATA") {
+    }
+    in >> word >> word >> word >> word >> word >> word; // count, SCALARS values float, LOOKUP_TABLE default
+    float previous = 0;
+    for (int l = 0; l < numLines && in >> word; ++l) {
+        const float v = std::stof(word);
+        EXPECT_TRUE(v == 63.5f || v == 127.f || v == 190.5f) << v;
+        EXPECT_GE(v, previous);
+        previous = v;
+    }
 }
 
 // The tetrahedral example writes its own mesh and needs nothing installed. Its sphere is closed and
