@@ -234,7 +234,7 @@ void VxIsolines::updateResolution()
         if (!custom) {
             const SbVec2s n = oblique->getResolution(quality);
             portParameters.setValue(0, float(std::max(n[0], n[1])));
-        } else if (portSlice.isNew()) {
+        } else if (portSlice.isNew(VxPort::NEW_SOURCE)) {
             portParameters.setValue(
                 0, float(std::max(oblique->portResolution.getValue(0), oblique->portResolution.getValue(1))));
         }
@@ -276,7 +276,8 @@ void VxIsolines::update()
     vxDeprecation::updateDeprecatedPorts(this);
     auto* field = vxconnection_cast<VxScalarField3>(portData);
 
-    if (kx_type_cast<VxTetraScalarField3>(field)) {
+    const bool tetra = kx_type_cast<VxTetraScalarField3>(field) != nullptr;
+    if (tetra) {
         portOptions.setSensitivity(RESAMPLE, true);
         portParameters.setSensitivity(0, portOptions.getValue(RESAMPLE) ? VxPortFloatTextN::SENSITIVE
                                                                         : VxPortFloatTextN::NO_SENSITIVITY);
@@ -294,9 +295,10 @@ void VxIsolines::update()
     if (field && portData.isNew()) {
         const KxBox3f box = field->getBoundingBox();
         const float s = std::min(box.max(0) - box.min(0), box.max(1) - box.min(1));
-        portTextScale.setValue(s / 600.f);
+        // The range first: the slider clamps, and a small field's scale lies below the default range.
         portTextScale.setMinMax(s / 600.f * 0.25f, s / 600.f * 4.0f);
-        // The value first, then the range: the value is clamped into the old range.
+        portTextScale.setValue(s / 600.f);
+        // The value first, then the range, so that the spacing starts at the range's bottom.
         portTextSpacing.setValue(-1);
         portTextSpacing.setMinMax(0, s * 0.25f);
     }
@@ -309,8 +311,12 @@ void VxIsolines::update()
     portTextScale.setVisible(annotated);
     if (annotated) portTextAlignment.setVisible(1, true);
 
-    if (portSlice.isNew()) updatePortQuality();
+    // Another slice, not a slice that moved: the user's quality stays while the slice moves.
+    if (portSlice.isNew(VxPort::NEW_SOURCE)) updatePortQuality();
     updateResolution();
+    // Cutting the tetrahedra reads no resolution, whatever the slice would give.
+    if (tetra && !portOptions.getValue(RESAMPLE))
+        portParameters.setSensitivity(0, VxPortFloatTextN::NO_SENSITIVITY);
 
     if (!field)
         m_rangeIsStale = true;
@@ -343,6 +349,7 @@ void VxIsolines::computeIsolines()
     property->orderedRGBA.setNum(0);
     lineSet->numVertices.setNum(0);
     m_lineValues.clear();
+    if (!slice->hasPlane()) return;
 
     VxIsolineContouring contouring;
     contouring.setIsoValues(m_isoValues.data(), int(m_isoValues.size()));
