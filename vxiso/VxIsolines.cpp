@@ -377,7 +377,8 @@ void VxIsolines::computeIsolines()
     m_lineValues = lines.lineValues;
     if (!lines.lineColors.empty())
         property->orderedRGBA.setValues(0, int(lines.lineColors.size()), lines.lineColors.data());
-    property->materialBinding = SoVertexProperty::PER_PART;
+    property->materialBinding =
+        SoVertexProperty::PER_FACE; // one colour a polyline (PER_PART would be one a segment)
     lines.handTo(property->vertex, lineSet->numVertices);
 }
 

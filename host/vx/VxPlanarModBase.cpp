@@ -9,6 +9,7 @@
 #include <Inventor/nodes/SoFaceSet.h>
 #include <Inventor/nodes/SoLightModel.h>
 #include <Inventor/nodes/SoMatrixTransform.h>
+#include <Inventor/nodes/SoPolygonOffset.h>
 #include <Inventor/nodes/SoSeparator.h>
 #include <Inventor/nodes/SoSwitch.h>
 #include <Inventor/nodes/SoTexture2.h>
@@ -78,9 +79,16 @@ VxPlanarModBase::VxPlanarModBase(const KxTypeInfo* dataType)
     // Texels where the field has no value are clear: blended, whatever the viewer's default.
     auto* clear = new SoTransparencyType;
     clear->value = SoTransparencyType::SORTED_OBJECT_BLEND;
+    // The plane lies a little behind its own depth, so that lines and labels drawn in it by overlays
+    // win the depth test against it (the plane is blended, so it may well be drawn after them).
+    auto* behind = new SoPolygonOffset;
+    behind->factor = 1.f;
+    behind->units = 1.f;
+    behind->styles = SoPolygonOffset::FILLED;
     auto* plane = new SoSeparator;
     plane->addChild(look);
     plane->addChild(clear);
+    plane->addChild(behind);
     plane->addChild(m_texture.get());
     plane->addChild(m_texCoords.get());
     plane->addChild(m_corners.get());

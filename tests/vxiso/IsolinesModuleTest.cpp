@@ -8,6 +8,8 @@
 #include <vx/VxLineSet.h>
 #include <vx/VxObliqueSlice.h>
 
+#include <QImage>
+
 #include <cmath>
 #include <vector>
 
@@ -134,6 +136,20 @@ TEST_F(Isolines, LinesOnASliceOfABallAreClosedCirclesOfTheirRadius)
             EXPECT_EQ(set.getPointData(0)[i], value);
         }
     }
+    // Drawn over the slice in the colour map's default red, one colour a line: neither hidden behind
+    // the plane nor coloured from past the end of the colours.
+    const QString png = QString::fromStdString(::testing::TempDir() + "isolines-ball.png");
+    tcl("snapshot " + png + " -size 120 120");
+    const QImage image(png);
+    int red = 0, otherHue = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x) {
+            const QRgb c = image.pixel(x, y);
+            red += qRed(c) > 200 && qGreen(c) < 60 && qBlue(c) < 60;
+            otherHue += qGreen(c) > qRed(c) + 40 || qBlue(c) > qRed(c) + 40;
+        }
+    EXPECT_GT(red, 100);
+    EXPECT_EQ(otherHue, 0);
 }
 
 TEST_F(Isolines, QualityGivesTheResolutionFromTheSlice)
