@@ -102,11 +102,7 @@ template <class UserData>
 void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeBox(const KxBox3i& box, UserData& userData,
                                                          KxProgressInterface* progress)
 {
-    const int cellsX = box.xmax - 1 - box.xmin;
-    const int cellsY = box.ymax - 1 - box.ymin;
-    const int cellsZ = box.zmax - 1 - box.zmin;
-    if (cellsX <= 0 || cellsY <= 0 || cellsZ <= 0) return;
-
+    if (!tools::hasCells(box)) return;
     m_index.beginBox(m_tools.accessor, m_tools.iso, box);
     m_cubes.beginBox(m_tools, box, userData);
     // Room for every vertex and triangle up front: no array is copied while it grows.
@@ -124,7 +120,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
     const int cellsX = box.xmax - 1 - box.xmin;
     const int cellsY = box.ymax - 1 - box.ymin;
     const int cellsZ = box.zmax - 1 - box.zmin;
-    if (cellsX <= 0 || cellsY <= 0 || cellsZ <= 0) return;
+    if (!tools::hasCells(box)) return;
 
     sizeBuffers(cellsX, cellsY);
     m_index.rewind();

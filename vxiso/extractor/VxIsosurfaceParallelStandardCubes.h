@@ -83,7 +83,7 @@ public:
     void classify(const KxBox3i& box, ThreadSpecificData& d) const
     {
         d.box = box;
-        if (box.xmax - box.xmin < 2 || box.ymax - box.ymin < 2 || box.zmax - box.zmin < 2) return;
+        if (!tools::hasCells(box)) return;
         d.index.beginBox(m_tools.accessor, m_tools.iso, box);
         d.vertexRoom = d.index.countCutEdges();
         if (d.firstLayer != 0) d.vertexRoom -= d.index.countCutEdgesInPlane(Axis::index, int(d.firstLayer));

@@ -186,6 +186,12 @@ private:
     std::vector<unsigned char> m_bytes;
 };
 
+// Whether a node box holds a cell: two node layers or more on every axis.
+inline bool hasCells(const KxBox3i& box)
+{
+    return box.xmax - box.xmin > 1 && box.ymax - box.ymin > 1 && box.zmax - box.zmin > 1;
+}
+
 // End nodes of edge e of a cell, in grid indices.
 inline void edgeNodes(const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b)
 {
