@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# make demo: the head surface of a real MRI scan, surfaces of built-in fields and of a field on a
-# tetrahedral mesh made by gmsh, under demo-out/.
+# make demo: the head surface of a real MRI scan and contour lines on one of its slices, surfaces of
+# built-in fields, and surface and contour lines of a field on a tetrahedral mesh made by gmsh,
+# under demo-out/.
 set -euo pipefail
 build=${1:-build}
 out=demo-out
@@ -32,6 +33,9 @@ echo "== head surface of the ch2 T1 scan (181 x 217 x 181, 1 mm)"
 # The picture looks at the face: along -y (RAS: from the front), with z (feet to head) up.
 "$vxiso" surface "$ch2" -t 3 --pad -o "$out/head.ply" --png "$out/head.png" --view 0 -1 0 --up 0 0 1
 
+echo "== contour lines on the middle axial slice of the same scan"
+"$vxiso" isolines "$ch2" --slice z --uniform 20 100 5 -o "$out/head-lines.svg" --png "$out/head-lines.png"
+
 echo "== the left hippocampus: the same scan inside region 37 of the AAL atlas, relaxed mask"
 "$vxiso" surface "$ch2" -t 80 --compactify --mask /usr/share/mricron/templates/aal.nii.gz --mask-label 37 \
   --relaxed -o "$out/hippocampus.ply"
@@ -46,8 +50,9 @@ gmsh -3 -format msh22 "$here/examples/ball.geo" -o "$out/ball.msh" >"$out/gmsh.l
 awk -f "$here/scripts/gyroid-field.awk" "$out/ball.msh" >"$out/ball-gyroid.msh"
 "$vxiso" info "$out/ball-gyroid.msh"
 "$vxiso" surface "$out/ball-gyroid.msh" -t 0 -o "$out/ball-gyroid.ply" --png "$out/ball-gyroid.png"
+"$vxiso" isolines "$out/ball-gyroid.msh" --slice z --uniform -0.8 0.8 5 -o "$out/ball-lines.svg"
 
 echo
 echo "Meshes written: $(ls "$out"/*.ply | tr '\n' ' ')"
-echo "Pictures: $(ls "$out"/*.png | tr '\n' ' ')"
+echo "Pictures: $(ls "$out"/*.png "$out"/*.svg | tr '\n' ' ')"
 echo "Open them in any mesh viewer, or run '$vxiso --help' for more."

@@ -5,12 +5,14 @@
 #include <vx/VxArbitraryCut.h>
 #include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxDisplay.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxLineSet.h>
 #include <vx/VxMessage.h>
 #include <vx/VxObjectPool.h>
 #include <vx/VxObliqueSlice.h>
 #include <vx/VxOrthoSlice.h>
+#include <vx/VxRangeProviderSpatialData.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
 
@@ -47,19 +49,6 @@ struct Location
     bool evaluate(float& v) { return at.eval(v); }
 };
 
-// The field's value range; false when it has none.
-bool fieldRange(const VxScalarField3* field, double& lo, double& hi)
-{
-    if (const auto* reg = kx_type_cast<VxRegScalarField3>(field))
-        return reg->getRange(lo, hi,
-                             reg->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
-                                                      : VxRegScalarField3::RANGE_ALL);
-    if (const auto* tetra = kx_type_cast<VxTetraScalarField3>(field)) return tetra->getRange(lo, hi);
-    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(field))
-        return blocks->getRange(lo, hi);
-    return false;
-}
-
 // A lattice whose nodes a slice of it can be sampled on one to one.
 const VxUniformScalarField3* uniformLattice(const VxObject* field)
 {
@@ -89,6 +78,7 @@ void VxIsolines::commonInit()
 {
     portData.addType(VxBlockStructuredScalarField3::getClassTypeId());
     portData.addType(VxTetraScalarField3::getClassTypeId());
+    portData.addType(VxHexaScalarField3::getClassTypeId());
     portTextScale.setAliasName("text scale");
     portTextSpacing.setAliasName("text spacing");
 
@@ -186,7 +176,7 @@ void VxIsolines::determineIsoValues()
 void VxIsolines::resetRange(VxScalarField3* field)
 {
     double min = 0, max = 0;
-    fieldRange(field, min, max);
+    VxRangeProviderSpatialData::rangeOf(field, min, max);
     portUniform.setValue(0, float(min));
     portUniform.setValue(1, float(max));
     portExplicit.setValue(QString::asprintf("%g %g", min + (max - min) * 0.25, min + (max - min) * 0.75));
@@ -312,7 +302,13 @@ void VxIsolines::update()
     if (annotated) portTextAlignment.setVisible(1, true);
 
     // Another slice, not a slice that moved: the user's quality stays while the slice moves.
-    if (portSlice.isNew(VxPort::NEW_SOURCE)) updatePortQuality();
+    // The choices follow the new slice; a quality chosen in the same run (a script or a saved
+    // network sets it right after connecting) is kept where the new choices have it.
+    if (portSlice.isNew(VxPort::NEW_SOURCE)) {
+        const int chosen = portQuality.isNew(VxPort::NEW_VALUE) ? portQuality.getValue() : -1;
+        updatePortQuality();
+        if (chosen >= 0 && chosen < portQuality.getNum()) portQuality.setValue(chosen);
+    }
     updateResolution();
     // Cutting the tetrahedra reads no resolution, whatever the slice would give.
     if (tetra && !portOptions.getValue(RESAMPLE))

@@ -1,5 +1,7 @@
 #include "VxisoOptionTable.h"
 
+#include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <string>
 
@@ -12,7 +14,11 @@ using Value = VxisoOption::Value;
 constexpr long long kMaxCores = 4096;
 
 constexpr unsigned kSurface = unsigned(VxisoCommand::Surface);
-constexpr unsigned kAll = unsigned(VxisoCommand::Surface) | unsigned(VxisoCommand::Info);
+constexpr unsigned kIsolines = unsigned(VxisoCommand::Isolines);
+constexpr unsigned kDrawn = kSurface | kIsolines;
+constexpr unsigned kAll = kDrawn | unsigned(VxisoCommand::Info);
+// The module's own bounds of its resolution and of its count of uniform values.
+constexpr long long kMaxResolution = 4096, kMinResolution = 16, kMaxUniform = 200;
 
 void describesRaw(VxisoOptions& o)
 {
@@ -42,6 +48,34 @@ void storeCores(VxisoOptions& o, int, const Value& v)
         throw VxisoUsageError{"--cores takes 1 to " + std::to_string(kMaxCores) + " threads, not " +
                               std::to_string(v.integer)};
     o.cores = v.integer;
+}
+
+void storeSlice(VxisoOptions& o, int i, const Value& v)
+{
+    if (i == 0) {
+        if (v.text != "x" && v.text != "y" && v.text != "z")
+            throw VxisoUsageError{"--slice takes the axis x, y or z, not '" + v.text + "'"};
+        o.sliceAxis = v.text[0];
+        return;
+    }
+    char* end = nullptr;
+    const long long index = std::strtoll(v.text.c_str(), &end, 10);
+    if (*end != '\0' || index < 0)
+        throw VxisoUsageError{"--slice takes a node number of 0 or more, not '" + v.text + "'"};
+    o.sliceIndex = index;
+}
+
+void storeUniform(VxisoOptions& o, int i, const Value& v)
+{
+    if (i == 0) o.uniformMin = v.number;
+    if (i == 1) o.uniformMax = v.number;
+    if (i == 2) {
+        if (v.number != std::floor(v.number) || v.number < 1 || v.number > kMaxUniform)
+            throw VxisoUsageError{"--uniform takes N of 1 to " + std::to_string(kMaxUniform) +
+                                  " values, not " + v.text};
+        o.uniformCount = (long long)v.number;
+    }
+    o.haveUniform = true;
 }
 
 } // namespace
@@ -114,9 +148,29 @@ const std::vector<VxisoOption>& vxisoOptionTable()
              o.threshold = v.number;
              o.haveThreshold = true;
          }},
-        {"-o", "--output", "OUTPUT", Kind::Text, kSurface,
-         "the mesh to write; its extension picks the format: .ply, .stl, .off, .iv, .obj or .vtk",
+        {"-o", "--output", "OUTPUT", Kind::Text, kDrawn,
+         "the file to write; its extension picks the format: for surface .ply, .stl, .off, .iv, .obj or "
+         ".vtk, for isolines .vtk, .iv or .svg",
          [](VxisoOptions& o, int, const Value& v) { o.output = v.text; }},
+        {"--png", nullptr, "PICTURE", Kind::Text, kDrawn,
+         "also draw the surface, or the slice with its lines, into a PNG picture (800 x 600, off-screen)",
+         [](VxisoOptions& o, int, const Value& v) { o.picture = v.text; }},
+        {"--view", nullptr, "DX DY DZ", Kind::Number, kDrawn,
+         "the direction the picture looks in (default 0 0 -1; for isolines straight at the slice)",
+         [](VxisoOptions& o, int i, const Value& v) {
+             o.view[i] = v.number;
+             o.haveView = true;
+         }},
+        {"--up", nullptr, "UX UY UZ", Kind::Number, kDrawn,
+         "the direction that is up in the picture (default 0 1 0; for isolines the slice's second axis)",
+         [](VxisoOptions& o, int i, const Value& v) {
+             o.up[i] = v.number;
+             o.haveView = true;
+         }},
+        {"--verbose", nullptr, "", Kind::Flag, kDrawn,
+         "also print, for surface, the split axis, the number of slabs and the engine time; for isolines, "
+         "the lines and points of each value",
+         [](VxisoOptions& o, int, const Value&) { o.verbose = true; }},
         {"--label", nullptr, "N", Kind::Integer, kSurface, "with --labels, wrap only the voxels of label N",
          [](VxisoOptions& o, int, const Value& v) {
              o.label = v.integer;
@@ -146,15 +200,6 @@ const std::vector<VxisoOption>& vxisoOptionTable()
          "its "
          "axis)",
          storeDownsample},
-        {"--png", nullptr, "PICTURE", Kind::Text, kSurface,
-         "also draw the surface into a PNG picture (800 x 600, off-screen)",
-         [](VxisoOptions& o, int, const Value& v) { o.picture = v.text; }},
-        {"--view", nullptr, "DX DY DZ", Kind::Number, kSurface,
-         "the direction the picture looks in (default 0 0 -1)",
-         [](VxisoOptions& o, int i, const Value& v) { o.view[i] = v.number; }},
-        {"--up", nullptr, "UX UY UZ", Kind::Number, kSurface,
-         "the direction that is up in the picture (default 0 1 0)",
-         [](VxisoOptions& o, int i, const Value& v) { o.up[i] = v.number; }},
         {"--ascii", nullptr, "", Kind::Flag, kSurface, "write PLY, STL and VTK as text instead of binary",
          [](VxisoOptions& o, int, const Value&) { o.ascii = true; }},
         {"--pad", nullptr, "", Kind::Flag, kSurface,
@@ -168,9 +213,38 @@ const std::vector<VxisoOption>& vxisoOptionTable()
         {"--cores", nullptr, "N", Kind::Integer, kSurface,
          "1 runs sequentially; more (up to 4096) run in parallel on at most N threads (default: all cores)",
          storeCores},
-        {"--verbose", nullptr, "", Kind::Flag, kSurface,
-         "also print the split axis, the number of slabs and the engine time",
-         [](VxisoOptions& o, int, const Value&) { o.verbose = true; }},
+
+        // The contour lines.
+        {"--slice", nullptr, "AXIS [INDEX]", Kind::Text, kIsolines,
+         "contour on the slice across axis x, y or z (the volume's nodes along it count from 0; default the "
+         "middle one)",
+         storeSlice},
+        {"--plane", nullptr, "OX OY OZ NX NY NZ", Kind::Number, kIsolines,
+         "contour on the plane through point O with normal N, cut across the whole field",
+         [](VxisoOptions& o, int i, const Value& v) {
+             (i < 3 ? o.planeOrigin[i] : o.planeNormal[i - 3]) = v.number;
+             o.havePlane = true;
+         }},
+        {"--values", nullptr, "V...", Kind::Number, kIsolines, "the iso values, one line set each",
+         [](VxisoOptions& o, int, const Value& v) { o.isoValues.push_back(v.number); }},
+        {"--uniform", nullptr, "MIN MAX N", Kind::Number, kIsolines,
+         "N iso values (1 to 200) spread evenly from MIN to MAX", storeUniform},
+        {"--resolution", nullptr, "R", Kind::Integer, kIsolines,
+         "sample the slice on R x R points (16 to 4096); tetrahedral meshes are cut cell by cell instead",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.integer < kMinResolution || v.integer > kMaxResolution)
+                 throw VxisoUsageError{"--resolution takes " + std::to_string(kMinResolution) + " to " +
+                                       std::to_string(kMaxResolution) + " samples, not " +
+                                       std::to_string(v.integer)};
+             o.resolution = v.integer;
+         }},
+        {"--quality", nullptr, "LEVEL", Kind::Text, kIsolines,
+         "low, medium or high: half, one or two samples per node of the slice (default medium)",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.text != "low" && v.text != "medium" && v.text != "high")
+                 throw VxisoUsageError{"--quality is low, medium or high, not '" + v.text + "'"};
+             o.quality = v.text;
+         }},
     };
     return table;
 }

@@ -17,11 +17,16 @@ using Value = VxisoOption::Value;
 const char* kHead =
     "usage: vxiso surface INPUT -t VALUE -o OUTPUT [options]\n"
     "       vxiso surface INPUT --labels [--label N] -o OUTPUT [options]\n"
+    "       vxiso isolines INPUT (--slice AXIS [INDEX] | --plane OX OY OZ NX NY NZ)\n"
+    "                      (--values V... | --uniform MIN MAX N) -o OUTPUT [options]\n"
     "       vxiso info INPUT [--labels]\n"
     "\n"
     "surface extracts the isosurface where the field equals VALUE and writes it as a mesh; the\n"
     "output's extension picks the format: .ply, .stl, .off, .iv, .obj or .vtk. It runs the\n"
     "isosurface module of the vxiso package, as a vxhost script would (see the README).\n"
+    "isolines draws the contour lines of the field on a slice and writes them as VTK polydata (.vtk,\n"
+    "the iso value of each line as cell data \"value\"), as an Open Inventor scene (.iv) or as an SVG\n"
+    "drawing of the slice with a legend (.svg); it runs the package's isoline module.\n"
     "info prints the dimensions, type, spacing, origin, value range and undefined value of INPUT.\n"
     "\n"
     "INPUT is one of:\n"
@@ -31,6 +36,7 @@ const char* kHead =
     "      .mha, .mhd                  MetaImage\n"
     "      .vtk                        VTK legacy structured points, rectilinear or structured grid\n"
     "      .vxblocks                   a multi-block field: one volume file per block\n"
+    "      .vtu, .msh, .vtk            a tetrahedral or hexahedral mesh with a field (--scalars NAME)\n"
     "  --raw FILE --dims NX NY NZ --type TYPE   a headerless volume\n"
     "  --field NAME --size N                    a built-in float field on [-1,1]^3\n";
 
@@ -46,22 +52,36 @@ const char* commandName(unsigned commands)
     return vxisoCommandName(VxisoCommand(commands & -commands));
 }
 
-// All of the commands, by name: "surface and info".
+// All of the commands, by name: "surface, info and isolines".
 std::string commandNames(unsigned commands)
 {
-    std::string names;
+    std::vector<std::string> names;
     for (unsigned bit = 1; bit <= commands; bit <<= 1)
-        if (commands & bit) names += (names.empty() ? "" : " and ") + std::string(commandName(bit));
+        if (commands & bit) names.push_back(commandName(bit));
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+    return text;
+}
+
+// The value names of an option: "NAME" is one value, "[NAME]" an optional one and "NAME..." one or
+// more; optional and repeated values come last.
+std::vector<std::string> valueNames(const VxisoOption& option)
+{
+    std::istringstream words(option.values);
+    std::vector<std::string> names;
+    for (std::string word; words >> word;) names.push_back(word);
     return names;
 }
 
-int valueCount(const VxisoOption& option)
+bool isOptional(const std::string& name)
 {
-    std::istringstream words(option.values);
-    std::string word;
-    int n = 0;
-    while (words >> word) ++n;
-    return n;
+    return name.front() == '[';
+}
+
+bool isRepeated(const std::string& name)
+{
+    return name.size() > 3 && name.compare(name.size() - 3, 3, "...") == 0;
 }
 
 const VxisoOption* find(const std::string& word)
@@ -69,6 +89,13 @@ const VxisoOption* find(const std::string& word)
     for (const VxisoOption& option : vxisoOptionTable())
         if (word == option.name || (option.alias && word == option.alias)) return &option;
     return nullptr;
+}
+
+bool isNumber(const std::string& text)
+{
+    char* end = nullptr;
+    std::strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0';
 }
 
 // Finite unless any: an undefined value may be NaN or an infinity.
@@ -114,9 +141,20 @@ std::size_t take(const VxisoOption& option, const std::string& typed, const std:
         option.store(o, 0, Value());
         return next;
     }
-    for (int i = 0, n = valueCount(option); i < n; ++i) {
-        if (next >= words.size()) throw VxisoUsageError{"option " + typed + " needs a value"};
-        option.store(o, i, read(option, typed, words[next++]));
+    int i = 0;
+    for (const std::string& name : valueNames(option)) {
+        // Only a number is taken as an optional or further value, so that an input file or a
+        // negative value's neighbour is never swallowed.
+        const bool required = !isOptional(name);
+        if (required) {
+            if (next >= words.size()) throw VxisoUsageError{"option " + typed + " needs a value"};
+            option.store(o, i++, read(option, typed, words[next++]));
+        }
+        if (!required || isRepeated(name))
+            while (next < words.size() && isNumber(words[next]) && !find(words[next])) {
+                option.store(o, i++, read(option, typed, words[next++]));
+                if (!isRepeated(name)) break;
+            }
     }
     return next;
 }
@@ -169,6 +207,8 @@ const char* vxisoCommandName(VxisoCommand command)
         return "surface";
     case VxisoCommand::Info:
         return "info";
+    case VxisoCommand::Isolines:
+        return "isolines";
     }
     return "";
 }

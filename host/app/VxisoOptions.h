@@ -15,6 +15,7 @@ enum class VxisoCommand : unsigned
 {
     Surface = 1,
     Info = 2,
+    Isolines = 4,
 };
 
 // Everything the command line says, for every subcommand; what a subcommand does not take keeps
@@ -45,9 +46,23 @@ struct VxisoOptions
     int downsample[3] = {0, 0, 0}; // 0: not asked for
     long long cores = 0;           // 0: all cores
     double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};
+    bool haveView = false;
+
+    // The contour lines: an ortho slice (axis 'x', 'y' or 'z'; index -1 for the middle one) or a
+    // plane through a point; explicit values or n values spread evenly from min to max.
+    char sliceAxis = 0;
+    long long sliceIndex = -1;
+    bool havePlane = false;
+    double planeOrigin[3] = {0, 0, 0}, planeNormal[3] = {0, 0, 0};
+    std::vector<double> isoValues;
+    bool haveUniform = false;
+    double uniformMin = 0, uniformMax = 0;
+    long long uniformCount = 0;
+    long long resolution = 0; // 0: from --quality
+    std::string quality;      // low, medium or high; empty: medium
 };
 
-// "surface", "info".
+// "surface", "info", "isolines".
 const char* vxisoCommandName(VxisoCommand command);
 
 // The options that follow the subcommand, each checked on its own; how they fit together is the

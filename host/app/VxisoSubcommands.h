@@ -6,3 +6,4 @@
 // exit status; a wrong command line throws VxisoUsageError, a failure KxException.
 int vxisoSurface(const std::vector<std::string>& args);
 int vxisoInfo(const std::vector<std::string>& args);
+int vxisoIsolines(const std::vector<std::string>& args);

@@ -2,6 +2,7 @@
 #include "VxHostSession.h"
 #include "VxInputFiles.h"
 #include "VxValueChecks.h"
+#include "VxisoChecks.h"
 #include "VxisoInputs.h"
 #include "VxisoSubcommands.h"
 
@@ -38,36 +39,6 @@
 
 namespace {
 
-std::string triple(const double* v)
-{
-    char text[80];
-    std::snprintf(text, sizeof text, "%.10g %.10g %.10g", v[0], v[1], v[2]);
-    return text;
-}
-
-// The picture's camera takes its directions in single precision: each must keep a length there, and
-// up must lie across the view. Checked before the long work rather than when the picture is drawn.
-void checkDirections(const VxisoOptions& o)
-{
-    auto length = [](const double* v) {
-        const double x = float(v[0]), y = float(v[1]), z = float(v[2]);
-        return std::sqrt(x * x + y * y + z * z);
-    };
-    auto check = [](const char* option, const double* v, double l) {
-        if (!(l > 0) || !std::isfinite(l))
-            throw VxisoUsageError{
-                std::string(option) + " " + triple(v) +
-                " is not a direction: give three numbers, not all 0 (nor too large for floats)"};
-    };
-    const double lv = length(o.view), lu = length(o.up);
-    check("--view", o.view, lv);
-    check("--up", o.up, lu);
-    const double cosine = (o.view[0] * o.up[0] + o.view[1] * o.up[1] + o.view[2] * o.up[2]) / (lv * lu);
-    if (std::fabs(cosine) > 0.999)
-        throw VxisoUsageError{"--up " + triple(o.up) + " runs along --view " + triple(o.view) +
-                              ": give an up direction across the view"};
-}
-
 // What surface needs beyond the input: a threshold or labels, a mask for the mask's options, an
 // output it can write, a picture's name and directions.
 void checkSurfaceOptions(const VxisoOptions& o)
@@ -84,29 +55,10 @@ void checkSurfaceOptions(const VxisoOptions& o)
             "--mask restricts the surface of a scalar volume; a label volume's region is chosen "
             "with --label N"};
     if (o.output.empty()) throw VxisoUsageError{"no output: give -o FILE"};
-    if (!o.picture.empty() && QFileInfo(QString::fromStdString(o.picture)).suffix().toLower() != "png")
-        throw VxisoUsageError{"--png writes PNG pictures: give a file name ending in .png, not '" +
-                              o.picture + "'"};
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
         throw VxisoUsageError{"cannot write '" + o.output + "': unknown format " +
                               VxSurfaceWriter::extensionHint().toStdString()};
-    checkDirections(o);
-}
-
-// Fails early, before a long extraction, when the output cannot be created.
-void checkWritable(const std::string& path)
-{
-    const std::size_t slash = path.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-    struct stat st;
-    if (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        throw KxException(QString("cannot write %1: no directory %2")
-                              .arg(QString::fromStdString(path), QString::fromStdString(dir)));
-    if (::access(dir.c_str(), W_OK) != 0)
-        throw KxException(
-            QString("cannot write %1: %2").arg(QString::fromStdString(path), std::strerror(errno)));
-    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-        throw KxException(QString("cannot write %1: it is a directory").arg(QString::fromStdString(path)));
+    vxisoCheckPicture(o);
 }
 
 // Tells what the file asks for that the written mesh does not do.
@@ -126,11 +78,6 @@ void warnAboutFile(const VxisoOptions& o, const VxVolumeInfo& info, const VxSpat
                      qPrintable(file));
 }
 
-QString text(double v)
-{
-    return QString::number(v, 'g', 17);
-}
-
 // The slider keeps its value inside the data's range; a threshold outside it is honoured (it gives
 // no surface) by widening the range, as a script would with "setMinMax".
 void setThreshold(VxHostSession& host, double threshold)
@@ -139,10 +86,10 @@ void setThreshold(VxHostSession& host, double threshold)
     if (!slider) throw KxException("the isosurface module has no threshold slider");
     const float t = float(threshold);
     if (t < slider->getMinValue() || t > slider->getMaxValue())
-        host.run({"isosurface", "threshold", "setMinMax", text(std::min(t, slider->getMinValue())),
-                  text(std::max(t, slider->getMaxValue()))},
+        host.run({"isosurface", "threshold", "setMinMax", vxisoNumber(std::min(t, slider->getMinValue())),
+                  vxisoNumber(std::max(t, slider->getMaxValue()))},
                  "cannot set -t");
-    host.run({"isosurface", "threshold", "setValue", text(threshold)}, "cannot set -t");
+    host.run({"isosurface", "threshold", "setValue", vxisoNumber(threshold)}, "cannot set -t");
 }
 
 // The module lowers factors above half an axis; say so rather than extract coarser than asked.
@@ -230,27 +177,6 @@ void printRun(const VxisoOptions& o, const VxExtractionReport::Figures& run)
     std::printf("engine time: %.3f ms\n", run.seconds * 1000.0);
 }
 
-// Writing the mesh or the picture over a file that this run reads would destroy the input. Files
-// are compared as files, so links and other spellings of a name are caught too.
-void refuseOverwritingInputs(const VxisoOptions& o)
-{
-    QStringList inputs;
-    const std::string& input = o.volumeFile.empty() ? o.rawFile : o.volumeFile;
-    if (!input.empty()) inputs << vxInputFiles(QString::fromStdString(input));
-    if (!o.maskFile.empty()) inputs << vxInputFiles(QString::fromStdString(o.maskFile));
-    const std::pair<const char*, const std::string*> outputs[] = {{"-o", &o.output}, {"--png", &o.picture}};
-    for (const auto& [option, output] : outputs) {
-        if (output->empty()) continue;
-        for (const QString& in : inputs)
-            if (vxSameFile(QString::fromStdString(*output), in))
-                throw VxisoUsageError{std::string(option) + " " + *output + " would replace " +
-                                      in.toStdString() + ", which this run reads; choose another name"};
-    }
-    if (!o.picture.empty() && vxSameFile(QString::fromStdString(o.picture), QString::fromStdString(o.output)))
-        throw VxisoUsageError{"--png " + o.picture + " and -o " + o.output +
-                              " are the same file; choose another name"};
-}
-
 // The value range of blocks and meshes, whose values need no checks beyond it.
 bool rangeBesidesVolumes(const VxSpatialData& data, double& lo, double& hi)
 {
@@ -279,15 +205,6 @@ void warnAboutValues(const VxisoOptions& o, const VxSpatialData& data)
     warnOutsideRange(o.threshold, lo, hi);
 }
 
-// The host keeps the module's errors and warnings to its record (see vxisoSurface); warnings are passed
-// on in the command's voice.
-void passOnModuleWarnings()
-{
-    for (const QString& line : VxApplication::instance()->message()->lines())
-        if (line.startsWith("Warning: "))
-            std::fprintf(stderr, "vxiso: warning: %s\n", qPrintable(line.mid(9).simplified()));
-}
-
 // Why the module failed, in one line: the cause it recorded, else its error texts; empty when it
 // reported no error.
 QString moduleFailure(VxHostSession& host)
@@ -304,7 +221,7 @@ void extract(VxHostSession& host, const QString& button, const QString& output)
 {
     host.run({"isosurface", button, "hit"}, "the isosurface module did not run");
     host.run({"isosurface", "fire"}, "the isosurface module did not run");
-    passOnModuleWarnings();
+    vxisoPassOnModuleWarnings();
     if (VxApplication::instance()->progress()->wasInterrupted())
         throw KxException(QString("interrupted; %1 was not written").arg(output));
     const QString failure = moduleFailure(host);
@@ -329,8 +246,9 @@ void write(VxHostSession& host, const VxisoOptions& o)
               output},
              "");
     if (!o.picture.empty())
-        host.run({"snapshot", QString::fromStdString(o.picture), "-view", text(o.view[0]), text(o.view[1]),
-                  text(o.view[2]), "-up", text(o.up[0]), text(o.up[1]), text(o.up[2])},
+        host.run({"snapshot", QString::fromStdString(o.picture), "-view", vxisoNumber(o.view[0]),
+                  vxisoNumber(o.view[1]), vxisoNumber(o.view[2]), "-up", vxisoNumber(o.up[0]),
+                  vxisoNumber(o.up[1]), vxisoNumber(o.up[2])},
                  QString("cannot draw %1").arg(QString::fromStdString(o.picture)));
 }
 
@@ -341,9 +259,9 @@ int vxisoSurface(const std::vector<std::string>& args)
     VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Surface);
     vxisoChooseInput(o);
     checkSurfaceOptions(o);
-    refuseOverwritingInputs(o);
-    checkWritable(o.output);
-    if (!o.picture.empty()) checkWritable(o.picture);
+    vxisoRefuseOverwritingInputs(o, {{"-o", &o.output}, {"--png", &o.picture}});
+    vxisoCheckWritable(o.output);
+    if (!o.picture.empty()) vxisoCheckWritable(o.picture);
     const VxisoModuleInputs inputs = readInputs(o);
 
     // The engine lets the scheduler pick its threads; the command line caps them.

@@ -1,8 +1,9 @@
 // vxiso: the one-line command for the everyday job, e.g.
 //   vxiso surface --field gyroid --size 128 -t 0 -o gyroid.ply
 //   vxiso info brain.nii.gz
-// Each subcommand is a file of its own (VxisoSurface.cpp, VxisoInfo.cpp); the options are one table
-// (VxisoOptionTable.cpp) that the parser reads by and the help is made from (VxisoOptions.cpp); the
+//   vxiso isolines brain.nii.gz --slice z --uniform 20 100 5 -o lines.svg
+// Each subcommand is a file of its own (VxisoSurface.cpp, VxisoIsolines.cpp, VxisoInfo.cpp); the options are
+// one table (VxisoOptionTable.cpp) that the parser reads by and the help is made from (VxisoOptions.cpp); the
 // inputs they share are read in VxisoInputs.cpp.
 #include "VxisoOptions.h"
 #include "VxisoSubcommands.h"
@@ -27,6 +28,7 @@ struct Subcommand
 const Subcommand kSubcommands[] = {
     {VxisoCommand::Surface, vxisoSurface},
     {VxisoCommand::Info, vxisoInfo},
+    {VxisoCommand::Isolines, vxisoIsolines},
 };
 
 const Subcommand* find(const std::string& name)

@@ -70,9 +70,9 @@ void writeVtk(const VxLineSet& s, W& w)
         w.put("\n", 1);
     }
     if (s.getNumDataValues() == 0) return;
-    w.put("POINT_DATA " + QByteArray::number(np) + "\nSCALARS values float\nLOOKUP_TABLE default\n");
+    w.put("POINT_DATA " + QByteArray::number(np) + "\nSCALARS value float\nLOOKUP_TABLE default\n");
     for (int i = 0; i < np && w.ok(); ++i) putNumber(w, s.getPointData(0)[i], '\n');
-    w.put("CELL_DATA " + QByteArray::number(nl) + "\nSCALARS values float\nLOOKUP_TABLE default\n");
+    w.put("CELL_DATA " + QByteArray::number(nl) + "\nSCALARS value float\nLOOKUP_TABLE default\n");
     for (int l = 0; l < nl && w.ok(); ++l) putNumber(w, s.getLineData(0)[l], '\n');
 }
 

@@ -1,6 +1,7 @@
 #include <vx/VxApplication.h>
 #include <vx/VxArbitraryCut.h>
 #include <vx/VxBlockStructuredScalarField3.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxMessage.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
@@ -28,6 +29,7 @@ KxVec3f nodeSpacing(const VxScalarField3& field)
     if (auto* b = kx_type_cast<VxBlockStructuredScalarField3>(&field))
         for (int i = 0; i < b->getNumBlocks(); ++i) nodes += double(b->getField(i)->getDims().count());
     if (auto* t = kx_type_cast<VxTetraScalarField3>(&field)) nodes = t->getGrid()->getNumNodes();
+    if (auto* h = kx_type_cast<VxHexaScalarField3>(&field)) nodes = h->grid()->getNumNodes();
     double volume = 1;
     int dims = 0;
     for (int a = 0; a < 3; ++a)

@@ -43,6 +43,11 @@ public:
     // pairs its first two and counts as boundary for the others. Safe to call from any thread.
     const std::vector<Face>& getFaces() const;
 
+protected:
+    int64_t numCells() const override { return int64_t(m_hexas.size()); }
+    int cellSize() const override { return 8; }
+    const int32_t* cellNodes(int64_t c) const override { return m_hexas[std::size_t(c)].nodes; }
+
 private:
     void buildFaces() const;
 

@@ -1,4 +1,5 @@
 #include <vx/VxCellValues.h>
+#include <vx/VxHexaLocation3.h>
 #include <vx/VxHexaScalarField3.h>
 
 KX_ABSTRACT_SOURCE(VxHexaScalarField3, VxScalarField3)
@@ -37,4 +38,9 @@ VxHexaScalarField3::VxHexaScalarField3(VxHexaGrid* grid, std::vector<float> valu
 bool VxHexaScalarField3::getRange(double& min, double& max) const
 {
     return vxcells::rangeOf(m_values, min, max);
+}
+
+std::unique_ptr<VxLocation3> VxHexaScalarField3::createLocation() const
+{
+    return std::make_unique<VxHexaLocation3>(*this);
 }

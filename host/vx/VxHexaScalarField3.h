@@ -29,6 +29,8 @@ public:
     KxBox3f getBoundingBox() const override { return grid()->getBoundingBox(); }
     // Smallest and largest value, NaN left out; false (and 0, 0) when there is none.
     bool getRange(double& min, double& max) const;
+    // Trilinear in each hexahedron (see VxHexaLocation3).
+    std::unique_ptr<VxLocation3> createLocation() const override;
 
 private:
     std::vector<float> m_values;

@@ -38,13 +38,14 @@ public:
     void removeOverlay();
     // Whether the scene hangs on a slice now.
     bool isOverlaid() const { return m_parent.get() != nullptr; }
+    // The scene the derived module handed over (its lines, say), for writing it out.
+    SoNode* getOverlayNode() const { return m_node.get(); }
 
 protected:
     VxOverlayModule(const KxTypeInfo* dataType, GraphicalRepMgtType mode);
     ~VxOverlayModule() override;
 
     void setOverlayNode(SoNode* node);
-    SoNode* getOverlayNode() const { return m_node.get(); }
 
 private:
     // What is hung: the display's root when there is a display, else the scene itself.

@@ -1,9 +1,8 @@
-#include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxColormap.h>
 #include <vx/VxPlanarModBase.h>
 #include <vx/VxPortColormap.h>
+#include <vx/VxRangeProviderSpatialData.h>
 #include <vx/VxRegScalarField3.h>
-#include <vx/VxTetraScalarField3.h>
 
 #include <Inventor/nodes/SoCoordinate3.h>
 #include <Inventor/nodes/SoFaceSet.h>
@@ -15,6 +14,8 @@
 #include <Inventor/nodes/SoTexture2.h>
 #include <Inventor/nodes/SoTextureCoordinate2.h>
 #include <Inventor/nodes/SoTransparencyType.h>
+
+#include <QImage>
 
 #include <algorithm>
 #include <cmath>
@@ -47,20 +48,6 @@ std::vector<KxVec3d> planeInBox(const KxBox3f& box, const SbVec3f& o, const SbVe
                 points.push_back(corner(c) + (corner(d) - corner(c)) * (dist[c] / (dist[c] - dist[d])));
         }
     return points;
-}
-
-bool valueRange(const VxScalarField3* field, double& min, double& max)
-{
-    if (auto* r = kx_type_cast<VxRegScalarField3>(field))
-        return r->getRange(min, max,
-                           r->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
-                                                  : VxRegScalarField3::RANGE_ALL);
-    if (auto* b = kx_type_cast<VxBlockStructuredScalarField3>(field))
-        return b->getRange(min, max,
-                           b->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
-                                                  : VxRegScalarField3::RANGE_ALL);
-    if (auto* t = kx_type_cast<VxTetraScalarField3>(field)) return t->getRange(min, max);
-    return false;
 }
 
 } // namespace
@@ -212,7 +199,7 @@ void VxPlanarModBase::draw()
     }
     // Grey over the field's range stands in for a colour map.
     double lo = 0, hi = 1;
-    if (!valueRange(field, lo, hi) || !(hi > lo)) hi = lo + 1;
+    if (!VxRangeProviderSpatialData::rangeOf(field, lo, hi) || !(hi > lo)) hi = lo + 1;
     const VxColormap* map = m_colormap->getColormap();
     std::vector<unsigned char> image(std::size_t(nu) * std::size_t(nv) * 4, 0);
     std::unique_ptr<VxLocation3> at = field->createLocation();
@@ -243,4 +230,17 @@ void VxPlanarModBase::draw()
     const SbVec2f tc[4] = {SbVec2f(s0, t0), SbVec2f(s1, t0), SbVec2f(s1, t1), SbVec2f(s0, t1)};
     m_texCoords->point.setValues(0, 4, tc);
     m_plane->whichChild = SO_SWITCH_ALL;
+}
+
+bool VxPlanarModBase::getDrawing(QImage& image, SbVec3f& corner, SbVec3f& uSide, SbVec3f& vSide) const
+{
+    SbVec2s size;
+    int components = 0;
+    const unsigned char* texels = m_texture->image.getValue(size, components);
+    if (m_plane->whichChild.getValue() == SO_SWITCH_NONE || !texels || components != 4) return false;
+    image = QImage(texels, size[0], size[1], size[0] * 4, QImage::Format_RGBA8888).copy();
+    corner = m_corners->point[0];
+    uSide = m_corners->point[1] - corner;
+    vSide = m_corners->point[3] - corner;
+    return true;
 }

@@ -13,6 +13,7 @@ class SoTexture2;
 class SoSwitch;
 class SoTextureCoordinate2;
 class VxPortColormap;
+class QImage;
 
 // Base of the slice modules: a plane through the connected field, drawn as a rectangle textured
 // with the field's values through the colour map (grey over the field's range without one). Points
@@ -53,6 +54,11 @@ public:
 
     // The field's transformation, which the drawing carries; false (and the identity) without one.
     bool getTransform(SbMatrix& m) const;
+
+    // The drawing as last made: its texels (RGBA, one a sample; row r lies at corner + r * ev /
+    // (rows - 1), so v runs up the rows), the sampled rectangle's corner, and its sides along u and
+    // v. False when the slice shows nothing.
+    bool getDrawing(QImage& image, SbVec3f& corner, SbVec3f& uSide, SbVec3f& vSide) const;
 
     VxScalarField3* getField() const { return vxconnection_cast<VxScalarField3>(portData); }
     VxPortColormap& portColormap() { return *m_colormap; }

@@ -20,15 +20,18 @@ VxConnection* VxRangeProviderSpatialData::getConnection() const
 
 bool VxRangeProviderSpatialData::getRange(double& min, double& max) const
 {
-    min = max = 0;
     VxConnection* c = getConnection();
-    if (const auto* blocks = c ? vxconnection_cast<VxBlockStructuredScalarField3>(*c) : nullptr)
+    return rangeOf(c ? c->getSource() : nullptr, min, max);
+}
+
+bool VxRangeProviderSpatialData::rangeOf(const VxObject* data, double& min, double& max)
+{
+    min = max = 0;
+    if (const auto* blocks = kx_type_cast<VxBlockStructuredScalarField3>(data))
         return blocks->getRange(min, max, VxRegScalarField3::RANGE_SKIP_UNDEFINED);
-    if (const auto* tetra = c ? vxconnection_cast<VxTetraScalarField3>(*c) : nullptr)
-        return tetra->getRange(min, max);
-    if (const auto* hexa = c ? vxconnection_cast<VxHexaScalarField3>(*c) : nullptr)
-        return hexa->getRange(min, max);
-    const VxRegScalarField3* field = c ? vxconnection_cast<VxRegScalarField3>(*c) : nullptr;
+    if (const auto* tetra = kx_type_cast<VxTetraScalarField3>(data)) return tetra->getRange(min, max);
+    if (const auto* hexa = kx_type_cast<VxHexaScalarField3>(data)) return hexa->getRange(min, max);
+    const auto* field = kx_type_cast<VxRegScalarField3>(data);
     if (!field) return false;
     int mode =
         field->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED : VxRegScalarField3::RANGE_ALL;

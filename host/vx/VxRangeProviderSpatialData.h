@@ -13,6 +13,8 @@ public:
     explicit VxRangeProviderSpatialData(VxObject* owner) : m_owner(owner) {}
 
     bool getRange(double& min, double& max) const override;
+    // The same range of any data object: false (and 0, 0) for data without values.
+    static bool rangeOf(const VxObject* data, double& min, double& max);
     bool isDiscrete() const override;
     VxConnection* getConnection() const;
 

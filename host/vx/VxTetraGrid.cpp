@@ -98,19 +98,3 @@ int32_t VxTetraGrid::countNegativelyOriented() const
     for (int32_t t = 0; t < getNumTetras(); ++t) n += orientation(t) < 0;
     return n;
 }
-
-const VxCellBuckets& VxTetraGrid::cellBuckets() const
-{
-    std::call_once(m_bucketsOnce, [this] {
-        m_buckets = std::make_unique<VxCellBuckets>(getNumTetras(), [this](int64_t t) {
-            const int32_t* n = m_tetras[std::size_t(t)].nodes;
-            KxVec3f lo = getNode(n[0]), hi = lo;
-            for (int i = 1; i < 4; ++i) {
-                const KxVec3f q = getNode(n[i]);
-                for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], q[a]), hi[a] = std::max(hi[a], q[a]);
-            }
-            return KxBox3f(lo.x, hi.x, lo.y, hi.y, lo.z, hi.z);
-        });
-    });
-    return *m_buckets;
-}

@@ -1,9 +1,5 @@
 #pragma once
-#include <vx/VxCellBuckets.h>
 #include <vx/VxUnstructuredGrid.h>
-
-#include <memory>
-#include <mutex>
 
 // A grid of tetrahedra. Each tetrahedron is a record of eight 32-bit integers: its four nodes, then
 // its neighbours across the faces opposite nodes 0 to 3 (-1 where the face is on the boundary).
@@ -32,15 +28,13 @@ public:
     // Tetrahedra whose orientation is negative (their nodes given in the other order).
     int32_t countNegativelyOriented() const;
 
-    // The spatial index of the tetrahedra for point location, built on the first call (safely
-    // against concurrent first calls) and kept: the grid does not change.
-    const VxCellBuckets& cellBuckets() const;
+protected:
+    int64_t numCells() const override { return int64_t(m_tetras.size()); }
+    int cellSize() const override { return 4; }
+    const int32_t* cellNodes(int64_t c) const override { return m_tetras[std::size_t(c)].nodes; }
 
 private:
     void findNeighbours();
-
-    mutable std::once_flag m_bucketsOnce;
-    mutable std::unique_ptr<VxCellBuckets> m_buckets;
 
     std::vector<Tetra> m_tetras;
 };

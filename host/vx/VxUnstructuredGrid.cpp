@@ -63,3 +63,20 @@ int32_t VxUnstructuredGrid::checkCells(const std::vector<int32_t>& cells, int n,
                                                   : QString("the grid has no nodes")));
     return int32_t(count);
 }
+
+const VxCellBuckets& VxUnstructuredGrid::cellBuckets() const
+{
+    std::call_once(m_bucketsOnce, [this] {
+        const int corners = cellSize();
+        m_buckets = std::make_unique<VxCellBuckets>(numCells(), [this, corners](int64_t c) {
+            const int32_t* n = cellNodes(c);
+            KxVec3f lo = getNode(n[0]), hi = lo;
+            for (int i = 1; i < corners; ++i) {
+                const KxVec3f q = getNode(n[i]);
+                for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], q[a]), hi[a] = std::max(hi[a], q[a]);
+            }
+            return KxBox3f(lo.x, hi.x, lo.y, hi.y, lo.z, hi.z);
+        });
+    });
+    return *m_buckets;
+}

@@ -1,7 +1,10 @@
 #pragma once
+#include <vx/VxCellBuckets.h>
 #include <vx/VxSpatialData.h>
 
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 // Nodes of a grid of cells given by node indices (tetrahedra, hexahedra): one float triple per
@@ -19,6 +22,10 @@ public:
     // The box of the nodes (all zeros without nodes).
     KxBox3f getBoundingBox() const override { return m_box; }
 
+    // The cells' spatial index for point location; made on first use and kept. Safe to call from
+    // any thread.
+    const VxCellBuckets& cellBuckets() const;
+
 protected:
     // Throws KxException, naming the grid (kind, e.g. "tetrahedral grid"), when xyz does not hold
     // whole finite nodes or more nodes than 32-bit indices reach.
@@ -28,9 +35,17 @@ protected:
     int32_t checkCells(const std::vector<int32_t>& cells, int n, const char* cellName,
                        const char* cellsName) const;
 
+    // The derived grid's cells, for the index: their number, nodes per cell, and cell c's nodes.
+    virtual int64_t numCells() const = 0;
+    virtual int cellSize() const = 0;
+    virtual const int32_t* cellNodes(int64_t c) const = 0;
+
     const char* m_kind;
 
 private:
+    mutable std::once_flag m_bucketsOnce;
+    mutable std::unique_ptr<VxCellBuckets> m_buckets;
+
     std::vector<float> m_xyz;
     int32_t m_numNodes = 0;
     KxBox3f m_box;

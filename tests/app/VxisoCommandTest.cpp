@@ -266,6 +266,19 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
         {"surface hex.vtk -t 2 --scalars v", 1,
          "hex.vtk: holds no one-component field named 'v'; it holds heat, x"},
         {"surface past.vtk -t 2", 1, "past.vtk: cell 1 refers to node 5, but there are 5 nodes"},
+        {"isolines s.nrrd --values 0 -o l.vtk", 2, "no slice: give --slice"},
+        {"isolines s.nrrd --slice z --plane 0 0 0 0 0 1 --values 0 -o l.vtk", 2, "either --slice or --plane"},
+        {"isolines s.nrrd --slice z -o l.vtk", 2, "no iso values"},
+        {"isolines s.nrrd --slice z 13 --values 0 -o l.vtk", 2, "the volume has 13 nodes along z (0 to 12)"},
+        {"isolines tet.vtk --slice z 0 --values 0 -o l.vtk", 2, "INDEX counts the nodes of a uniform"},
+        {"isolines s.nrrd --plane 1 2 3 0 0 0 --values 0 -o l.vtk", 2, "the normal 0 0 0 has no direction"},
+        {"isolines s.nrrd --slice z --uniform 0 1 0 -o l.vtk", 2,
+         "--uniform takes N of 1 to 200 values, not 0"},
+        {"isolines s.nrrd --slice z --values 0 --resolution 9 -o l.vtk", 2, "--resolution takes 16 to 4096"},
+        {"isolines s.nrrd --slice z --values 0 -o l.ply", 2,
+         "contour lines are written as .vtk, .iv or .svg"},
+        {"isolines s.nrrd --slice z --values 1 -o s.nrrd.svg --png s.nrrd", 2, "--png writes PNG pictures"},
+        {"isolines --labels m.nrrd --slice z --values 1 -o l.vtk", 2, "--labels reads label volumes"},
     };
     for (const auto& c : cases) {
         const bool surface = c.args.rfind("surface", 0) == 0;
@@ -281,6 +294,73 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
     QStringList after = before + QStringList{"stderr.txt", "stdout.txt"};
     after.sort();
     EXPECT_EQ(entries(), after);
+}
+
+// Contour lines of the sphere on its middle slice across z (index space: a circle of radius
+// sqrt(5.3^2 - 0.4^2) around (7.2, 6.9)), in each format: one closed line repeating its first point,
+// its value as cell data, the same points in every file; a second value lies inside the first.
+TEST_F(VxisoCommand, IsolinesWriteTheSameClosedLinesInEveryFormat)
+{
+    writeSphereAndMask();
+    const Result r = vxiso("isolines s.nrrd --slice z --values 0 2 --verbose -o l.vtk");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(r.err.empty()) << r.err;
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(r.out, m,
+                                  std::regex("Contour lines: 2 lines, (\\d+) points at 2 iso values\n"
+                                             "  0: 1 lines, (\\d+) points\n  2: 1 lines, \\d+ points\n")))
+        << r.out;
+    const int total = std::stoi(m[1]), first = std::stoi(m[2]);
+
+    std::istringstream vtk(slurp(path("l.vtk")));
+    std::string word;
+    int points = 0;
+    while (vtk >> word && word != "POINTS") {
+    }
+    vtk >> points >> word;
+    ASSERT_EQ(points, total);
+    std::vector<KxVec3f> p(std::size_t(points), KxVec3f(0, 0, 0));
+    for (KxVec3f& q : p) vtk >> q.x >> q.y >> q.z;
+    int lines = 0, size = 0, n = 0;
+    vtk >> word >> lines >> size >> n;
+    ASSERT_EQ(word + std::to_string(lines) + " " + std::to_string(n), "LINES2 " + std::to_string(first));
+    std::vector<int> line(static_cast<std::size_t>(n));
+    for (int& i : line) vtk >> i;
+    EXPECT_EQ(p[std::size_t(line.front())], p[std::size_t(line.back())]);
+    for (int i : line) {
+        const KxVec3f q = p[std::size_t(i)]; // spacing 0.5 2 1
+        EXPECT_NEAR(std::hypot(q.x / 0.5 - 7.2, q.y / 2 - 6.9), std::sqrt(5.3 * 5.3 - 0.4 * 0.4), 0.05) << i;
+        EXPECT_EQ(q.z, 6.f);
+    }
+    const std::string text = slurp(path("l.vtk"));
+    EXPECT_NE(text.find("CELL_DATA 2\nSCALARS value float\nLOOKUP_TABLE default\n0\n2\n"), std::string::npos);
+
+    // The scene holds the same points; the drawing one polyline a line, grouped by value, and a legend.
+    ASSERT_EQ(vxiso("isolines s.nrrd --slice z --values 0 2 -o l.iv").status, 0);
+    const std::string iv = slurp(path("l.iv"));
+    EXPECT_NE(iv.find("LineSet"), std::string::npos);
+    EXPECT_NE(iv.find("numVertices [ " + std::to_string(first) + ","), std::string::npos)
+        << iv.substr(0, 3000);
+    ASSERT_EQ(vxiso("isolines s.nrrd --slice z --values 2 0 -o l.svg").status, 0);
+    const std::string svg = slurp(path("l.svg"));
+    EXPECT_NE(svg.find("<g data-value=\"0\""), std::string::npos);
+    EXPECT_NE(svg.find("<g data-value=\"2\""), std::string::npos);
+    const std::regex polyline("<polyline");
+    EXPECT_EQ(std::distance(std::sregex_iterator(svg.begin(), svg.end(), polyline), std::sregex_iterator()),
+              2);
+    EXPECT_TRUE(std::regex_search(svg, std::regex(">2</text>\n[^\n]*\n[^\n]*>0</text>")))
+        << "legend, top down";
+    EXPECT_NE(svg.find("data:image/png;base64,"), std::string::npos);
+
+    // A script that runs the module on the same slice writes the same file.
+    const Result script = vxhostScript(
+        "load s.nrrd s\ncreate VxOrthoSlice slice\nslice data connect s\nslice fire\ncreate VxIsolines c\n"
+        "c data connect s\nc slice connect slice\nc spacing setValue 1\nc explicit setValue {0 2}\nc quality "
+        "setValue 1\n"
+        "c fire\n"
+        "[c exportAsLineSet] exportData vtk h.vtk\n");
+    ASSERT_EQ(script.status, 0) << script.err;
+    EXPECT_EQ(slurp(path("h.vtk")), text);
 }
 
 // --verbose tells what the engine ran on: the nodes (fewer when down-sampled), the split into slabs

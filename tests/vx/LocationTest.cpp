@@ -5,6 +5,7 @@
 
 #include <kx/KxHandle.h>
 #include <vx/VxBlockStructuredScalarField3.h>
+#include <vx/VxHexaScalarField3.h>
 #include <vx/VxRectilinearCoord3.h>
 #include <vx/VxRegLocation3.h>
 #include <vx/VxTetraLocation3.h>
@@ -95,17 +96,38 @@ VxScalarField3* tetras()
     return new VxTetraScalarField3(new VxTetraGrid(xyz, cells), values);
 }
 
+// The bent lattice as hexahedra: the trilinear map of each cell carries a linear field exactly.
+VxScalarField3* hexas()
+{
+    const int n[3] = {7, 6, 5};
+    std::vector<float> xyz, values;
+    std::vector<int32_t> cells;
+    for (int k = 0; k < n[2]; ++k)
+        for (int j = 0; j < n[1]; ++j)
+            for (int i = 0; i < n[0]; ++i) {
+                const KxVec3f p = bent(i, j, k);
+                xyz.insert(xyz.end(), {p.x, p.y, p.z});
+                values.push_back(float(linear(p.x, p.y, p.z)));
+            }
+    auto node = [&](int i, int j, int k) { return int32_t(i + n[0] * (j + n[1] * k)); };
+    for (int k = 0; k + 1 < n[2]; ++k)
+        for (int j = 0; j + 1 < n[1]; ++j)
+            for (int i = 0; i + 1 < n[0]; ++i)
+                for (int c = 0; c < 8; ++c) {
+                    const int top = c / 4, di = (c % 4 == 1 || c % 4 == 2), dj = c % 4 >= 2;
+                    cells.push_back(node(i + di, j + dj, k + top));
+                }
+    return new VxHexaScalarField3(new VxHexaGrid(xyz, cells), values);
+}
+
 TEST(Location, EveryFieldKindReproducesALinearFieldAndMoveAgreesWithSet)
 {
     const struct
     {
         const char* name;
         VxScalarField3* (*make)();
-    } cases[] = {{"uniform", uniform},
-                 {"rectilinear", rectilinear},
-                 {"curvilinear", curvilinear},
-                 {"multi-block", blocks},
-                 {"tetrahedral", tetras}};
+    } cases[] = {{"uniform", uniform},    {"rectilinear", rectilinear}, {"curvilinear", curvilinear},
+                 {"multi-block", blocks}, {"tetrahedral", tetras},      {"hexahedral", hexas}};
     for (const auto& c : cases) {
         KxHandle<VxScalarField3> field(c.make());
         std::unique_ptr<VxLocation3> set = field->createLocation(), walk = field->createLocation();

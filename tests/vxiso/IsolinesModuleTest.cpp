@@ -170,6 +170,8 @@ TEST_F(Isolines, QualityGivesTheResolutionFromTheSlice)
         {"iso quality setValue 0", "127 0 1"},
         {"cut normal setState 1 1 0", "127 1 0"},
         {"iso slice disconnect", "127 1 0"},
+        // A quality chosen with the connection (as a saved network does) outlives the new slice's reset.
+        {"iso slice connect slice; iso quality setValue 1", "100 0 1"},
     };
     for (const auto& c : cases) {
         tcl(c.script);
