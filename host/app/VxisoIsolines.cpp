@@ -45,10 +45,12 @@ QString outputFormat(const VxisoOptions& o)
 void checkIsolineOptions(const VxisoOptions& o)
 {
     if (o.labels)
-        throw VxisoUsageError{"contour lines follow the values of a scalar field; --labels reads label volumes"};
+        throw VxisoUsageError{
+            "contour lines follow the values of a scalar field; --labels reads label volumes"};
     if (!o.sliceAxis == !o.havePlane)
-        throw VxisoUsageError{o.havePlane ? "give either --slice or --plane, not both"
-                                          : "no slice: give --slice x|y|z [INDEX] or --plane OX OY OZ NX NY NZ"};
+        throw VxisoUsageError{o.havePlane
+                                  ? "give either --slice or --plane, not both"
+                                  : "no slice: give --slice x|y|z [INDEX] or --plane OX OY OZ NX NY NZ"};
     if (o.isoValues.empty() == !o.haveUniform)
         throw VxisoUsageError{o.haveUniform ? "give either --values or --uniform, not both"
                                             : "no iso values: give --values V... or --uniform MIN MAX N"};
@@ -56,8 +58,8 @@ void checkIsolineOptions(const VxisoOptions& o)
         throw VxisoUsageError{"give either --resolution or --quality, not both"};
     if (o.havePlane) {
         const double* n = o.planeNormal;
-        const float length = std::sqrt(float(n[0]) * float(n[0]) + float(n[1]) * float(n[1]) +
-                                       float(n[2]) * float(n[2]));
+        const float length =
+            std::sqrt(float(n[0]) * float(n[0]) + float(n[1]) * float(n[1]) + float(n[2]) * float(n[2]));
         if (!(length > 0) || !std::isfinite(length))
             throw VxisoUsageError{"--plane: the normal " + number(n[0]).toStdString() + " " +
                                   number(n[1]).toStdString() + " " + number(n[2]).toStdString() +
@@ -101,9 +103,10 @@ void setUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData&
         const int axis = o.sliceAxis - 'x';
         const long long nodes = lattice->getDims()[axis];
         if (o.sliceIndex >= nodes)
-            throw VxisoUsageError{"--slice " + std::string(1, o.sliceAxis) + " " + std::to_string(o.sliceIndex) +
-                                  ": the volume has " + std::to_string(nodes) + " nodes along " +
-                                  std::string(1, o.sliceAxis) + " (0 to " + std::to_string(nodes - 1) + ")"};
+            throw VxisoUsageError{"--slice " + std::string(1, o.sliceAxis) + " " +
+                                  std::to_string(o.sliceIndex) + ": the volume has " + std::to_string(nodes) +
+                                  " nodes along " + std::string(1, o.sliceAxis) + " (0 to " +
+                                  std::to_string(nodes - 1) + ")"};
         host.run({"create", "VxOrthoSlice", "slice"}, "cannot create the slice");
         host.run({"slice", "data", "connect", "volume"}, "the slice does not take the volume");
         // Orientations xy, xz, yz: the normal along z, y, x.
@@ -130,8 +133,10 @@ void setUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData&
     host.run({"create", "VxArbitraryCut", "slice"}, "cannot create the slice");
     host.run({"slice", "data", "connect", "volume"}, "the slice does not take the input");
     for (int a = 0; a < 3; ++a) {
-        host.run({"slice", "origin", "setValue", QString::number(a), number(origin[a])}, "cannot set --plane");
-        host.run({"slice", "normal", "setValue", QString::number(a), number(normal[a])}, "cannot set --plane");
+        host.run({"slice", "origin", "setValue", QString::number(a), number(origin[a])},
+                 "cannot set --plane");
+        host.run({"slice", "normal", "setValue", QString::number(a), number(normal[a])},
+                 "cannot set --plane");
     }
     host.run({"slice", "fire"}, "the slice did not run");
 }
@@ -157,12 +162,15 @@ void setUpContours(VxHostSession& host, const VxisoOptions& o, const VxSpatialDa
     host.run({"contours", "data", "connect", "volume"}, "the isoline module does not take the input");
     host.run({"contours", "slice", "connect", "slice"}, "the isoline module does not take the slice");
     setUpColormap(host, values);
-    host.run({"contours", "colormap", "connect", "colors"}, "the isoline module does not take the colour map");
+    host.run({"contours", "colormap", "connect", "colors"},
+             "the isoline module does not take the colour map");
     if (o.haveUniform) {
         host.run({"contours", "spacing", "setValue", "0"}, "cannot set --uniform");
-        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax), QString::number(o.uniformCount)};
+        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax),
+                                     QString::number(o.uniformCount)};
         for (int i = 0; i < 3; ++i)
-            host.run({"contours", "uniform", "setValue", QString::number(i), settings[i]}, "cannot set --uniform");
+            host.run({"contours", "uniform", "setValue", QString::number(i), settings[i]},
+                     "cannot set --uniform");
     } else {
         QStringList words;
         for (float v : values) words << number(v);
@@ -172,7 +180,8 @@ void setUpContours(VxHostSession& host, const VxisoOptions& o, const VxSpatialDa
 
     // A tetrahedral mesh is cut cell by cell, unless a resolution asks for sampling.
     if (kx_type_cast<VxTetraScalarField3>(&data)) {
-        host.run({"contours", "options", "setValue", "1", o.resolution ? "1" : "0"}, "cannot set --resolution");
+        host.run({"contours", "options", "setValue", "1", o.resolution ? "1" : "0"},
+                 "cannot set --resolution");
         if (!o.resolution) return;
     }
     const int custom = 3, level = o.quality == "low" ? 0 : o.quality == "high" ? 2 : 1;
@@ -188,7 +197,8 @@ void setUpContours(VxHostSession& host, const VxisoOptions& o, const VxSpatialDa
     }
     if (resolution) {
         host.run({"contours", "quality", "setValue", QString::number(custom)}, "cannot set --resolution");
-        host.run({"contours", "parameters", "setValue", "0", QString::number(resolution)}, "cannot set --resolution");
+        host.run({"contours", "parameters", "setValue", "0", QString::number(resolution)},
+                 "cannot set --resolution");
     } else {
         host.run({"contours", "quality", "setValue", QString::number(level)}, "cannot set --quality");
     }
@@ -200,7 +210,8 @@ void contour(VxHostSession& host, const QString& output)
     host.run({"contours", "fire"}, "the isoline module did not run");
     vxisoPassOnModuleWarnings();
     const QStringList& errors = VxApplication::instance()->message()->errors();
-    if (!errors.isEmpty()) throw KxException(QString("%1; %2 was not written").arg(errors.join(' ').simplified(), output));
+    if (!errors.isEmpty())
+        throw KxException(QString("%1; %2 was not written").arg(errors.join(' ').simplified(), output));
 }
 
 // The lines as a line set in the host, under the name it gives them.
@@ -254,7 +265,8 @@ void writeSvg(VxHostSession& host, const VxLineSet& lines, const std::vector<flo
     VxIsolineSvg svg;
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find("slice"));
     if (!slice || !slice->getDrawing(svg.picture, svg.corner, svg.uSide, svg.vSide))
-        throw KxException(QString("cannot write %1: the slice misses the field").arg(QString::fromStdString(o.output)));
+        throw KxException(
+            QString("cannot write %1: the slice misses the field").arg(QString::fromStdString(o.output)));
     const auto* colors = kx_type_cast<VxColormap>(host.find("colors"));
     for (float v : values) {
         const VxColormap::RGBA c = colors->getRGBA(v);
@@ -262,7 +274,8 @@ void writeSvg(VxHostSession& host, const VxLineSet& lines, const std::vector<flo
         svg.values.push_back(v);
         svg.colors.push_back(byte(c.r) << 24 | byte(c.g) << 16 | byte(c.b) << 8 | 255u);
     }
-    const std::string& input = o.volumeFile.empty() ? (o.rawFile.empty() ? o.fieldName : o.rawFile) : o.volumeFile;
+    const std::string& input =
+        o.volumeFile.empty() ? (o.rawFile.empty() ? o.fieldName : o.rawFile) : o.volumeFile;
     svg.title = QString("contour lines of %1").arg(QFileInfo(QString::fromStdString(input)).fileName());
     QString error;
     if (!svg.write(lines, QString::fromStdString(o.output), &error)) throw KxException(error);

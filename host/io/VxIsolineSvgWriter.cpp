@@ -58,7 +58,9 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
     const double scale = kDrawing / std::max(width, height);
     const double w = width * scale, h = height * scale;
     auto x = [&](const float* p) { return kMargin + (SbVec3f(p[0], p[1], p[2]) - corner).dot(u) * scale; };
-    auto y = [&](const float* p) { return kMargin + h - (SbVec3f(p[0], p[1], p[2]) - corner).dot(v) * scale; };
+    auto y = [&](const float* p) {
+        return kMargin + h - (SbVec3f(p[0], p[1], p[2]) - corner).dot(v) * scale;
+    };
 
     QByteArray svg;
     const double totalWidth = w + 2 * kMargin + kLegend;
@@ -78,8 +80,7 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
                "\" width=\"" + number(w) + "\" height=\"" + number(h) + "\"/></clipPath>\n";
         svg += "<image clip-path=\"url(#slice)\" x=\"" + number(kMargin - tu / 2) + "\" y=\"" +
                number(kMargin - tv / 2) + "\" width=\"" + number(w + tu) + "\" height=\"" + number(h + tv) +
-               "\" preserveAspectRatio=\"none\" href=\"" +
-               embedded(picture) + "\"/>\n";
+               "\" preserveAspectRatio=\"none\" href=\"" + embedded(picture) + "\"/>\n";
     }
     svg += "<rect x=\"" + number(kMargin) + "\" y=\"" + number(kMargin) + "\" width=\"" + number(w) +
            "\" height=\"" + number(h) + "\" fill=\"none\" stroke=\"#444\" stroke-width=\"1\"/>\n";
@@ -114,13 +115,15 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
            "\" y=\"" + number(kMargin + 12) + "\">iso values</text>\n";
     std::vector<std::size_t> order(values.size());
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return values[a] > values[b]; });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return values[a] > values[b]; });
     for (std::size_t row = 0; row < order.size(); ++row) {
         const std::size_t k = order[row];
         const double ly = kMargin + 36 + 24 * double(row);
         svg += "<line x1=\"" + number(lx) + "\" y1=\"" + number(ly - 4) + "\" x2=\"" + number(lx + 28) +
-               "\" y2=\"" + number(ly - 4) + "\" stroke=\"" + (k < colors.size() ? hexColor(colors[k]) : "#000000") +
-               "\" stroke-width=\"3\"/>\n<text x=\"" + number(lx + 36) + "\" y=\"" + number(ly) + "\">" +
+               "\" y2=\"" + number(ly - 4) + "\" stroke=\"" +
+               (k < colors.size() ? hexColor(colors[k]) : "#000000") + "\" stroke-width=\"3\"/>\n<text x=\"" +
+               number(lx + 36) + "\" y=\"" + number(ly) + "\">" +
                QByteArray::number(double(values[k]), 'g', 6) + "</text>\n";
     }
     svg += "</g>\n</svg>\n";

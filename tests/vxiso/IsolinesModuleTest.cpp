@@ -202,3 +202,29 @@ TEST_F(Isolines, NoFieldOrNoSliceComputesNothing)
 }
 
 } // namespace
+
+// Contour lines of a field on a slice through another field that lies elsewhere in space: the
+// samples are taken where the slice is, in the contoured field's own frame, and the lines drawn in
+// the slice's frame. The same ball moved by (4, -2, 0) gives the circles moved by as much.
+TEST_F(Isolines, AFieldInAnotherFrameIsSampledWhereTheSliceIs)
+{
+    ballOnSlice();
+    VxUniformScalarField3* moved = makeField<float>(31, 31, 32, sphere(15, 15, 15.5, 0));
+    SbMatrix shift;
+    shift.setTranslate(SbVec3f(4, -2, 0));
+    moved->setTransform(shift);
+    addObject(moved, "moved");
+    tcl("iso quality setValue 1; iso spacing setValue 1; iso explicit setValue 5; iso fire");
+    const std::string home = tcl("iso exportAsLineSet").toStdString();
+    tcl("iso data connect moved; iso quality setValue 1; iso fire");
+    const VxLineSet& a = *object<VxLineSet>(home.c_str());
+    const VxLineSet& b = *object<VxLineSet>(tcl("iso exportAsLineSet").toUtf8().constData());
+    ASSERT_EQ(b.getNumLines(), 1);
+    ASSERT_GT(b.getNumPoints(), 20);
+    for (int i = 0; i < b.getNumPoints(); ++i) {
+        const float* p = b.getPoints() + 3 * i;
+        EXPECT_NEAR(std::hypot(p[0] - 19.0, p[1] - 13.0), std::sqrt(25 - 0.25), 0.05) << i;
+        EXPECT_EQ(p[2], 16.f);
+    }
+    EXPECT_EQ(a.getNumPoints(), b.getNumPoints()) << "samples on nodes of both fields: the same cuts";
+}

@@ -58,8 +58,9 @@ public:
     // Contours the sampled slice. The cell whose far corner (row r, column c + 1) lies outside
     // sliceBox (no tolerance) is left out, as is every cell with an invalid corner (the location
     // failed there or the value is NaN); a line that meets either ends there. With a transform the
-    // sampling's origin and steps are mapped through it first. Location: any type with set, move and
-    // evaluate as VxIsolineFieldLocation has them.
+    // field is evaluated at the samples mapped through it (the field's frame), while the box test
+    // and the lines stay in the slice's frame, where the lines are drawn. Location: any type with
+    // set, move and evaluate as VxIsolineFieldLocation has them.
     template <class Location>
     void doGeneric(const VxIsolineSampling& sampling, const KxBox3f& sliceBox, Location& location);
 
@@ -115,11 +116,12 @@ void VxIsolineContouring::doGeneric(const VxIsolineSampling& sampling, const KxB
     const int res = sampling.resolution;
     const int nValues = int(m_isoValues.size());
     if (res < 1 || nValues == 0) return;
-    SbVec3f origin = sampling.origin, du = sampling.uStep, dv = sampling.vStep;
+    const SbVec3f origin = sampling.origin, du = sampling.uStep, dv = sampling.vStep;
+    SbVec3f fieldOrigin = origin, fieldDu = du, fieldDv = dv;
     if (m_useTransform) {
-        m_transform.multVecMatrix(origin, origin);
-        m_transform.multDirMatrix(du, du);
-        m_transform.multDirMatrix(dv, dv);
+        m_transform.multVecMatrix(origin, fieldOrigin);
+        m_transform.multDirMatrix(du, fieldDu);
+        m_transform.multDirMatrix(dv, fieldDv);
     }
     auto position = [&](int r, int c) { return origin + du * float(c) + dv * float(r); };
 
@@ -156,8 +158,8 @@ void VxIsolineContouring::doGeneric(const VxIsolineSampling& sampling, const KxB
         int32_t* curBand = band[1].data();
         bool located = false;
         for (int c = 0; c < res; ++c) {
-            const SbVec3f p = position(r, c);
-            located = c == 0 || !located ? location.set(p) : location.move(p);
+            const SbVec3f p = position(r, c), q = fieldOrigin + fieldDu * float(c) + fieldDv * float(r);
+            located = c == 0 || !located ? location.set(q) : location.move(q);
             float v = 0;
             const bool ok = located && location.evaluate(v) && !std::isnan(v);
             cur[c] = ok ? v : -1e20f;
