@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   g++ cmake make pkg-config
   libcoin-dev libtbb-dev qtbase5-dev libboost-dev tcl-dev zlib1g-dev
-  libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core
+  libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core libfontconfig-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format
   mricron-data

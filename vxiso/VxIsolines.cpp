@@ -394,8 +394,8 @@ void VxIsolines::compute()
         VxApplication::instance()->message()->error(e.text());
         return;
     }
-    // The labels along the lines are made here when annotating; until then the separator stays empty.
     m_textSeparator->removeAllChildren();
+    if (isAnnotated()) createTextSceneGraph();
     getDisplay()->setVisible(true);
     static_cast<SoDrawStyle*>(m_shapeKit->getPart("drawStyle", TRUE))->lineWidth = portParameters.getValue(1);
     static_cast<SoMaterial*>(m_shapeKit->getPart("material", TRUE))

@@ -17,10 +17,15 @@
 #include <kx/KxDArray.h>
 #include <kx/KxHandle.h>
 
+#include <Inventor/SbVec3f.h>
+
 #include <memory>
 #include <vector>
 
+class SoFont;
 class SoLineSet;
+class SoText3;
+class SoTransform;
 class SoPolygonOffset;
 class SoSeparator;
 class SoShapeKit;
@@ -78,6 +83,27 @@ public:
     // The map from the slice's frame into the field's when they differ; false and the identity
     // otherwise.
     bool getTransform(SbMatrix& m) const;
+    // One placed label: its anchor on the line, half its text's width, and its line's value
+    // truncated to an integer (what the contour clip compares).
+    struct TextVertex
+    {
+        SbVec3f position;
+        float radius;
+        float value;
+    };
+    // The labels along the lines (the text separator, emptied before), and with contour clip the
+    // lines opened under them.
+    void createTextSceneGraph();
+    // A new text node showing the value ("%.0f", centred): plain text lying in its plane when
+    // tangential, else text that faces the viewer; size is that of the text under font and scale.
+    static SoText3* getSoText3(SoFont* font, SoTransform* scale, float value, SbVec3f& size, bool tangential);
+    // Where the segment a-b leaves or enters the sphere of radius around centre, between a and b:
+    // the first such point. False when there is none.
+    static bool findInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius,
+                                   SbVec3f& out);
+    // Whether p lies on the segment a-b, to 1e-5.
+    static bool isPointBetweenPoints(const SbVec3f& p, const SbVec3f& a, const SbVec3f& b);
+
     // The points of the drawn lines, for the coordinate-access interface.
     bool getCoordinates(std::vector<SbVec3f*>& points, std::vector<int>& counts) const;
 
@@ -90,6 +116,8 @@ public:
 
 private:
     void commonInit();
+    // Cuts the lines open under the labels, keeping each piece's colour and value.
+    void clipUnderLabels(const std::vector<TextVertex>& labels);
     void computeIsolines();
     SoLineSet* getLineSet() const;
 

@@ -1,6 +1,7 @@
 // The package's entry points. Loading the library registers its module classes with the host's
 // type registry; unloading withdraws them. Each module class joins the two lists below, in this
 // order, when it is added to the package.
+#include <vxiso/SoText3FacingCamera.h>
 #include <vxiso/VxIsoHexa.h>
 #include <vxiso/VxIsoTetra.h>
 #include <vxiso/VxIsolines.h>
@@ -42,6 +43,8 @@ void corvapackage_vxiso_init()
     kxInitClass_VxIsolines();
     kxInitClass_VxIsoTetra();
     kxInitClass_VxIsoHexa();
+    // Registered with the package, so that scenes with labels can be read before any label is made.
+    SoText3FacingCamera::initClass();
 }
 
 void corvapackage_vxiso_finish()
@@ -49,6 +52,7 @@ void corvapackage_vxiso_finish()
     static bool isFinished = false;
     if (isFinished) return;
     isFinished = true;
+    SoText3FacingCamera::exitClass();
     kxExitClass_VxIsoHexa();
     kxExitClass_VxIsoTetra();
     kxExitClass_VxIsolines();

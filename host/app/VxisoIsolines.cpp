@@ -21,6 +21,16 @@
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
 
+#include <Inventor/SbViewportRegion.h>
+#include <Inventor/SoPath.h>
+#include <Inventor/actions/SoGetMatrixAction.h>
+#include <Inventor/actions/SoSearchAction.h>
+#include <Inventor/lists/SoPathList.h>
+#include <Inventor/nodes/SoFont.h>
+#include <Inventor/nodes/SoGroup.h>
+#include <Inventor/nodes/SoMaterial.h>
+#include <Inventor/nodes/SoText3.h>
+
 #include <QFileInfo>
 #include <QImage>
 
@@ -54,6 +64,10 @@ void checkIsolineOptions(const VxisoOptions& o)
     if (o.isoValues.empty() == !o.haveUniform)
         throw VxisoUsageError{o.haveUniform ? "give either --values or --uniform, not both"
                                             : "no iso values: give --values V... or --uniform MIN MAX N"};
+    if (!o.annotate && (o.every || o.cameraAligned || o.contourClip || o.textScale > 0 ||
+                        o.textSpacing >= 0 || !o.fontName.empty()))
+        throw VxisoUsageError{"--every, --camera-aligned, --contour-clip, --text-scale, --text-spacing and "
+                              "--font shape the labels of --annotate"};
     if (o.resolution && !o.quality.empty())
         throw VxisoUsageError{"give either --resolution or --quality, not both"};
     if (o.havePlane) {
@@ -155,6 +169,43 @@ void setUpColormap(VxHostSession& host, const std::vector<float>& values)
              "cannot set the colour map");
 }
 
+// A slider set beyond its range widens it, as a script would with "setMinMax".
+void setSlider(VxHostSession& host, const QString& port, double value, const QString& what)
+{
+    const double min = host.run({"contours", port, "getMinValue"}, what).toDouble();
+    const double max = host.run({"contours", port, "getMaxValue"}, what).toDouble();
+    if (value < min || value > max)
+        host.run({"contours", port, "setMinMax", number(std::min(value, min)), number(std::max(value, max))},
+                 what);
+    host.run({"contours", port, "setValue", number(value)}, what);
+}
+
+// The labels: every value unless --every, along the lines unless --camera-aligned, a labelled
+// line's next label an eighth of the field's width on unless --text-spacing, in white.
+void setUpLabels(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data)
+{
+    const QString what = "cannot set --annotate";
+    host.run({"contours", "textAlignment", "setValue", "0", o.cameraAligned ? "1" : "0"}, what);
+    host.run({"contours", "textAlignment", "setValue", "1", o.contourClip ? "1" : "0"}, what);
+    host.run({"contours", "annotateEvery", "setValue", "0", QString::number(o.every ? o.every : 1)}, what);
+    host.run({"contours", "annotateEvery", "setValue", "1", QString::number(o.every ? o.everyStart : 1)},
+             what);
+    host.run({"contours", "font", "setFont",
+              QString::fromStdString(o.fontName.empty() ? "DejaVu Sans" : o.fontName),
+              QString::number(o.fontSize ? o.fontSize : 12)},
+             "cannot set --font");
+    // White, and twice the module's size: readable over the slice's greys and the lines' colours
+    // in a picture of the whole slice.
+    host.run({"contours", "font", "setFontColor", "1", "1", "1"}, "cannot set --font");
+    const KxBox3f box = data.getBoundingBox();
+    const double width = std::min(box.max(0) - box.min(0), box.max(1) - box.min(1));
+    setSlider(host, "textScale", o.textScale > 0 ? o.textScale : width / 300, "cannot set --text-scale");
+    setSlider(host, "textSpacing", o.textSpacing >= 0 ? o.textSpacing : width / 8,
+              "cannot set --text-spacing");
+    // Last: the labels are made once, with everything set.
+    host.run({"contours", "annotateOnOff", "setValue", "1"}, what);
+}
+
 void setUpContours(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data,
                    const std::vector<float>& values)
 {
@@ -177,6 +228,8 @@ void setUpContours(VxHostSession& host, const VxisoOptions& o, const VxSpatialDa
         host.run({"contours", "spacing", "setValue", "1"}, "cannot set --values");
         host.run({"contours", "explicit", "setValue", words.join(' ')}, "cannot set --values");
     }
+
+    if (o.annotate) setUpLabels(host, o, data);
 
     // A tetrahedral mesh is cut cell by cell, unless a resolution asks for sampling.
     if (kx_type_cast<VxTetraScalarField3>(&data)) {
@@ -259,10 +312,57 @@ void writeScene(VxHostSession& host, const QString& path)
     if (!w.ok() || !file.commit(&error)) throw KxException(error);
 }
 
+// The labels in the module's scene, in the slice's frame: each is a text node under the
+// transformations that place it, with the font and material of its separator.
+std::vector<VxIsolineSvg::Label> labelsOf(SoNode* scene)
+{
+    std::vector<VxIsolineSvg::Label> labels;
+    if (!scene) return labels;
+    SoSearchAction search;
+    search.setType(SoText3::getClassTypeId());
+    search.setInterest(SoSearchAction::ALL);
+    search.apply(scene);
+    const SoPathList& paths = search.getPaths();
+    for (int i = 0; i < paths.getLength(); ++i) {
+        const SoPath* path = paths[i];
+        const auto* text = static_cast<const SoText3*>(path->getTail());
+        if (path->getLength() < 3 || text->string.getNum() == 0) continue;
+        // The label's separator hangs in the separator that holds the font and the colour.
+        const auto* group = dynamic_cast<const SoGroup*>(path->getNodeFromTail(2));
+        float size = 10;
+        uint32_t color = 0x000000ffu;
+        for (int c = 0; group && c < group->getNumChildren(); ++c) {
+            const SoNode* child = group->getChild(c);
+            if (child->isOfType(SoFont::getClassTypeId()))
+                size = static_cast<const SoFont*>(child)->size.getValue();
+            if (child->isOfType(SoMaterial::getClassTypeId()))
+                color = static_cast<const SoMaterial*>(child)->diffuseColor[0].getPackedValue();
+        }
+        SoGetMatrixAction matrix{SbViewportRegion()};
+        matrix.apply(const_cast<SoPath*>(path));
+        const SbMatrix& m = matrix.getMatrix();
+        VxIsolineSvg::Label label;
+        m.multVecMatrix(SbVec3f(0, 0, 0), label.anchor);
+        SbVec3f up;
+        m.multDirMatrix(SbVec3f(0, 1, 0), up);
+        m.multDirMatrix(SbVec3f(1, 0, 0), label.baseline);
+        label.baseline.normalize();
+        // Text that faces the viewer is drawn upright, whatever its transformations say.
+        if (text->getTypeId().getName() == SbName("Text3FacingCamera")) label.baseline = SbVec3f(0, 0, 0);
+        label.text = QString::fromUtf8(text->string[0].getString());
+        label.height = size * up.length();
+        label.color = color;
+        labels.push_back(label);
+    }
+    return labels;
+}
+
 void writeSvg(VxHostSession& host, const VxLineSet& lines, const std::vector<float>& values,
               const VxisoOptions& o)
 {
     VxIsolineSvg svg;
+    const auto* module = dynamic_cast<const VxOverlayModule*>(host.find("contours"));
+    svg.labels = labelsOf(module ? module->getOverlayNode() : nullptr);
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find("slice"));
     if (!slice || !slice->getDrawing(svg.picture, svg.corner, svg.uSide, svg.vSide))
         throw KxException(
@@ -281,7 +381,8 @@ void writeSvg(VxHostSession& host, const VxLineSet& lines, const std::vector<flo
     if (!svg.write(lines, QString::fromStdString(o.output), &error)) throw KxException(error);
 }
 
-// Straight at the slice, its u axis to the right and v up, unless the command line chose.
+// Straight at the slice from the side its labels are written on (along its normal, as the SVG
+// drawing shows it: v up, u to the left), unless the command line chose.
 void drawPicture(VxHostSession& host, VxisoOptions o)
 {
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find("slice"));
@@ -289,7 +390,7 @@ void drawPicture(VxHostSession& host, VxisoOptions o)
         SbMatrix m;
         slice->getTransform(m);
         SbVec3f view, up;
-        m.multDirMatrix(-slice->normal(), view);
+        m.multDirMatrix(slice->normal(), view);
         m.multDirMatrix(slice->vVec(), up);
         for (int a = 0; a < 3; ++a) o.view[a] = view[a], o.up[a] = up[a];
     }

@@ -245,6 +245,50 @@ const std::vector<VxisoOption>& vxisoOptionTable()
                  throw VxisoUsageError{"--quality is low, medium or high, not '" + v.text + "'"};
              o.quality = v.text;
          }},
+        {"--annotate", nullptr, "", Kind::Flag, kIsolines,
+         "label the lines with their values, lying along the lines in the slice",
+         [](VxisoOptions& o, int, const Value&) { o.annotate = true; }},
+        {"--every", nullptr, "N START", Kind::Integer, kIsolines,
+         "with --annotate, label the lines of every N-th value (in increasing order) from the START-th on",
+         [](VxisoOptions& o, int i, const Value& v) {
+             if (v.integer < 1 || v.integer > 1000)
+                 throw VxisoUsageError{"--every takes N and START of 1 to 1000, not " +
+                                       std::to_string(v.integer)};
+             (i == 0 ? o.every : o.everyStart) = v.integer;
+         }},
+        {"--camera-aligned", nullptr, "", Kind::Flag, kIsolines,
+         "with --annotate, turn the labels to the viewer instead of laying them along the lines",
+         [](VxisoOptions& o, int, const Value&) { o.cameraAligned = true; }},
+        {"--contour-clip", nullptr, "", Kind::Flag, kIsolines,
+         "with --annotate, open the lines under the labels",
+         [](VxisoOptions& o, int, const Value&) { o.contourClip = true; }},
+        {"--text-scale", nullptr, "S", Kind::Number, kIsolines,
+         "with --annotate, the labels' size: S units of the field per point of the font (default: the "
+         "field's width / 300)",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (!(v.number > 0)) throw VxisoUsageError{"--text-scale must be above 0, not " + v.text};
+             o.textScale = v.number;
+         }},
+        {"--text-spacing", nullptr, "G", Kind::Number, kIsolines,
+         "with --annotate, the free length between two labels of a line, in units of the field (default: an "
+         "eighth of the field's width)",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.number < 0) throw VxisoUsageError{"--text-spacing must not be negative, not " + v.text};
+             o.textSpacing = v.number;
+         }},
+        {"--font", nullptr, "NAME SIZE", Kind::Text, kIsolines,
+         "with --annotate, the labels' font family and size in points (default DejaVu Sans 12)",
+         [](VxisoOptions& o, int i, const Value& v) {
+             if (i == 0) {
+                 o.fontName = v.text;
+                 return;
+             }
+             char* end = nullptr;
+             const long long size = std::strtoll(v.text.c_str(), &end, 10);
+             if (*end != '\0' || size < 1 || size > 500)
+                 throw VxisoUsageError{"--font takes a size of 1 to 500 points, not '" + v.text + "'"};
+             o.fontSize = size;
+         }},
     };
     return table;
 }

@@ -60,6 +60,13 @@ struct VxisoOptions
     long long uniformCount = 0;
     long long resolution = 0; // 0: from --quality
     std::string quality;      // low, medium or high; empty: medium
+
+    // The labels along the lines.
+    bool annotate = false, cameraAligned = false, contourClip = false;
+    long long every = 0, everyStart = 1;    // 0: every value
+    double textScale = 0, textSpacing = -1; // 0 and -1: the module's defaults
+    std::string fontName;
+    long long fontSize = 0;
 };
 
 // "surface", "info", "isolines".

@@ -35,13 +35,14 @@ QByteArray escaped(const QString& text)
     return text.toHtmlEscaped().toUtf8();
 }
 
-// The picture as an embedded PNG, flipped so that its first row is at the bottom.
+// The picture as an embedded PNG, turned as the drawing shows the slice: its first row at the
+// bottom, its first column on the right.
 QByteArray embedded(const QImage& picture)
 {
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
-    picture.mirrored(false, true).save(&buffer, "PNG");
+    picture.mirrored(true, true).save(&buffer, "PNG");
     return "data:image/png;base64," + png.toBase64();
 }
 
@@ -57,7 +58,9 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
     const SbVec3f u = uSide / width, v = vSide / height;
     const double scale = kDrawing / std::max(width, height);
     const double w = width * scale, h = height * scale;
-    auto x = [&](const float* p) { return kMargin + (SbVec3f(p[0], p[1], p[2]) - corner).dot(u) * scale; };
+    auto x = [&](const float* p) {
+        return kMargin + w - (SbVec3f(p[0], p[1], p[2]) - corner).dot(u) * scale;
+    };
     auto y = [&](const float* p) {
         return kMargin + h - (SbVec3f(p[0], p[1], p[2]) - corner).dot(v) * scale;
     };
@@ -108,6 +111,26 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
         }
         svg += "</g>\n";
     }
+
+    // The labels over the lines.
+    // A dark halo under each label keeps light text readable over light parts of the slice.
+    if (!labels.empty())
+        svg += "<g font-family=\"DejaVu Sans, sans-serif\" text-anchor=\"middle\" stroke=\"#000\" "
+               "stroke-opacity=\"0.6\" stroke-width=\"2\" paint-order=\"stroke\">\n";
+    for (const Label& label : labels) {
+        const float* a = &label.anchor[0];
+        const double lx = x(a), ly = y(a);
+        // The baseline as drawn: u runs left and v up on the page.
+        const double bx = -label.baseline.dot(u), by = -label.baseline.dot(v);
+        const double angle = bx == 0 && by == 0 ? 0 : std::atan2(by, bx) * 180 / M_PI;
+        svg +=
+            "<text x=\"" + number(lx) + "\" y=\"" + number(ly) + "\" font-size=\"" +
+            number(label.height * scale) + "\" fill=\"" + hexColor(label.color) + "\"" +
+            (angle != 0 ? " transform=\"rotate(" + number(angle) + ' ' + number(lx) + ' ' + number(ly) + ")\""
+                        : "") +
+            ">" + escaped(label.text) + "</text>\n";
+    }
+    if (!labels.empty()) svg += "</g>\n";
 
     // The legend: the highest value on top, as on a colour bar.
     const double lx = w + 2 * kMargin;

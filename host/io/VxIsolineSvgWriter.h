@@ -10,13 +10,14 @@
 class VxLineSet;
 
 // Contour lines on a slice as an SVG drawing, for papers and slides: the slice's rectangle (with its
-// picture, when there is one) seen face-on, u to the right and v up, the lines in their values'
-// colours, and a legend of the values beside it. Each line is a polyline in a group per iso value;
-// the group carries the value, so that the drawing can be edited value by value.
+// picture, when there is one) seen face-on from the side its labels are written on, against its
+// normal (u x v): v up and u to the left. The lines come in their values' colours, the labels as
+// text, and a legend of the values beside it. Each line is a polyline in a group per iso value; the
+// group carries the value, so that the drawing can be edited value by value.
 struct VxIsolineSvg
 {
     // The slice's rectangle: a corner and its sides along u and v (orthogonal); a point p of the
-    // plane is drawn at ((p - corner) . uSide / |uSide|, (p - corner) . vSide / |vSide|).
+    // plane lies (p - corner) . uSide / |uSide| from the corner's side along u, and so on.
     SbVec3f corner, uSide, vSide;
     // The slice's picture, its texel centres on the samples spanning the rectangle (row 0 along
     // the corner's side); none when null.
@@ -25,6 +26,16 @@ struct VxIsolineSvg
     std::vector<float> values;
     std::vector<uint32_t> colors;
     QString title;
+    // A label: its text's baseline centred on the anchor, along the baseline direction (in the
+    // plane; zero for text turned to the viewer, drawn upright), in the height of its font.
+    struct Label
+    {
+        SbVec3f anchor, baseline;
+        QString text;
+        float height;
+        uint32_t color; // packed 0xRRGGBBAA
+    };
+    std::vector<Label> labels;
 
     // Written under a temporary name and renamed when complete. The line set's first data value of
     // each line is its iso value. False, with one sentence in error, when the file cannot be written.

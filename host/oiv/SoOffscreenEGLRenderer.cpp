@@ -5,13 +5,19 @@
 
 #include <Inventor/SbLinear.h>
 #include <Inventor/SbViewportRegion.h>
+#include <Inventor/SoPath.h>
 #include <Inventor/actions/SoGLRenderAction.h>
+#include <Inventor/actions/SoGetBoundingBoxAction.h>
+#include <Inventor/actions/SoSearchAction.h>
 #include <Inventor/elements/SoGLCacheContextElement.h>
 #include <Inventor/errors/SoDebugError.h>
+#include <Inventor/lists/SoPathList.h>
 #include <Inventor/misc/SoContextHandler.h>
+#include <Inventor/nodekits/SoBaseKit.h>
 #include <Inventor/nodes/SoDirectionalLight.h>
 #include <Inventor/nodes/SoPerspectiveCamera.h>
 #include <Inventor/nodes/SoSeparator.h>
+#include <Inventor/nodes/SoShape.h>
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
@@ -518,6 +524,28 @@ bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene)
     return renderViewAll(scene, m_viewDirection);
 }
 
+// The box of the shapes the scene draws, each shape's box taken in world axes. The bounding-box
+// action of the whole scene joins boxes in the frame of one of them: many small boxes turned every
+// way (labels along curves) join into a box far larger than what is drawn.
+static SbBox3f shapesBox(SoNode* scene)
+{
+    const SbBool kitsSearched = SoBaseKit::isSearchingChildren();
+    SoBaseKit::setSearchingChildren(TRUE);
+    SoSearchAction search;
+    search.setType(SoShape::getClassTypeId());
+    search.setInterest(SoSearchAction::ALL);
+    search.apply(scene);
+    SoBaseKit::setSearchingChildren(kitsSearched);
+    SbBox3f box;
+    const SoPathList& paths = search.getPaths();
+    SoGetBoundingBoxAction action{SbViewportRegion()};
+    for (int i = 0; i < paths.getLength(); ++i) {
+        action.apply(paths[i]);
+        box.extendBy(action.getBoundingBox());
+    }
+    return box;
+}
+
 bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene, const SbVec3f& viewDirection)
 {
     m_error.clear();
@@ -547,7 +575,12 @@ bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene, const SbVec3f& viewDir
     headlight->direction = direction;
     root->addChild(headlight);
     root->addChild(scene);
-    camera->viewAll(scene, SbViewportRegion(static_cast<short>(m_width), static_cast<short>(m_height)));
+    const SbViewportRegion viewport(static_cast<short>(m_width), static_cast<short>(m_height));
+    const SbBox3f box = shapesBox(scene);
+    if (box.isEmpty())
+        camera->viewAll(scene, viewport);
+    else
+        camera->viewBoundingBox(box, viewport.getViewportAspectRatio(), 1.0f);
 
     const bool ok = render(root);
     root->unref();
