@@ -1,5 +1,7 @@
 #include <vxiso/SoText3FacingCamera.h>
 
+#include <oiv/OivInit.h>
+
 #include <Inventor/actions/SoGLRenderAction.h>
 #include <Inventor/elements/SoGLCacheContextElement.h>
 #include <Inventor/elements/SoModelMatrixElement.h>
@@ -13,6 +15,7 @@ SO_NODE_SOURCE(SoText3FacingCamera)
 void SoText3FacingCamera::initClass()
 {
     if (classTypeId != SoType::badType()) return;
+    oivInit(); // the package may be loaded before anything else started Open Inventor
     // What SO_NODE_INIT_CLASS does, without handing Coin a clean-up function in this library.
     classTypeId = SoType::createType(SoText3::getClassTypeId(), "Text3FacingCamera", &createInstance,
                                      uint16_t(SoNode::getNextActionMethodIndex()));
