@@ -34,7 +34,8 @@ echo "== head surface of the ch2 T1 scan (181 x 217 x 181, 1 mm)"
 "$vxiso" surface "$ch2" -t 3 --pad -o "$out/head.ply" --png "$out/head.png" --view 0 -1 0 --up 0 0 1
 
 echo "== contour lines on the middle axial slice of the same scan"
-"$vxiso" isolines "$ch2" --slice z --uniform 20 100 5 -o "$out/head-lines.svg" --png "$out/head-lines.png"
+"$vxiso" isolines "$ch2" --slice z --uniform 20 100 5 --annotate --every 2 1 --contour-clip \
+  -o "$out/head-lines.svg" --png "$out/head-lines.png"
 
 echo "== the left hippocampus: the same scan inside region 37 of the AAL atlas, relaxed mask"
 "$vxiso" surface "$ch2" -t 80 --compactify --mask /usr/share/mricron/templates/aal.nii.gz --mask-label 37 \

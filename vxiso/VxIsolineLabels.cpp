@@ -1,14 +1,13 @@
 // The value labels along the contour lines, and the contour clip that opens the lines under them.
 #include <vxiso/SoText3FacingCamera.h>
 #include <vxiso/VxIsolines.h>
+#include <vxiso/isolines/VxIsolineLabelGeometry.h>
 
 #include <oiv/OivFonts.h>
 #include <vx/VxApplication.h>
 #include <vx/VxMessage.h>
 #include <vx/VxPlanarModBase.h>
 
-#include <Inventor/SbLine.h>
-#include <Inventor/SbSphere.h>
 #include <Inventor/SbViewportRegion.h>
 #include <Inventor/actions/SoGetBoundingBoxAction.h>
 #include <Inventor/nodekits/SoShapeKit.h>
@@ -100,22 +99,13 @@ SoText3* VxIsolines::getSoText3(SoFont* font, SoTransform* scale, float value, S
 
 bool VxIsolines::isPointBetweenPoints(const SbVec3f& p, const SbVec3f& a, const SbVec3f& b)
 {
-    const float difference = std::fabs((p - a).length() + (p - b).length() - (b - a).length());
-    return double(difference) < 1e-5;
+    return vxIsPointBetweenPoints(p, a, b);
 }
 
 bool VxIsolines::findInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius,
                                     SbVec3f& out)
 {
-    if (a == b) return false;
-    SbVec3f enter, exit;
-    if (!SbSphere(centre, radius).intersect(SbLine(a, b), enter, exit)) return false;
-    for (const SbVec3f& p : {enter, exit})
-        if (isPointBetweenPoints(p, a, b)) {
-            out = p;
-            return true;
-        }
-    return false;
+    return vxFindInBetweenPoint(centre, a, b, radius, out);
 }
 
 void VxIsolines::createTextSceneGraph()
@@ -136,7 +126,9 @@ void VxIsolines::createTextSceneGraph()
     for (int i = 0; i < int(distinct.size()); ++i)
         if ((every == 1 && start == 1) || (i >= start - 1 && (i - (start - 1)) % every == 0))
             selected.push_back(distinct[std::size_t(i)]);
-    auto isSelected = [&](float v) { return std::find(selected.begin(), selected.end(), v) != selected.end(); };
+    auto isSelected = [&](float v) {
+        return std::find(selected.begin(), selected.end(), v) != selected.end();
+    };
 
     auto* font = new SoFont;
     font->name = drawnFontName(portFont).toUtf8().constData();
@@ -171,19 +163,12 @@ void VxIsolines::createTextSceneGraph()
         SoText3* text = getSoText3(font, scale, line.value, size, tangential);
         text->ref();
         const float gap = std::sqrt(size[0] * size[0] + size[1] * size[1]) + spacing;
-        SbVec3f anchor = line.points[0];
-        for (int i = 1; i < line.count; ++i) {
-            if ((line.points[i] - anchor).length() < gap) continue;
-            if (!findInBetweenPoint(anchor, line.points[i - 1], line.points[i], gap, anchor)) continue;
-            // Closed lines repeat their first point: past the end, the line goes on from its start.
-            const SbVec3f& next = i + 1 < line.count ? line.points[i + 1] : line.points[0];
-            SbVec3f tangent = (next - line.points[i - 1]) * 0.5f;
-            tangent.normalize();
-            const float radius = size[0] * 0.5f;
+        const float radius = size[0] * 0.5f;
+        vxWalkLabelAnchors(line.points, line.count, gap, [&](const SbVec3f& anchor, const SbVec3f& tangent) {
             const bool overlaps = std::any_of(placed.begin(), placed.end(), [&](const TextVertex& other) {
                 return (other.position - anchor).length() < radius + other.radius;
             });
-            if (overlaps) continue;
+            if (overlaps) return;
             placed.push_back({anchor, radius, float(int(line.value))});
             auto* label = new SoSeparator;
             auto* at = new SoTranslation;
@@ -198,7 +183,7 @@ void VxIsolines::createTextSceneGraph()
             label->addChild(scale);
             label->addChild(text);
             m_textSeparator->addChild(label);
-        }
+        });
         text->unref();
     }
     plane->unref();
@@ -210,83 +195,19 @@ void VxIsolines::clipUnderLabels(const std::vector<TextVertex>& labels)
 {
     SoLineSet* lineSet = getLineSet();
     auto* property = static_cast<SoVertexProperty*>(lineSet->vertexProperty.getValue());
-    const std::vector<Line> lines = getLines(lineSet, m_lineValues);
-    std::vector<uint32_t> colors(property->orderedRGBA.getValues(0),
-                                 property->orderedRGBA.getValues(0) + property->orderedRGBA.getNum());
-
-    std::vector<SbVec3f> points;
-    std::vector<int32_t> counts;
-    std::vector<uint32_t> pieceColors;
-    KxDArray<float> pieceValues;
-    for (std::size_t l = 0; l < lines.size(); ++l) {
-        const Line& line = lines[l];
-        std::vector<const TextVertex*> mine;
-        for (const TextVertex& label : labels)
-            if (label.value == float(int(line.value))) mine.push_back(&label);
-        auto inside = [&](const SbVec3f& p) {
-            return std::any_of(mine.begin(), mine.end(),
-                               [&](const TextVertex* t) { return (p - t->position).length() < t->radius; });
-        };
-
-        // The pieces of this line, as point lists; a point inside a circle ends the current piece.
-        std::vector<std::vector<SbVec3f>> pieces(1);
-        auto add = [&](const SbVec3f& p) {
-            if (pieces.back().empty() || !(pieces.back().back() == p)) pieces.back().push_back(p);
-        };
-        auto end = [&] {
-            if (!pieces.back().empty()) pieces.emplace_back();
-        };
-        if (line.count > 0 && !inside(line.points[0])) add(line.points[0]);
-        for (int i = 1; i < line.count; ++i) {
-            const SbVec3f a = line.points[i - 1], b = line.points[i];
-            // Where the segment crosses a circle, in order along it.
-            std::vector<std::pair<float, SbVec3f>> crossings;
-            if (!(a == b))
-                for (const TextVertex* t : mine) {
-                    SbVec3f enter, exit;
-                    if (!SbSphere(t->position, t->radius).intersect(SbLine(a, b), enter, exit)) continue;
-                    for (const SbVec3f& p : {enter, exit})
-                        if (isPointBetweenPoints(p, a, b)) crossings.emplace_back((p - a).length(), p);
-                }
-            std::sort(crossings.begin(), crossings.end(),
-                      [](const auto& x, const auto& y) { return x.first < y.first; });
-            // Each stretch between crossings is kept or dropped as its middle lies outside or inside.
-            SbVec3f from = a;
-            crossings.emplace_back((b - a).length(), b);
-            for (const auto& [distance, to] : crossings) {
-                if (inside((from + to) * 0.5f)) {
-                    end();
-                } else {
-                    add(from);
-                    add(to);
-                }
-                from = to;
-            }
-            if (inside(b)) end();
-        }
-        if (pieces.back().empty()) pieces.pop_back();
-        // A closed line cut somewhere else than at its start runs on through it: its last piece
-        // and its first are one piece, and take the first's place.
-        const bool closed = line.count > 2 && line.points[0] == line.points[line.count - 1];
-        if (closed && pieces.size() > 1 && pieces.front().front() == line.points[0] &&
-            pieces.back().back() == line.points[line.count - 1]) {
-            pieces.back().insert(pieces.back().end(), pieces.front().begin() + 1, pieces.front().end());
-            pieces.front() = std::move(pieces.back());
-            pieces.pop_back();
-        }
-        for (const std::vector<SbVec3f>& piece : pieces) {
-            if (piece.size() < 2) continue;
-            points.insert(points.end(), piece.begin(), piece.end());
-            counts.push_back(int32_t(piece.size()));
-            if (l < colors.size()) pieceColors.push_back(colors[l]);
-            pieceValues.push_back(line.value);
-        }
-    }
-    property->vertex.setValues(0, int(points.size()), points.data());
-    property->vertex.setNum(int(points.size()));
-    lineSet->numVertices.setValues(0, int(counts.size()), counts.data());
-    lineSet->numVertices.setNum(int(counts.size()));
-    property->orderedRGBA.setValues(0, int(pieceColors.size()), pieceColors.data());
-    property->orderedRGBA.setNum(int(pieceColors.size()));
-    m_lineValues = pieceValues;
+    VxIsolineLines lines;
+    for (int i = 0; i < property->vertex.getNum(); ++i) lines.points.push_back(property->vertex[i]);
+    for (int i = 0; i < lineSet->numVertices.getNum(); ++i)
+        lines.numVertices.push_back(lineSet->numVertices[i]);
+    for (int i = 0; i < property->orderedRGBA.getNum(); ++i)
+        lines.lineColors.push_back(property->orderedRGBA[i]);
+    lines.lineValues = m_lineValues;
+    VxIsolineLines clipped = vxClipUnderLabels(lines, labels);
+    m_lineValues = clipped.lineValues;
+    property->orderedRGBA.setNum(0);
+    if (!clipped.lineColors.empty())
+        property->orderedRGBA.setValues(0, int(clipped.lineColors.size()), clipped.lineColors.data());
+    property->vertex.setNum(0);
+    lineSet->numVertices.setNum(0);
+    clipped.handTo(property->vertex, lineSet->numVertices);
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include <vxiso/isolines/VxIsolineContouring.h>
+#include <vxiso/isolines/VxIsolineLabelGeometry.h>
 
 #include <vx/VxOverlayModule.h>
 #include <vx/VxPortColormap.h>
@@ -83,14 +84,8 @@ public:
     // The map from the slice's frame into the field's when they differ; false and the identity
     // otherwise.
     bool getTransform(SbMatrix& m) const;
-    // One placed label: its anchor on the line, half its text's width, and its line's value
-    // truncated to an integer (what the contour clip compares).
-    struct TextVertex
-    {
-        SbVec3f position;
-        float radius;
-        float value;
-    };
+    // One placed label: its anchor, its circle's radius and its line's value as an integer.
+    using TextVertex = VxIsolineTextVertex;
     // The labels along the lines (the text separator, emptied before), and with contour clip the
     // lines opened under them.
     void createTextSceneGraph();

@@ -32,7 +32,9 @@ struct corvapackage_vxiso
 };
 const char* corvapackage_vxiso::version = g_versionRecord;
 
-void corvapackage_vxiso_init()
+namespace {
+
+void registerModules()
 {
     static bool isInitialized = false;
     if (isInitialized) return;
@@ -43,7 +45,16 @@ void corvapackage_vxiso_init()
     kxInitClass_VxIsolines();
     kxInitClass_VxIsoTetra();
     kxInitClass_VxIsoHexa();
-    // Registered with the package, so that scenes with labels can be read before any label is made.
+}
+
+} // namespace
+
+void corvapackage_vxiso_init()
+{
+    registerModules();
+    // The text node registers when the host initialises the package, so that scenes with labels
+    // can be read before any label is made; not while the library is being loaded (below), when
+    // its type record is yet to be initialised and would be reset after registering.
     SoText3FacingCamera::initClass();
 }
 
@@ -67,7 +78,7 @@ const char* corvapackage_vxiso()
 
 void soconstructor_vxiso()
 {
-    corvapackage_vxiso_init();
+    registerModules();
 }
 
 void sodestructor_vxiso()

@@ -279,6 +279,9 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
          "contour lines are written as .vtk, .iv or .svg"},
         {"isolines s.nrrd --slice z --values 1 -o s.nrrd.svg --png s.nrrd", 2, "--png writes PNG pictures"},
         {"isolines --labels m.nrrd --slice z --values 1 -o l.vtk", 2, "--labels reads label volumes"},
+        {"isolines s.nrrd --slice z --values 1 --every 2 1 -o l.vtk", 2, "shape the labels of --annotate"},
+        {"isolines s.nrrd --slice z --values 1 --annotate --font Serif 0 -o l.vtk", 2,
+         "--font takes a size of 1"},
     };
     for (const auto& c : cases) {
         const bool surface = c.args.rfind("surface", 0) == 0;
@@ -361,6 +364,32 @@ TEST_F(VxisoCommand, IsolinesWriteTheSameClosedLinesInEveryFormat)
         "[c exportAsLineSet] exportData vtk h.vtk\n");
     ASSERT_EQ(script.status, 0) << script.err;
     EXPECT_EQ(slurp(path("h.vtk")), text);
+}
+
+// Labels reach the scene and the drawing alike: one text of the drawing for each label node of the
+// scene, at the same places, and those of the chosen values only.
+TEST_F(VxisoCommand, IsolineLabelsReachTheSceneAndTheDrawing)
+{
+    writeSphereAndMask();
+    const std::string labels =
+        "isolines s.nrrd --slice z --values 0 1 2 --annotate --every 2 1 --text-scale 0.02 ";
+    ASSERT_EQ(vxiso(labels + "--camera-aligned -o l.iv").status, 0);
+    ASSERT_EQ(vxiso(labels + "--camera-aligned -o l.svg").status, 0);
+    const std::string iv = slurp(path("l.iv")), svg = slurp(path("l.svg"));
+    auto count = [](const std::string& text, const std::string& pattern) {
+        const std::regex re(pattern);
+        return std::distance(std::sregex_iterator(text.begin(), text.end(), re), std::sregex_iterator());
+    };
+    const auto placed = count(iv, "Translation \\{");
+    EXPECT_GT(placed, 1);
+    EXPECT_EQ(count(iv, "Text3FacingCamera \\{"), 2) << "one text node for each labelled line";
+    EXPECT_EQ(count(iv, "string \"1\""), 0) << "every 2nd value from the 1st: 0 and 2";
+    EXPECT_EQ(count(svg, "<text [^>]*font-size=\"[^>]*>(0|2)</text>"), placed);
+    EXPECT_EQ(count(svg, "<text [^>]*transform="), 0) << "labels that face the viewer stand upright";
+    ASSERT_EQ(vxiso(labels + "--contour-clip -o c.svg").status, 0);
+    EXPECT_GT(count(slurp(path("c.svg")), "<text [^>]*transform=\"rotate"), 0)
+        << "labels along the lines turn";
+    EXPECT_GT(count(slurp(path("c.svg")), "<polyline"), count(svg, "<polyline")) << "lines opened";
 }
 
 // --verbose tells what the engine ran on: the nodes (fewer when down-sampled), the split into slabs

@@ -5,12 +5,26 @@
 
 #include <vxiso/VxIsolines.h>
 
+#include <oiv/SoOffscreenEGLRenderer.h>
 #include <vx/VxLineSet.h>
 #include <vx/VxObliqueSlice.h>
 
+#include <Inventor/SoDB.h>
+#include <Inventor/SoInput.h>
+#include <Inventor/SoOutput.h>
+#include <Inventor/actions/SoSearchAction.h>
+#include <Inventor/actions/SoWriteAction.h>
+#include <Inventor/nodes/SoFont.h>
+#include <Inventor/nodes/SoLightModel.h>
+#include <Inventor/nodes/SoSeparator.h>
+#include <Inventor/nodes/SoText3.h>
+
 #include <QImage>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <string>
 #include <vector>
 
 namespace {
@@ -227,4 +241,110 @@ TEST_F(Isolines, AFieldInAnotherFrameIsSampledWhereTheSliceIs)
         EXPECT_EQ(p[2], 16.f);
     }
     EXPECT_EQ(a.getNumPoints(), b.getNumPoints()) << "samples on nodes of both fields: the same cuts";
+}
+
+namespace {
+
+std::vector<std::string> labelTexts(SoNode* root, SoType type = SoText3::getClassTypeId())
+{
+    std::vector<std::string> texts;
+    SoSearchAction search;
+    search.setType(type);
+    search.setInterest(SoSearchAction::ALL);
+    search.apply(root);
+    for (int i = 0; i < search.getPaths().getLength(); ++i)
+        texts.push_back(static_cast<SoText3*>(search.getPaths()[i]->getTail())->string[0].getString());
+    return texts;
+}
+
+} // namespace
+
+// "Annotate Every 2, starting with 2" labels the 2nd and 4th of the sorted values, each label its
+// value with no decimals; 2.4 and 2.6 read 2 and 3 but clip as 2 and 2, so either's labels open both
+// lines. A font that is not installed is replaced, with one warning however often it is drawn.
+TEST_F(Isolines, LabelsShowTheChosenValuesAndOpenTheLinesOfTheirInteger)
+{
+    ballOnSlice();
+    tcl("iso quality setValue 1; iso spacing setValue 1; iso explicit setValue {7 3 5 4 6}; "
+        "iso annotateOnOff setValue 1; iso annotateEvery setValue 0 2; iso annotateEvery setValue 1 2; "
+        "iso textScale setValue 0.05; iso textSpacing setValue 1; iso fire");
+    std::vector<std::string> texts = labelTexts(iso().getTextSeparator());
+    ASSERT_FALSE(texts.empty());
+    for (const std::string& t : texts) EXPECT_TRUE(t == "4" || t == "6") << t;
+    EXPECT_NE(std::find(texts.begin(), texts.end(), "4"), texts.end());
+
+    tcl("iso explicit setValue {2.4 2.6}; iso annotateEvery setValue 0 1; iso annotateEvery setValue 1 1; "
+        "iso textAlignment setValue 1 1; iso font setFont NoSuchFamilyAnywhere 12; iso fire; iso fire");
+    texts = labelTexts(iso().getTextSeparator());
+    ASSERT_GE(texts.size(), 2u);
+    EXPECT_NE(std::find(texts.begin(), texts.end(), "2"), texts.end());
+    EXPECT_NE(std::find(texts.begin(), texts.end(), "3"), texts.end());
+    int pieces[2] = {0, 0};
+    for (float v : iso().getLineValues()) ++pieces[v > 2.5f];
+    EXPECT_GT(pieces[0], 1) << "the closed circle of 2.4 is opened";
+    EXPECT_GT(pieces[1], 1);
+    EXPECT_EQ(messages()->lines().filter("NoSuchFamilyAnywhere\" is not installed").size(), 1);
+}
+
+// The camera-facing node is the package's, reads back from a file as itself, and covers pixels
+// from any side, while plain text seen edge-on covers none.
+TEST_F(Isolines, FacingLabelsFaceEveryViewAndReadBackFromFiles)
+{
+    const SoType facing = SoType::fromName("Text3FacingCamera");
+    ASSERT_FALSE(facing.isBad());
+    EXPECT_EQ(facing.getParent(), SoText3::getClassTypeId());
+
+    ballOnSlice();
+    tcl("iso quality setValue 1; iso spacing setValue 1; iso explicit setValue 5; iso annotateOnOff setValue "
+        "1; "
+        "iso textAlignment setValue 0 1; iso textScale setValue 0.05; iso fire");
+    const std::size_t labels = labelTexts(iso().getTextSeparator(), facing).size();
+    ASSERT_GT(labels, 1u);
+    SoOutput out;
+    out.setBuffer(malloc(1024), 1024, realloc);
+    SoWriteAction write(&out);
+    write.apply(iso().getRoot());
+    void* buffer = nullptr;
+    size_t size = 0;
+    out.getBuffer(buffer, size);
+    SoInput in;
+    in.setBuffer(buffer, size);
+    SoSeparator* read = SoDB::readAll(&in);
+    ASSERT_TRUE(read);
+    read->ref();
+    EXPECT_EQ(labelTexts(read, facing).size(), labels);
+    read->unref();
+    free(buffer);
+
+    QString why;
+    if (!SoOffscreenEGLRenderer::isAvailable(&why)) GTEST_SKIP() << why.toStdString();
+    auto covered = [](SoNode* text, const SbVec3f& view) {
+        auto* root = new SoSeparator;
+        root->ref();
+        auto* light = new SoLightModel;
+        light->model = SoLightModel::BASE_COLOR;
+        auto* font = new SoFont;
+        font->size = 10;
+        root->addChild(light);
+        root->addChild(font);
+        root->addChild(text);
+        SoOffscreenEGLRenderer renderer(96, 64);
+        renderer.setBackgroundColor(SbColor(0, 0, 0));
+        EXPECT_TRUE(renderer.renderViewAll(root, view));
+        const QImage picture = renderer.getImage();
+        int lit = 0;
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = 0; x < picture.width(); ++x) lit += qGray(picture.pixel(x, y)) > 100;
+        root->unref();
+        return lit;
+    };
+    for (const bool faces : {true, false}) {
+        auto* text = static_cast<SoText3*>(faces ? facing.createInstance() : new SoText3);
+        text->ref();
+        text->string = "88";
+        EXPECT_GT(covered(text, SbVec3f(0, 0, -1)), 20) << faces;
+        const int sideways = covered(text, SbVec3f(1, 0, 0));
+        EXPECT_TRUE(faces ? sideways > 20 : sideways == 0) << faces << ": " << sideways << " pixels edge-on";
+        text->unref();
+    }
 }
