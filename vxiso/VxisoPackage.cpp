@@ -34,6 +34,9 @@ const char* corvapackage_vxiso::version = g_versionRecord;
 
 namespace {
 
+// Once finished, the package registers nothing more: its code is about to be unloaded.
+bool g_finished = false;
+
 void registerModules()
 {
     static bool isInitialized = false;
@@ -55,7 +58,7 @@ void corvapackage_vxiso_init()
     // The text node registers when the host initialises the package, so that scenes with labels
     // can be read before any label is made; not while the library is being loaded (below), when
     // its type record is yet to be initialised and would be reset after registering.
-    SoText3FacingCamera::initClass();
+    if (!g_finished) SoText3FacingCamera::initClass();
 }
 
 void corvapackage_vxiso_finish()
@@ -63,6 +66,7 @@ void corvapackage_vxiso_finish()
     static bool isFinished = false;
     if (isFinished) return;
     isFinished = true;
+    g_finished = true;
     SoText3FacingCamera::exitClass();
     kxExitClass_VxIsoHexa();
     kxExitClass_VxIsoTetra();

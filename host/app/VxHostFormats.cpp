@@ -1,12 +1,14 @@
 #include "VxHostFormats.h"
 
 #include <io/VxBlockReader.h>
+#include <io/VxInventorReader.h>
 #include <io/VxLineSetWriter.h>
 #include <io/VxMeshReader.h>
 #include <io/VxSurfaceWriter.h>
 #include <io/VxVolumeReader.h>
 #include <vx/VxApplication.h>
 #include <vx/VxBlockStructuredScalarField3.h>
+#include <vx/VxInventorScene.h>
 #include <vx/VxLineSet.h>
 #include <vx/VxSpatialData.h>
 
@@ -39,6 +41,14 @@ void vxhostInstallFormats(VxApplication* app)
                 return nullptr;
             }
             return VxBlockReader::read(path, error);
+        }
+        if (VxInventorReader::isScenePath(path)) {
+            if (labels) {
+                *error = QString("\"%1\": a scene cannot be read as labels").arg(path);
+                return nullptr;
+            }
+            SoSeparator* scene = VxInventorReader::read(path, error);
+            return scene ? new VxInventorScene(scene) : nullptr;
         }
         if (VxMeshReader::isMeshPath(path)) {
             if (labels) {

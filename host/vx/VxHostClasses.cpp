@@ -2,6 +2,7 @@
 #include <vx/VxColormap.h>
 #include <vx/VxHexaScalarField3.h>
 #include <vx/VxHostClasses.h>
+#include <vx/VxInventorScene.h>
 #include <vx/VxLineSet.h>
 #include <vx/VxObliqueSlice.h>
 #include <vx/VxOrthoSlice.h>
@@ -30,6 +31,7 @@ void vxInitHostClasses()
     VxUniformLabelField3::getClassTypeId();
     VxColormap::getClassTypeId();
     VxLineSet::getClassTypeId();
+    VxInventorScene::getClassTypeId();
     VxBlockStructuredScalarField3::getClassTypeId();
     VxPointProbe::getClassTypeId();
     VxUnstructuredGrid::getClassTypeId();

@@ -386,6 +386,12 @@ TEST_F(VxisoCommand, IsolineLabelsReachTheSceneAndTheDrawing)
     EXPECT_EQ(count(iv, "string \"1\""), 0) << "every 2nd value from the 1st: 0 and 2";
     EXPECT_EQ(count(svg, "<text [^>]*font-size=\"[^>]*>(0|2)</text>"), placed);
     EXPECT_EQ(count(svg, "<text [^>]*transform="), 0) << "labels that face the viewer stand upright";
+    // The scene loads again in the host, its labels as the package's own nodes.
+    spit(path("bad.iv"), "#Inventor V2.1 ascii\nSeparator { Bogus { } }\n");
+    const Result host = vxhostScript("load l.iv lines\nputs [all]\ncatch {load bad.iv b} why\nputs $why\n");
+    EXPECT_EQ(host.status, 0) << host.err;
+    EXPECT_EQ(host.out.substr(0, 6), "lines\n");
+    EXPECT_NE(host.out.find("Bogus"), std::string::npos) << host.out;
     ASSERT_EQ(vxiso(labels + "--contour-clip -o c.svg").status, 0);
     EXPECT_GT(count(slurp(path("c.svg")), "<text [^>]*transform=\"rotate"), 0)
         << "labels along the lines turn";

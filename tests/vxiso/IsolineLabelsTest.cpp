@@ -95,7 +95,7 @@ TEST(IsolineLabels, ClipOpensTheLinesUnderTheirLabels)
     const std::vector<SbVec3f> straight = {{-20, 15, 2}, {20, 15, 2}};
     const VxIsolineLines lines = linesOf({round, inner, straight}, {0.4f, 0.6f, 1.f});
     std::vector<VxIsolineTextVertex> labels = {
-        {SbVec3f(10, 0, 2), 1.f, 0.f}, {SbVec3f(0, 10, 2), 1.f, 0.f}, {SbVec3f(-10, 0, 2), 1.f, 0.f},
+        {SbVec3f(10, 0, 2), 1.f, 0.f},  {SbVec3f(0, 10, 2), 1.f, 0.f}, {SbVec3f(-10, 0, 2), 1.f, 0.f},
         {SbVec3f(-5, 15, 2), 1.f, 1.f}, {SbVec3f(5, 15, 2), 1.f, 1.f}, {SbVec3f(0, -10, 2), 1.f, 7.f}};
     const VxIsolineLines clipped = vxClipUnderLabels(lines, labels);
 
@@ -118,7 +118,8 @@ TEST(IsolineLabels, ClipOpensTheLinesUnderTheirLabels)
             }
         for (const SbVec3f& end : {p[0], p[n - 1]}) {
             bool onOld = false;
-            for (std::size_t i = 1; i < from.size(); ++i) onOld = onOld || vxIsPointBetweenPoints(end, from[i - 1], from[i]);
+            for (std::size_t i = 1; i < from.size(); ++i)
+                onOld = onOld || vxIsPointBetweenPoints(end, from[i - 1], from[i]);
             EXPECT_TRUE(onOld) << "line " << l;
         }
         p += n;

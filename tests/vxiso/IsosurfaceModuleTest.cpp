@@ -3,6 +3,9 @@
 #include "../support/TestFields.h"
 #include "PackageSuite.h"
 
+#include <Inventor/SoDB.h>
+#include <Inventor/SoInput.h>
+#include <Inventor/nodes/SoSeparator.h>
 #include <vxiso/VxIsosurface.h>
 #include <vxiso/VxMaskedLabelIsosurface.h>
 
@@ -307,6 +310,7 @@ TEST(Package, RegistersItsClassesOncePerLoadAndWithdrawsThemOnUnload)
         EXPECT_EQ(masked->getParent(), iso);
         EXPECT_EQ(iso->getParent(), VxTriBase::getClassTypeId());
         EXPECT_TRUE(masked->canCreate() && iso->canCreate());
+        EXPECT_FALSE(SoType::fromName("Text3FacingCamera").isBad()) << "load " << load;
         if (load == 0) {
             pm.unloadAll();
         } else {
@@ -325,6 +329,18 @@ TEST(Package, RegistersItsClassesOncePerLoadAndWithdrawsThemOnUnload)
         EXPECT_EQ(KxTypeInfo::fromName("VxIsosurface"), nullptr) << "load " << load;
         EXPECT_EQ(KxTypeInfo::fromName("VxMaskedLabelIsosurface"), nullptr) << "load " << load;
         EXPECT_NE(KxTypeInfo::fromName("VxTriBase"), nullptr) << "the host's own classes stay";
+        // The package's text node is gone from Open Inventor too: a file naming it now reads as
+        // an unknown node with the fields it declares, not as code that is no longer there.
+        EXPECT_TRUE(SoType::fromName("Text3FacingCamera").isBad()) << "load " << load;
+        const char scene[] =
+            "#Inventor V2.1 ascii\nText3FacingCamera { fields [ MFString string ] string \"7\" }\n";
+        SoInput in;
+        in.setBuffer(scene, sizeof scene - 1);
+        SoSeparator* read = SoDB::readAll(&in);
+        ASSERT_TRUE(read);
+        read->ref();
+        EXPECT_EQ(std::string(read->getChild(0)->getTypeId().getName().getString()), "UnknownNode");
+        read->unref();
     }
 }
 

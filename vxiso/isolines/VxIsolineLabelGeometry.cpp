@@ -12,7 +12,8 @@ bool vxIsPointBetweenPoints(const SbVec3f& p, const SbVec3f& a, const SbVec3f& b
     return double(difference) < 1e-5;
 }
 
-bool vxFindInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius, SbVec3f& out)
+bool vxFindInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius,
+                          SbVec3f& out)
 {
     if (a == b) return false;
     SbVec3f enter, exit;
@@ -47,8 +48,9 @@ std::vector<std::vector<SbVec3f>> piecesOutside(const SbVec3f* points, int count
                                                 const std::vector<const VxIsolineTextVertex*>& circles)
 {
     auto inside = [&](const SbVec3f& p) {
-        return std::any_of(circles.begin(), circles.end(),
-                           [&](const VxIsolineTextVertex* t) { return (p - t->position).length() < t->radius; });
+        return std::any_of(circles.begin(), circles.end(), [&](const VxIsolineTextVertex* t) {
+            return (p - t->position).length() < t->radius;
+        });
     };
     std::vector<std::vector<SbVec3f>> pieces(1);
     auto add = [&](const SbVec3f& p) {
