@@ -20,7 +20,8 @@ QString g_readErrors;
 
 void keepReadError(const SoError* error, void*)
 {
-    if (g_readErrors.isEmpty()) g_readErrors = QString::fromUtf8(error->getDebugString().getString()).simplified();
+    if (g_readErrors.isEmpty())
+        g_readErrors = QString::fromUtf8(error->getDebugString().getString()).simplified();
 }
 
 } // namespace
