@@ -13,6 +13,37 @@ float unit(float v)
     return std::isnan(v) ? 0.f : std::min(1.f, std::max(0.f, v));
 }
 
+VxColormap::RGBA opaque(unsigned rgb)
+{
+    return {float(rgb >> 16 & 0xff) / 255.f, float(rgb >> 8 & 0xff) / 255.f, float(rgb & 0xff) / 255.f, 1.f};
+}
+
+// The built-in maps, in the order presets() lists them. Viridis and coolwarm keep equal steps in
+// perceived lightness (coolwarm from both ends towards the white middle), so that equal value
+// steps look equal.
+QVector<VxColormap::RGBA> presetSamples(int index)
+{
+    auto hex = [](std::initializer_list<unsigned> rgb) {
+        QVector<VxColormap::RGBA> samples;
+        for (unsigned c : rgb) samples.append(opaque(c));
+        return samples;
+    };
+    switch (index) {
+    case 0:
+        return hex({0x000000, 0xffffff});
+    case 1:
+        return hex({0x440154, 0x482475, 0x414487, 0x355f8d, 0x2a788e, 0x21918c, 0x22a884, 0x44bf70, 0x7ad151,
+                    0xbddf26, 0xfde725});
+    case 2:
+        return hex({0x3b4cc0, 0x5d7ce6, 0x7b9ff9, 0x9ebeff, 0xc0d4f5, 0xdddcdc, 0xf2cbb7, 0xf7ac8e, 0xee8468,
+                    0xd65244, 0xb40426});
+    default:
+        return {{0.19f, 0.07f, 0.55f, 1.f}, {0.16f, 0.45f, 0.95f, 1.f}, {0.1f, 0.75f, 0.75f, 1.f},
+                {0.45f, 0.85f, 0.2f, 1.f},  {0.95f, 0.75f, 0.1f, 1.f},  {0.9f, 0.3f, 0.05f, 1.f},
+                {0.55f, 0.02f, 0.02f, 1.f}};
+    }
+}
+
 QString sampleText(const VxColormap::RGBA& s)
 {
     using vxscript::number;
@@ -60,9 +91,24 @@ VxColormap::RGBA VxColormap::getRGBA(float value) const
     return {a.r + (b.r - a.r) * f, a.g + (b.g - a.g) * f, a.b + (b.b - a.b) * f, a.a + (b.a - a.a) * f};
 }
 
+QStringList VxColormap::presets()
+{
+    return {"grey", "viridis", "coolwarm", "rainbow"};
+}
+
+bool VxColormap::setPreset(const QString& name)
+{
+    const int index = presets().indexOf(name);
+    if (index < 0) return false;
+    setSamples(presetSamples(index));
+    return true;
+}
+
 QStringList VxColormap::commands() const
 {
-    return QStringList{"setRange", "getRange", "setSamples", "getSamples", "getColor"} + VxObject::commands();
+    return QStringList{"setRange", "getRange",  "setSamples", "getSamples",
+                       "getColor", "setPreset", "getPresets"} +
+           VxObject::commands();
 }
 
 void VxColormap::savePorts(FILE* fp)
@@ -134,6 +180,17 @@ int VxColormap::parse(Tcl_Interp* interp, int argc, char** argv)
         if (argc != 3) return fail("usage: getColor VALUE");
         if (!toFloat(argv[2], v)) return fail(QString("getColor: \"%1\" is not a number").arg(argv[2]));
         setResult(interp, sampleText(getRGBA(v)));
+        return TCL_OK;
+    }
+    if (!strcmp(word, "setPreset")) {
+        if (argc != 3) return fail("usage: setPreset NAME");
+        if (!setPreset(argv[2]))
+            return fail(QString("setPreset: unknown colour map \"%1\"; known: %2")
+                            .arg(argv[2], presets().join(", ")));
+        return TCL_OK;
+    }
+    if (!strcmp(word, "getPresets")) {
+        setResult(interp, vxscript::join(presets()));
         return TCL_OK;
     }
     return VxObject::parse(interp, argc, argv);

@@ -32,6 +32,13 @@ public:
     // Colour and alpha at a value (NaN takes the minimum's colour).
     RGBA getRGBA(float value) const;
 
+    // Names of the built-in maps: "grey", "viridis", "coolwarm" (diverging, blue-white-red),
+    // "rainbow". All opaque.
+    static QStringList presets();
+    // Replaces the samples by a built-in map's, keeping the range; false (map unchanged) for a
+    // name that is not one of presets().
+    bool setPreset(const QString& name);
+
     int parse(Tcl_Interp* interp, int argc, char** argv) override;
     void savePorts(FILE* fp) override;
     QStringList commands() const override;

@@ -177,6 +177,33 @@ TEST_F(Framework, SavedNetworkReloadsToTheSamePortsAndRecomputes)
     EXPECT_EQ(slurp(path("second.tcl")), saved);
 }
 
+// Presets replace the samples and keep the range; a saved network replays them through setSamples.
+TEST_F(Framework, ColormapPresetsSetSamplesAndReplayFromASavedNetwork)
+{
+    tcl("create VxColormap m; m setRange 10 20; m setPreset viridis");
+    EXPECT_EQ(tcl("list [m getRange] [llength [m getSamples]]"), "{10 20} 11");
+    const float ends[][3] = {{0x44, 0x01, 0x54}, {0x21, 0x91, 0x8c}, {0xfd, 0xe7, 0x25}};
+    for (int i = 0; i < 3; ++i) {
+        const VxColormap::RGBA c = object<VxColormap>("m")->getRGBA(10.f + 5.f * float(i));
+        EXPECT_NEAR(c.r, ends[i][0] / 255.f, 1 / 255.f) << i;
+        EXPECT_NEAR(c.g, ends[i][1] / 255.f, 1 / 255.f) << i;
+        EXPECT_NEAR(c.b, ends[i][2] / 255.f, 1 / 255.f) << i;
+        EXPECT_EQ(c.a, 1.f);
+    }
+    // Coolwarm's middle is its near-white, the grey ramp's middle is grey.
+    EXPECT_EQ(tcl("m setPreset coolwarm; m getColor 15"), "0.8666667 0.8627451 0.8627451 1");
+    EXPECT_EQ(tcl("m setPreset grey; m getColor 15"), "0.5 0.5 0.5 1");
+
+    const QString before = tcl("m setPreset rainbow; m getSamples");
+    EXPECT_EQ(tclError("m setPreset foo"),
+              "\"m\": setPreset: unknown colour map \"foo\"; known: grey, viridis, coolwarm, rainbow");
+    EXPECT_EQ(tcl("m getSamples"), before) << "an unknown name leaves the map as it was";
+    EXPECT_EQ(tcl("m getPresets"), "grey viridis coolwarm rainbow");
+
+    tcl(QString("saveNetwork {%1}; remove -all; loadNetwork {%1}").arg(qpath("map.tcl")));
+    EXPECT_EQ(tcl("list [m getRange] [m getSamples]"), "{10 20} {" + before + "}");
+}
+
 TEST_F(Framework, NetworkFlagAndVersionLastOnlyWhileTheScriptRuns)
 {
     spit(path("net.tcl"),
