@@ -1,3 +1,4 @@
+#include <vxiso/VxIsoValuePorts.h>
 #include <vxiso/VxIsolines.h>
 
 #include <vx/VxAccessCoordinate3Interface.h>
@@ -158,28 +159,12 @@ SoLineSet* VxIsolines::getLineSet() const
 void VxIsolines::determineIsoValues()
 {
     m_isoValues.clear();
-    if (portSpacing.getValue() == 0) {
-        const float min = portUniform.getValue(0), max = portUniform.getValue(1);
-        const int n = std::max(int(portUniform.getValue(2)), 0);
-        if (n == 1) {
-            m_isoValues.push_back(min);
-            return;
-        }
-        for (int i = 0; i < n; ++i) m_isoValues.push_back(float(i) / float(n - 1) * (max - min) + min);
-        return;
-    }
-    // As written: a word that is no number counts as 0.
-    for (const QString& word : portExplicit.getValue().split(' ', Qt::SkipEmptyParts))
-        m_isoValues.push_back(word.toFloat());
+    for (float v : vxIsoValues(portSpacing, portUniform, portExplicit)) m_isoValues.push_back(v);
 }
 
 void VxIsolines::resetRange(VxScalarField3* field)
 {
-    double min = 0, max = 0;
-    VxRangeProviderSpatialData::rangeOf(field, min, max);
-    portUniform.setValue(0, float(min));
-    portUniform.setValue(1, float(max));
-    portExplicit.setValue(QString::asprintf("%g %g", min + (max - min) * 0.25, min + (max - min) * 0.75));
+    vxResetIsoValueRange(field, portUniform, portExplicit);
     m_rangeIsStale = false;
 }
 

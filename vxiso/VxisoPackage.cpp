@@ -2,6 +2,7 @@
 // type registry; unloading withdraws them. Each module class joins the two lists below, in this
 // order, when it is added to the package.
 #include <vxiso/SoText3FacingCamera.h>
+#include <vxiso/VxAnnotatedIsolines.h>
 #include <vxiso/VxIsoHexa.h>
 #include <vxiso/VxIsoTetra.h>
 #include <vxiso/VxIsolines.h>
@@ -48,6 +49,7 @@ void registerModules()
     kxInitClass_VxIsolines();
     kxInitClass_VxIsoTetra();
     kxInitClass_VxIsoHexa();
+    kxInitClass_VxAnnotatedIsolines();
 }
 
 } // namespace
@@ -68,6 +70,7 @@ void corvapackage_vxiso_finish()
     isFinished = true;
     g_finished = true;
     SoText3FacingCamera::exitClass();
+    kxExitClass_VxAnnotatedIsolines();
     kxExitClass_VxIsoHexa();
     kxExitClass_VxIsoTetra();
     kxExitClass_VxIsolines();

@@ -1,4 +1,6 @@
 #include <vx/VxApplication.h>
+
+#include <meshkit/MeshKit.h>
 #include <vx/VxHostClasses.h>
 #include <vx/VxInterpreter.h>
 #include <vx/VxMessage.h>
@@ -50,6 +52,7 @@ VxApplication::VxApplication()
       m_settings(std::make_unique<VxSettingsMgr>()), m_pool(std::make_unique<VxObjectPool>())
 {
     oivInit();
+    meshkit::init();
     vxInitHostClasses();
     m_sceneRoot = new SoSeparator;
     m_sceneRoot->ref();

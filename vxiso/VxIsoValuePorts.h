@@ -1,0 +1,19 @@
+#pragma once
+#include <vector>
+
+class VxPortFloatTextN;
+class VxPortRadioBox;
+class VxPortText;
+class VxScalarField3;
+
+// The iso values of the isoline modules, from their three ports: "spacing" (0 uniform, 1 explicit),
+// "uniform" (minimum, maximum, count) and "explicit" (a list).
+
+// Uniform: the count (negative counts as 0) spread from minimum to maximum, in single precision;
+// with a count of 1 the minimum alone. Explicit: the words of the list, a word that is no number
+// counting as 0.
+std::vector<float> vxIsoValues(const VxPortRadioBox& spacing, const VxPortFloatTextN& uniform,
+                               const VxPortText& explicitValues);
+
+// Minimum and maximum from the field's value range; the list to its quarter and three quarters.
+void vxResetIsoValueRange(const VxScalarField3* field, VxPortFloatTextN& uniform, VxPortText& explicitValues);
