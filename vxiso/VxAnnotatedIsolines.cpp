@@ -65,7 +65,8 @@ constexpr float kLabelPixels = 14.f;
 VxAnnotatedIsolines::VxAnnotatedIsolines()
     : portSpacing(this, tr("Spacing"), "spacing", 2), portUniform(this, tr("Values"), "uniform", 3),
       portExplicit(this, tr("Values"), "explicit"), portParameters(this, tr("Parameters"), "parameters", 2),
-      portOptions2(this, tr("Options2"), "options2", 1), portAnnotations(this, tr("Annotations"), "annotations", 2),
+      portOptions2(this, tr("Options2"), "options2", 1),
+      portAnnotations(this, tr("Annotations"), "annotations", 2),
       portAnnotationsPath(this, tr("Annotations Path"), "annotationsPath", 1),
       portAnnotationsFontSize(this, tr("Annotations Font Size"), "annotationsFontSize"),
       portAnnotationsFontFactor(this, tr("Annotations Font Factor"), "annotationsFontFactor"),
@@ -135,13 +136,13 @@ VxAnnotatedIsolines::VxAnnotatedIsolines()
     m_contouring->coloring = PoMeshContouring::CONTRAST;
     m_contouring->setPreRebuildCallback(preRebuildCB, this);
     m_contouring->setPostRebuildCallback(postRebuildCB, this);
-    m_contouring->setNumericDisplayFormat(PbNumericDisplayFormat(PbNumericDisplayFormat::FormatType(0), 0, 0));
+    m_contouring->setNumericDisplayFormat(
+        PbNumericDisplayFormat(PbNumericDisplayFormat::FormatType(0), 0, 0));
     auto* post = new SoCallback;
     post->setCallback(postRenderCB, this);
-    for (SoNode* child : std::initializer_list<SoNode*>{pre, m_transform.get(), m_textProperty.get(),
-                                                        m_drawStyle.get(), new PoCartesianGrid2D,
-                                                        m_dataMapping.get(), offset, transparency,
-                                                        m_contouring.get(), post})
+    for (SoNode* child : std::initializer_list<SoNode*>{
+             pre, m_transform.get(), m_textProperty.get(), m_drawStyle.get(), new PoCartesianGrid2D,
+             m_dataMapping.get(), offset, transparency, m_contouring.get(), post})
         m_root->addChild(child);
     showGeom(m_root.get());
 }
@@ -187,10 +188,9 @@ void VxAnnotatedIsolines::update()
     portUniform.setVisible(uniform);
     portExplicit.setVisible(!uniform);
     const bool annotated = portAnnotations.getValue(0);
-    for (VxPort* p : std::initializer_list<VxPort*>{&portAnnotationsPath, &portAnnotationsFontSize,
-                                                    &portAnnotationsFontFactor, &portAnnotationsGap,
-                                                    &portAnnotationsPeriod, &portAnnotationsContourClip, &portFormat,
-                                                    &portAnnotationsColors})
+    for (VxPort* p : std::initializer_list<VxPort*>{
+             &portAnnotationsPath, &portAnnotationsFontSize, &portAnnotationsFontFactor, &portAnnotationsGap,
+             &portAnnotationsPeriod, &portAnnotationsContourClip, &portFormat, &portAnnotationsColors})
         p->setVisible(annotated);
     if (!field)
         m_rangeIsStale = true;
@@ -198,7 +198,8 @@ void VxAnnotatedIsolines::update()
         resetRange(field);
 }
 
-bool VxAnnotatedIsolines::sample(SbVec3f& origin, SbVec3f& du, SbVec3f& dv, int& n, std::vector<float>& values)
+bool VxAnnotatedIsolines::sample(SbVec3f& origin, SbVec3f& du, SbVec3f& dv, int& n,
+                                 std::vector<float>& values)
 {
     VxScalarField3* field = getField();
     n = int(portParameters.getValue(0));
@@ -261,7 +262,8 @@ void VxAnnotatedIsolines::doGenerateQuadrangleMesh()
                 const int corners[4][2] = {{r, c}, {r + 1, c}, {r + 1, c + 1}, {r, c + 1}};
                 bool valued = true;
                 for (const auto& rc : corners)
-                    valued = valued && PoMesh::hasValue(values[std::size_t(rc[0]) * std::size_t(n) + std::size_t(rc[1])]);
+                    valued = valued && PoMesh::hasValue(
+                                           values[std::size_t(rc[0]) * std::size_t(n) + std::size_t(rc[1])]);
                 if (!valued) continue;
                 for (const auto& rc : corners) quads.push_back(node(rc[0], rc[1]));
             }
@@ -296,7 +298,8 @@ void VxAnnotatedIsolines::preRenderCB(void* module, SoAction* action)
     if (!module || !action->isOfType(SoGLRenderAction::getClassTypeId())) return;
     auto* self = static_cast<VxAnnotatedIsolines*>(module);
     self->m_viewVolume = SoViewVolumeElement::get(action->getState());
-    self->m_viewportHeight = float(SoViewportRegionElement::get(action->getState()).getViewportSizePixels()[1]);
+    self->m_viewportHeight =
+        float(SoViewportRegionElement::get(action->getState()).getViewportSizePixels()[1]);
     self->m_haveView = self->m_viewportHeight > 0;
 }
 
@@ -309,9 +312,11 @@ void VxAnnotatedIsolines::postRenderCB(void* module, SoAction* action)
     // The scene size of kLabelPixels at the slice's centre, in the contouring's size units.
     const float world =
         self->m_viewVolume.getWorldToScreenScale(self->origin(), kLabelPixels / self->m_viewportHeight);
-    const float unit = self->m_contouring->annotFontFactor.getValue() * self->m_contouring->annotReferenceSize.getValue();
+    const float unit =
+        self->m_contouring->annotFontFactor.getValue() * self->m_contouring->annotReferenceSize.getValue();
     if (world > 0 && unit > 0)
-        self->portAnnotationsFontSize.setValue(std::clamp(world / unit, self->portAnnotationsFontSize.getMinValue(),
+        self->portAnnotationsFontSize.setValue(std::clamp(world / unit,
+                                                          self->portAnnotationsFontSize.getMinValue(),
                                                           self->portAnnotationsFontSize.getMaxValue()));
 }
 
@@ -323,8 +328,9 @@ void VxAnnotatedIsolines::preRebuildCB(void* module, PoMeshContouring*)
 void VxAnnotatedIsolines::postRebuildCB(void* module, PoMeshContouring* contouring)
 {
     if (!module) return;
-    VxApplication::instance()->progress()->setProgressInfo(
-        tr("%1 contour lines, %2 labels").arg(contouring->getLines().size()).arg(contouring->getLabels().size()));
+    VxApplication::instance()->progress()->setProgressInfo(tr("%1 contour lines, %2 labels")
+                                                               .arg(contouring->getLines().size())
+                                                               .arg(contouring->getLabels().size()));
 }
 
 void VxAnnotatedIsolines::pushPorts(VxScalarField3* field, const SbVec3f& du)
@@ -365,8 +371,9 @@ void VxAnnotatedIsolines::pushPorts(VxScalarField3* field, const SbVec3f& du)
     }
     if (changed(portAnnotationsContourClip)) c.annotContourClip = portAnnotationsContourClip.getValue(0);
     if (changed(portFormat))
-        c.setNumericDisplayFormat(PbNumericDisplayFormat(PbNumericDisplayFormat::FormatType(portFormat.getValue(0)),
-                                                         portFormat.getValue(2), portFormat.getValue(4)));
+        c.setNumericDisplayFormat(
+            PbNumericDisplayFormat(PbNumericDisplayFormat::FormatType(portFormat.getValue(0)),
+                                   portFormat.getValue(2), portFormat.getValue(4)));
     if (changed(portAnnotationsColors)) {
         KxColor color;
         if (portAnnotationsColors.getColor(color, 0)) c.annotColor = SbColor(color.r, color.g, color.b);
@@ -389,8 +396,8 @@ void VxAnnotatedIsolines::compute()
         return;
     }
     determineIsoValues();
-    const bool unstructured =
-        kx_type_cast<VxTetraScalarField3>(field) != nullptr || kx_type_cast<VxHexaScalarField3>(field) != nullptr;
+    const bool unstructured = kx_type_cast<VxTetraScalarField3>(field) != nullptr ||
+                              kx_type_cast<VxHexaScalarField3>(field) != nullptr;
     if (unstructured)
         doGenerateQuadrangleMesh();
     else

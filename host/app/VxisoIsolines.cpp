@@ -3,6 +3,7 @@
 #include "VxHostSession.h"
 #include "VxisoChecks.h"
 #include "VxisoInputs.h"
+#include "VxisoSlicing.h"
 #include "VxisoSubcommands.h"
 
 #include <io/VxChunkWriter.h>
@@ -57,102 +58,11 @@ void checkIsolineOptions(const VxisoOptions& o)
     if (o.labels)
         throw VxisoUsageError{
             "contour lines follow the values of a scalar field; --labels reads label volumes"};
-    if (!o.sliceAxis == !o.havePlane)
-        throw VxisoUsageError{o.havePlane
-                                  ? "give either --slice or --plane, not both"
-                                  : "no slice: give --slice x|y|z [INDEX] or --plane OX OY OZ NX NY NZ"};
-    if (o.isoValues.empty() == !o.haveUniform)
-        throw VxisoUsageError{o.haveUniform ? "give either --values or --uniform, not both"
-                                            : "no iso values: give --values V... or --uniform MIN MAX N"};
     if (!o.annotate && (o.every || o.cameraAligned || o.contourClip || o.textScale > 0 ||
                         o.textSpacing >= 0 || !o.fontName.empty()))
         throw VxisoUsageError{"--every, --camera-aligned, --contour-clip, --text-scale, --text-spacing and "
                               "--font shape the labels of --annotate"};
-    if (o.resolution && !o.quality.empty())
-        throw VxisoUsageError{"give either --resolution or --quality, not both"};
-    if (o.havePlane) {
-        const double* n = o.planeNormal;
-        const float length =
-            std::sqrt(float(n[0]) * float(n[0]) + float(n[1]) * float(n[1]) + float(n[2]) * float(n[2]));
-        if (!(length > 0) || !std::isfinite(length))
-            throw VxisoUsageError{"--plane: the normal " + number(n[0]).toStdString() + " " +
-                                  number(n[1]).toStdString() + " " + number(n[2]).toStdString() +
-                                  " has no direction: give three numbers, not all 0"};
-    }
-    if (o.output.empty()) throw VxisoUsageError{"no output: give -o FILE"};
-    const QString format = outputFormat(o);
-    if (format != "vtk" && format != "iv" && format != "svg")
-        throw VxisoUsageError{"cannot write '" + o.output +
-                              "': contour lines are written as .vtk, .iv or .svg"};
-    vxisoCheckPicture(o);
-}
-
-// The iso values as the module computes them from its ports (in single precision, as it does).
-std::vector<float> isoValues(const VxisoOptions& o)
-{
-    std::vector<float> values;
-    for (double v : o.isoValues) values.push_back(float(v));
-    if (!o.haveUniform) return values;
-    const float min = float(o.uniformMin), max = float(o.uniformMax);
-    const int n = int(o.uniformCount);
-    for (int i = 0; i < n; ++i) values.push_back(n == 1 ? min : float(i) / float(n - 1) * (max - min) + min);
-    return values;
-}
-
-// A lattice an ortho slice can cut through its nodes; null for other fields.
-const VxRegScalarField3* orthoLattice(const VxSpatialData& data)
-{
-    const auto* field = kx_type_cast<VxRegScalarField3>(&data);
-    return field && (field->coordType() == VX_COORD_UNIFORM || field->coordType() == VX_COORD_RECTILINEAR)
-               ? field
-               : nullptr;
-}
-
-// The slice: an ortho slice through a lattice's nodes, else a cut through the middle of the field
-// (or through the plane given) that any field the module takes can be sampled on.
-void setUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data)
-{
-    const VxRegScalarField3* lattice = o.sliceAxis ? orthoLattice(data) : nullptr;
-    if (lattice) {
-        const int axis = o.sliceAxis - 'x';
-        const long long nodes = lattice->getDims()[axis];
-        if (o.sliceIndex >= nodes)
-            throw VxisoUsageError{"--slice " + std::string(1, o.sliceAxis) + " " +
-                                  std::to_string(o.sliceIndex) + ": the volume has " + std::to_string(nodes) +
-                                  " nodes along " + std::string(1, o.sliceAxis) + " (0 to " +
-                                  std::to_string(nodes - 1) + ")"};
-        host.run({"create", "VxOrthoSlice", "slice"}, "cannot create the slice");
-        host.run({"slice", "data", "connect", "volume"}, "the slice does not take the volume");
-        // Orientations xy, xz, yz: the normal along z, y, x.
-        host.run({"slice", "sliceOrientation", "setValue", QString::number(2 - axis)}, "cannot set --slice");
-        const long long index = o.sliceIndex >= 0 ? o.sliceIndex : nodes / 2;
-        host.run({"slice", "sliceNumber", "setValue", QString::number(index)}, "cannot set --slice");
-        host.run({"slice", "fire"}, "the slice did not run");
-        return;
-    }
-    if (o.sliceIndex >= 0)
-        throw VxisoUsageError{"--slice " + std::string(1, o.sliceAxis) +
-                              " INDEX counts the nodes of a uniform or rectilinear volume; this input has "
-                              "none: leave INDEX out for the middle, or give --plane"};
-    double origin[3], normal[3] = {0, 0, 0};
-    const KxBox3f box = data.getBoundingBox();
-    if (o.havePlane) {
-        std::copy(o.planeOrigin, o.planeOrigin + 3, origin);
-        std::copy(o.planeNormal, o.planeNormal + 3, normal);
-    } else {
-        for (int a = 0; a < 3; ++a) origin[a] = (double(box.min(a)) + box.max(a)) / 2;
-        // The normals of the ortho slices, so that u and v run as they do there.
-        normal[o.sliceAxis - 'x'] = o.sliceAxis == 'y' ? -1 : 1;
-    }
-    host.run({"create", "VxArbitraryCut", "slice"}, "cannot create the slice");
-    host.run({"slice", "data", "connect", "volume"}, "the slice does not take the input");
-    for (int a = 0; a < 3; ++a) {
-        host.run({"slice", "origin", "setValue", QString::number(a), number(origin[a])},
-                 "cannot set --plane");
-        host.run({"slice", "normal", "setValue", QString::number(a), number(normal[a])},
-                 "cannot set --plane");
-    }
-    host.run({"slice", "fire"}, "the slice did not run");
+    vxisoCheckSliceOptions(o, {"vtk", "iv", "svg"});
 }
 
 // Colours from dark blue through green and yellow to dark red, spread over the iso values: lines of
@@ -164,20 +74,7 @@ void setUpColormap(VxHostSession& host, const std::vector<float>& values)
     if (!(hi > lo)) lo -= 0.5f, hi += 0.5f;
     host.run({"create", "VxColormap", "colors"}, "cannot create the colour map");
     host.run({"colors", "setRange", number(lo), number(hi)}, "cannot set the colour map");
-    host.run({"colors", "setSamples", "0.19 0.07 0.55 1", "0.16 0.45 0.95 1", "0.1 0.75 0.75 1",
-              "0.45 0.85 0.2 1", "0.95 0.75 0.1 1", "0.9 0.3 0.05 1", "0.55 0.02 0.02 1"},
-             "cannot set the colour map");
-}
-
-// A slider set beyond its range widens it, as a script would with "setMinMax".
-void setSlider(VxHostSession& host, const QString& port, double value, const QString& what)
-{
-    const double min = host.run({"contours", port, "getMinValue"}, what).toDouble();
-    const double max = host.run({"contours", port, "getMaxValue"}, what).toDouble();
-    if (value < min || value > max)
-        host.run({"contours", port, "setMinMax", number(std::min(value, min)), number(std::max(value, max))},
-                 what);
-    host.run({"contours", port, "setValue", number(value)}, what);
+    host.run({"colors", "setPreset", "rainbow"}, "cannot set the colour map");
 }
 
 // The labels: every value unless --every, along the lines unless --camera-aligned, a labelled
@@ -199,9 +96,10 @@ void setUpLabels(VxHostSession& host, const VxisoOptions& o, const VxSpatialData
     host.run({"contours", "font", "setFontColor", "1", "1", "1"}, "cannot set --font");
     const KxBox3f box = data.getBoundingBox();
     const double width = std::min(box.max(0) - box.min(0), box.max(1) - box.min(1));
-    setSlider(host, "textScale", o.textScale > 0 ? o.textScale : width / 300, "cannot set --text-scale");
-    setSlider(host, "textSpacing", o.textSpacing >= 0 ? o.textSpacing : width / 8,
-              "cannot set --text-spacing");
+    vxisoSetSlider(host, "contours", "textScale", o.textScale > 0 ? o.textScale : width / 300,
+                   "cannot set --text-scale");
+    vxisoSetSlider(host, "contours", "textSpacing", o.textSpacing >= 0 ? o.textSpacing : width / 8,
+                   "cannot set --text-spacing");
     // Last: the labels are made once, with everything set.
     host.run({"contours", "annotateOnOff", "setValue", "1"}, what);
 }
@@ -301,15 +199,7 @@ void report(const VxisoOptions& o, const VxLineSet& lines, const std::vector<flo
 void writeScene(VxHostSession& host, const QString& path)
 {
     const auto* module = dynamic_cast<const VxOverlayModule*>(host.find("contours"));
-    SoNode* scene = module ? module->getOverlayNode() : nullptr;
-    if (!scene) throw KxException(QString("cannot write %1: the isoline module has no scene").arg(path));
-    QString error;
-    KxTempFile file(path);
-    if (!file.open(&error)) throw KxException(error);
-    VxChunkWriter w(file.fd());
-    VxInventorWriter::write(scene, w);
-    if (!w.flush()) file.fail(&error, w.error());
-    if (!w.ok() || !file.commit(&error)) throw KxException(error);
+    vxisoWriteScene(module ? module->getOverlayNode() : nullptr, path);
 }
 
 // The labels in the module's scene, in the slice's frame: each is a text node under the
@@ -381,24 +271,6 @@ void writeSvg(VxHostSession& host, const VxLineSet& lines, const std::vector<flo
     if (!svg.write(lines, QString::fromStdString(o.output), &error)) throw KxException(error);
 }
 
-// Straight at the slice from the side its labels are written on (along its normal, as the SVG
-// drawing shows it: v up, u to the left), unless the command line chose.
-void drawPicture(VxHostSession& host, VxisoOptions o)
-{
-    const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find("slice"));
-    if (!o.haveView && slice && slice->hasPlane()) {
-        SbMatrix m;
-        slice->getTransform(m);
-        SbVec3f view, up;
-        m.multDirMatrix(slice->normal(), view);
-        m.multDirMatrix(slice->vVec(), up);
-        for (int a = 0; a < 3; ++a) o.view[a] = view[a], o.up[a] = up[a];
-    }
-    host.run({"snapshot", QString::fromStdString(o.picture), "-view", number(o.view[0]), number(o.view[1]),
-              number(o.view[2]), "-up", number(o.up[0]), number(o.up[1]), number(o.up[2])},
-             QString("cannot draw %1").arg(QString::fromStdString(o.picture)));
-}
-
 } // namespace
 
 int vxisoIsolines(const std::vector<std::string>& args)
@@ -413,14 +285,14 @@ int vxisoIsolines(const std::vector<std::string>& args)
     const KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
     if (!kx_type_cast<VxScalarField3>(data.get()))
         throw KxException(QString("%1 holds no scalar field").arg(QString::fromStdString(o.inputs.at(0))));
-    const std::vector<float> values = isoValues(o);
+    const std::vector<float> values = vxisoIsoValues(o);
 
     VxHostSession host;
     VxApplication::instance()->message()->setErrorConsole(nullptr);
     host.loadPackage("libvxiso.so");
     VxApplication::instance()->message()->setConsole(nullptr);
     host.add(data.get(), "volume");
-    setUpSlice(host, o, *data);
+    vxisoSetUpSlice(host, o, *data, "VxArbitraryCut", "slice", true);
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find("slice"));
     QImage drawing;
     SbVec3f corner, uSide, vSide;
@@ -442,7 +314,8 @@ int vxisoIsolines(const std::vector<std::string>& args)
         writeScene(host, output);
     else
         writeSvg(host, *lines, values, o);
-    if (!o.picture.empty()) drawPicture(host, o);
+    if (!o.picture.empty())
+        vxisoDrawPicture(host, o, dynamic_cast<const VxPlanarModBase*>(host.find("slice")), false);
     std::fflush(stdout);
     return 0;
 }

@@ -15,7 +15,9 @@ constexpr long long kMaxCores = 4096;
 
 constexpr unsigned kSurface = unsigned(VxisoCommand::Surface);
 constexpr unsigned kIsolines = unsigned(VxisoCommand::Isolines);
-constexpr unsigned kDrawn = kSurface | kIsolines;
+constexpr unsigned kContours = unsigned(VxisoCommand::Contours);
+constexpr unsigned kSliced = kIsolines | kContours;
+constexpr unsigned kDrawn = kSurface | kSliced;
 constexpr unsigned kAll = kDrawn | unsigned(VxisoCommand::Info);
 // The module's own bounds of its resolution and of its count of uniform values.
 constexpr long long kMaxResolution = 4096, kMinResolution = 16, kMaxUniform = 200;
@@ -150,7 +152,7 @@ const std::vector<VxisoOption>& vxisoOptionTable()
          }},
         {"-o", "--output", "OUTPUT", Kind::Text, kDrawn,
          "the file to write; its extension picks the format: for surface .ply, .stl, .off, .iv, .obj or "
-         ".vtk, for isolines .vtk, .iv or .svg",
+         ".vtk, for isolines .vtk, .iv or .svg, for contours .iv or .svg",
          [](VxisoOptions& o, int, const Value& v) { o.output = v.text; }},
         {"--png", nullptr, "PICTURE", Kind::Text, kDrawn,
          "also draw the surface, or the slice with its lines, into a PNG picture (800 x 600, off-screen)",
@@ -215,21 +217,21 @@ const std::vector<VxisoOption>& vxisoOptionTable()
          storeCores},
 
         // The contour lines.
-        {"--slice", nullptr, "AXIS [INDEX]", Kind::Text, kIsolines,
+        {"--slice", nullptr, "AXIS [INDEX]", Kind::Text, kSliced,
          "contour on the slice across axis x, y or z (the volume's nodes along it count from 0; default the "
          "middle one)",
          storeSlice},
-        {"--plane", nullptr, "OX OY OZ NX NY NZ", Kind::Number, kIsolines,
+        {"--plane", nullptr, "OX OY OZ NX NY NZ", Kind::Number, kSliced,
          "contour on the plane through point O with normal N, cut across the whole field",
          [](VxisoOptions& o, int i, const Value& v) {
              (i < 3 ? o.planeOrigin[i] : o.planeNormal[i - 3]) = v.number;
              o.havePlane = true;
          }},
-        {"--values", nullptr, "V...", Kind::Number, kIsolines, "the iso values, one line set each",
+        {"--values", nullptr, "V...", Kind::Number, kSliced, "the iso values, one line set each",
          [](VxisoOptions& o, int, const Value& v) { o.isoValues.push_back(v.number); }},
-        {"--uniform", nullptr, "MIN MAX N", Kind::Number, kIsolines,
+        {"--uniform", nullptr, "MIN MAX N", Kind::Number, kSliced,
          "N iso values (1 to 200) spread evenly from MIN to MAX", storeUniform},
-        {"--resolution", nullptr, "R", Kind::Integer, kIsolines,
+        {"--resolution", nullptr, "R", Kind::Integer, kSliced,
          "sample the slice on R x R points (16 to 4096); tetrahedral meshes are cut cell by cell instead",
          [](VxisoOptions& o, int, const Value& v) {
              if (v.integer < kMinResolution || v.integer > kMaxResolution)
@@ -238,7 +240,7 @@ const std::vector<VxisoOption>& vxisoOptionTable()
                                        std::to_string(v.integer)};
              o.resolution = v.integer;
          }},
-        {"--quality", nullptr, "LEVEL", Kind::Text, kIsolines,
+        {"--quality", nullptr, "LEVEL", Kind::Text, kSliced,
          "low, medium or high: half, one or two samples per node of the slice (default medium)",
          [](VxisoOptions& o, int, const Value& v) {
              if (v.text != "low" && v.text != "medium" && v.text != "high")
@@ -259,8 +261,8 @@ const std::vector<VxisoOption>& vxisoOptionTable()
         {"--camera-aligned", nullptr, "", Kind::Flag, kIsolines,
          "with --annotate, turn the labels to the viewer instead of laying them along the lines",
          [](VxisoOptions& o, int, const Value&) { o.cameraAligned = true; }},
-        {"--contour-clip", nullptr, "", Kind::Flag, kIsolines,
-         "with --annotate, open the lines under the labels",
+        {"--contour-clip", nullptr, "", Kind::Flag, kSliced,
+         "open the lines under the labels (isolines: with --annotate)",
          [](VxisoOptions& o, int, const Value&) { o.contourClip = true; }},
         {"--text-scale", nullptr, "S", Kind::Number, kIsolines,
          "with --annotate, the labels' size: S units of the field per point of the font (default: the "
@@ -288,6 +290,57 @@ const std::vector<VxisoOption>& vxisoOptionTable()
              if (*end != '\0' || size < 1 || size > 500)
                  throw VxisoUsageError{"--font takes a size of 1 to 500 points, not '" + v.text + "'"};
              o.fontSize = size;
+         }},
+
+        // The annotated contoured slice.
+        {"--colormap", nullptr, "NAME", Kind::Text, kContours,
+         "the slice's colours over the field's range: grey, viridis (default), coolwarm or rainbow",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.text != "grey" && v.text != "viridis" && v.text != "coolwarm" && v.text != "rainbow")
+                 throw VxisoUsageError{"--colormap is grey, viridis, coolwarm or rainbow, not '" + v.text +
+                                       "'"};
+             o.colormap = v.text;
+         }},
+        {"--annotations-path", nullptr, "PATH", Kind::Text, kContours,
+         "the labels run along their lines (tangential, default), or horizontal or vertical in the slice",
+         [](VxisoOptions& o, int, const Value& v) {
+             const char* paths[] = {"tangential", "horizontal", "vertical"};
+             for (int i = 0; i < 3; ++i)
+                 if (v.text == paths[i]) return void(o.annotationsPath = i);
+             throw VxisoUsageError{"--annotations-path is tangential, horizontal or vertical, not '" +
+                                   v.text + "'"};
+         }},
+        {"--format", nullptr, "FORMAT", Kind::Text, kContours,
+         "the labels' numbers: auto (default: up to --decimals significant digits, 6 without), float "
+         "(--decimals decimals) or integer",
+         [](VxisoOptions& o, int, const Value& v) {
+             const char* formats[] = {"auto", "float", "integer"};
+             for (int i = 0; i < 3; ++i)
+                 if (v.text == formats[i]) return void(o.format = i);
+             throw VxisoUsageError{"--format is auto, float or integer, not '" + v.text + "'"};
+         }},
+        {"--decimals", nullptr, "N", Kind::Integer, kContours,
+         "decimals (float) or significant digits (auto), 0 to 15",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.integer < 0 || v.integer > 15)
+                 throw VxisoUsageError{"--decimals takes 0 to 15, not " + std::to_string(v.integer)};
+             o.decimals = v.integer;
+         }},
+        {"--ten-power", nullptr, "P", Kind::Integer, kContours,
+         "the labels show the values divided by 10^P (-30 to 30)",
+         [](VxisoOptions& o, int, const Value& v) {
+             if (v.integer < -30 || v.integer > 30)
+                 throw VxisoUsageError{"--ten-power takes -30 to 30, not " + std::to_string(v.integer)};
+             o.tenPower = v.integer;
+             o.haveTenPower = true;
+         }},
+        {"--period", nullptr, "MAJOR FIRST", Kind::Integer, kContours,
+         "label the lines of every MAJOR-th value from the FIRST-th on (default every value)",
+         [](VxisoOptions& o, int i, const Value& v) {
+             if (v.integer < 1 || v.integer > 1000)
+                 throw VxisoUsageError{"--period takes MAJOR and FIRST of 1 to 1000, not " +
+                                       std::to_string(v.integer)};
+             (i == 0 ? o.periodMajor : o.periodFirst) = v.integer;
          }},
     };
     return table;

@@ -19,6 +19,8 @@ const char* kHead =
     "       vxiso surface INPUT --labels [--label N] -o OUTPUT [options]\n"
     "       vxiso isolines INPUT (--slice AXIS [INDEX] | --plane OX OY OZ NX NY NZ)\n"
     "                      (--values V... | --uniform MIN MAX N) -o OUTPUT [options]\n"
+    "       vxiso contours INPUT (--slice AXIS [INDEX] | --plane OX OY OZ NX NY NZ)\n"
+    "                      (--values V... | --uniform MIN MAX N) (-o OUTPUT | --png PICTURE) [options]\n"
     "       vxiso info INPUT [--labels]\n"
     "\n"
     "surface extracts the isosurface where the field equals VALUE and writes it as a mesh; the\n"
@@ -27,6 +29,8 @@ const char* kHead =
     "isolines draws the contour lines of the field on a slice and writes them as VTK polydata (.vtk,\n"
     "the iso value of each line as cell data \"value\"), as an Open Inventor scene (.iv) or as an SVG\n"
     "drawing of the slice with a legend (.svg); it runs the package's isoline module.\n"
+    "contours draws the slice colour-mapped, with contour lines and their values on it, as an Open\n"
+    "Inventor scene (.iv), an SVG drawing (.svg) or a picture (--png).\n"
     "info prints the dimensions, type, spacing, origin, value range and undefined value of INPUT.\n"
     "\n"
     "INPUT is one of:\n"
@@ -209,6 +213,8 @@ const char* vxisoCommandName(VxisoCommand command)
         return "info";
     case VxisoCommand::Isolines:
         return "isolines";
+    case VxisoCommand::Contours:
+        return "contours";
     }
     return "";
 }

@@ -16,6 +16,7 @@ enum class VxisoCommand : unsigned
     Surface = 1,
     Info = 2,
     Isolines = 4,
+    Contours = 8,
 };
 
 // Everything the command line says, for every subcommand; what a subcommand does not take keeps
@@ -67,9 +68,15 @@ struct VxisoOptions
     double textScale = 0, textSpacing = -1; // 0 and -1: the module's defaults
     std::string fontName;
     long long fontSize = 0;
+
+    // The annotated contoured slice; -1: the module's own setting.
+    std::string colormap;
+    int annotationsPath = -1, format = -1;
+    long long decimals = -1, tenPower = 0, periodMajor = 0, periodFirst = 0;
+    bool haveTenPower = false;
 };
 
-// "surface", "info", "isolines".
+// "surface", "info", "isolines", "contours".
 const char* vxisoCommandName(VxisoCommand command);
 
 // The options that follow the subcommand, each checked on its own; how they fit together is the

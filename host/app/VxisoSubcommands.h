@@ -7,3 +7,4 @@
 int vxisoSurface(const std::vector<std::string>& args);
 int vxisoInfo(const std::vector<std::string>& args);
 int vxisoIsolines(const std::vector<std::string>& args);
+int vxisoContours(const std::vector<std::string>& args);

@@ -29,6 +29,7 @@ const Subcommand kSubcommands[] = {
     {VxisoCommand::Surface, vxisoSurface},
     {VxisoCommand::Info, vxisoInfo},
     {VxisoCommand::Isolines, vxisoIsolines},
+    {VxisoCommand::Contours, vxisoContours},
 };
 
 const Subcommand* find(const std::string& name)

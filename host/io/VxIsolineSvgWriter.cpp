@@ -36,13 +36,13 @@ QByteArray escaped(const QString& text)
 }
 
 // The picture as an embedded PNG, turned as the drawing shows the slice: its first row at the
-// bottom, its first column on the right.
-QByteArray embedded(const QImage& picture)
+// bottom, its first column on the left when seen from the front, else on the right.
+QByteArray embedded(const QImage& picture, bool front)
 {
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
-    picture.mirrored(true, true).save(&buffer, "PNG");
+    picture.mirrored(!front, true).save(&buffer, "PNG");
     return "data:image/png;base64," + png.toBase64();
 }
 
@@ -58,8 +58,11 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
     const SbVec3f u = uSide / width, v = vSide / height;
     const double scale = kDrawing / std::max(width, height);
     const double w = width * scale, h = height * scale;
+    // u runs to the left on the page unless seen from the front.
+    const double side = front ? 1 : -1;
     auto x = [&](const float* p) {
-        return kMargin + w - (SbVec3f(p[0], p[1], p[2]) - corner).dot(u) * scale;
+        const double along = (SbVec3f(p[0], p[1], p[2]) - corner).dot(u) * scale;
+        return kMargin + (front ? along : w - along);
     };
     auto y = [&](const float* p) {
         return kMargin + h - (SbVec3f(p[0], p[1], p[2]) - corner).dot(v) * scale;
@@ -83,7 +86,7 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
                "\" width=\"" + number(w) + "\" height=\"" + number(h) + "\"/></clipPath>\n";
         svg += "<image clip-path=\"url(#slice)\" x=\"" + number(kMargin - tu / 2) + "\" y=\"" +
                number(kMargin - tv / 2) + "\" width=\"" + number(w + tu) + "\" height=\"" + number(h + tv) +
-               "\" preserveAspectRatio=\"none\" href=\"" + embedded(picture) + "\"/>\n";
+               "\" preserveAspectRatio=\"none\" href=\"" + embedded(picture, front) + "\"/>\n";
     }
     svg += "<rect x=\"" + number(kMargin) + "\" y=\"" + number(kMargin) + "\" width=\"" + number(w) +
            "\" height=\"" + number(h) + "\" fill=\"none\" stroke=\"#444\" stroke-width=\"1\"/>\n";
@@ -121,7 +124,7 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
         const float* a = &label.anchor[0];
         const double lx = x(a), ly = y(a);
         // The baseline as drawn: u runs left and v up on the page.
-        const double bx = -label.baseline.dot(u), by = -label.baseline.dot(v);
+        const double bx = side * label.baseline.dot(u), by = -label.baseline.dot(v);
         const double angle = bx == 0 && by == 0 ? 0 : std::atan2(by, bx) * 180 / M_PI;
         svg +=
             "<text x=\"" + number(lx) + "\" y=\"" + number(ly) + "\" font-size=\"" +
@@ -143,10 +146,11 @@ bool VxIsolineSvg::write(const VxLineSet& lines, const QString& path, QString* e
     for (std::size_t row = 0; row < order.size(); ++row) {
         const std::size_t k = order[row];
         const double ly = kMargin + 36 + 24 * double(row);
+        const std::vector<uint32_t>& swatches = legendColors.empty() ? colors : legendColors;
         svg += "<line x1=\"" + number(lx) + "\" y1=\"" + number(ly - 4) + "\" x2=\"" + number(lx + 28) +
                "\" y2=\"" + number(ly - 4) + "\" stroke=\"" +
-               (k < colors.size() ? hexColor(colors[k]) : "#000000") + "\" stroke-width=\"3\"/>\n<text x=\"" +
-               number(lx + 36) + "\" y=\"" + number(ly) + "\">" +
+               (k < swatches.size() ? hexColor(swatches[k]) : "#000000") +
+               "\" stroke-width=\"3\"/>\n<text x=\"" + number(lx + 36) + "\" y=\"" + number(ly) + "\">" +
                QByteArray::number(double(values[k]), 'g', 6) + "</text>\n";
     }
     svg += "</g>\n</svg>\n";

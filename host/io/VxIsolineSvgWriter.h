@@ -22,9 +22,12 @@ struct VxIsolineSvg
     // The slice's picture, its texel centres on the samples spanning the rectangle (row 0 along
     // the corner's side); none when null.
     QImage picture;
-    // The iso values and their colours (packed 0xRRGGBBAA), in the same order.
+    // The iso values and their lines' colours (packed 0xRRGGBBAA), in the same order; the legend
+    // shows legendColors where given (the colours the values map to, say), else the lines' colours.
     std::vector<float> values;
-    std::vector<uint32_t> colors;
+    std::vector<uint32_t> colors, legendColors;
+    // Seen from the side the normal points to (u to the right) instead of against it.
+    bool front = false;
     QString title;
     // A label: its text's baseline centred on the anchor, along the baseline direction (in the
     // plane; zero for text turned to the viewer, drawn upright), in the height of its font.

@@ -14,8 +14,8 @@ void PoSFCartesianGrid2D::initClass()
     SO_SFIELD_INIT_CLASS(PoSFCartesianGrid2D, inherited);
 }
 
-void PoSFCartesianGrid2D::setGeometry(const SbVec3f& origin, const SbVec3f& uStep, const SbVec3f& vStep, int numU,
-                                      int numV, const float* values)
+void PoSFCartesianGrid2D::setGeometry(const SbVec3f& origin, const SbVec3f& uStep, const SbVec3f& vStep,
+                                      int numU, int numV, const float* values)
 {
     PoCartesianGridGeometry g;
     g.origin = origin, g.uStep = uStep, g.vStep = vStep;

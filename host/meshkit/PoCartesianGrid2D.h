@@ -22,8 +22,8 @@ struct PoCartesianGridGeometry
 
     bool operator==(const PoCartesianGridGeometry& o) const
     {
-        return origin == o.origin && uStep == o.uStep && vStep == o.vStep && numU == o.numU && numV == o.numV &&
-               values == o.values;
+        return origin == o.origin && uStep == o.uStep && vStep == o.vStep && numU == o.numU &&
+               numV == o.numV && values == o.values;
     }
 };
 

@@ -13,7 +13,8 @@ bool isPointBetweenPoints(const SbVec3f& p, const SbVec3f& a, const SbVec3f& b);
 
 // The first point where the line through a and b meets the sphere of radius around centre that lies
 // between a and b; false when there is none.
-bool findInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius, SbVec3f& out);
+bool findInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius,
+                        SbVec3f& out);
 
 // A label's footprint: the circle (sphere) the line is opened over.
 struct LabelCircle

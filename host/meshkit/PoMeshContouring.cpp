@@ -93,8 +93,8 @@ void PoMeshContouring::setNumericDisplayFormat(const PbNumericDisplayFormat& for
 
 PbNumericDisplayFormat PoMeshContouring::getNumericDisplayFormat() const
 {
-    return PbNumericDisplayFormat(PbNumericDisplayFormat::FormatType(formatType.getValue()), formatDecimals.getValue(),
-                                  formatTenPower.getValue());
+    return PbNumericDisplayFormat(PbNumericDisplayFormat::FormatType(formatType.getValue()),
+                                  formatDecimals.getValue(), formatTenPower.getValue());
 }
 
 void PoMeshContouring::setPreRebuildCallback(RebuildCallback callback, void* data)
@@ -107,7 +107,8 @@ void PoMeshContouring::setPostRebuildCallback(RebuildCallback callback, void* da
     m_post = callback, m_postData = data;
 }
 
-std::vector<PoMeshContouring::Polyline> PoMeshContouring::contour(const PoMesh& mesh, const std::vector<float>& values)
+std::vector<PoMeshContouring::Polyline> PoMeshContouring::contour(const PoMesh& mesh,
+                                                                  const std::vector<float>& values)
 {
     std::vector<Polyline> out;
     for (float v : values) {
@@ -237,12 +238,14 @@ void PoMeshContouring::placeLabels(const PoMesh& mesh, const SoAnnoText3Property
 {
     m_labels.clear();
     if (!annotIsVisible.getValue()) return;
-    const float height = annotFontSize.getValue() * annotFontFactor.getValue() * annotReferenceSize.getValue();
+    const float height =
+        annotFontSize.getValue() * annotFontFactor.getValue() * annotReferenceSize.getValue();
     if (!(height > 0)) return;
     const bool raster = text && text->renderStyle.getValue() == SoAnnoText3Property::RASTER;
     const SbName family = text ? text->fontName.getValue() : SbName("DejaVu Sans");
     const PbNumericDisplayFormat format = getNumericDisplayFormat();
-    const int major = std::max<int>(annotMajorPeriod.getValue(), 1), first = std::max<int>(annotFirstPeriod.getValue(), 1);
+    const int major = std::max<int>(annotMajorPeriod.getValue(), 1),
+              first = std::max<int>(annotFirstPeriod.getValue(), 1);
     const SbVec3f u = mesh.getUAxis(), v = mesh.getVAxis();
     SbVec3f normal = u.cross(v);
     normal.normalize();
@@ -263,7 +266,8 @@ void PoMeshContouring::placeLabels(const PoMesh& mesh, const SoAnnoText3Property
         const std::vector<float> s = arcLengths(line.points);
         const float length = s.back(), spacing = 10 * (width + gap * height);
         if (length < 1.5f * width) continue;
-        for (float at = length < spacing ? length / 2 : spacing / 2; at <= length - width / 2; at += spacing) {
+        for (float at = length < spacing ? length / 2 : spacing / 2; at <= length - width / 2;
+             at += spacing) {
             const std::size_t i = std::size_t(std::upper_bound(s.begin(), s.end(), at) - s.begin());
             const std::size_t b = std::min(std::max<std::size_t>(i, 1), s.size() - 1), a = b - 1;
             const float span = s[b] - s[a];
@@ -280,8 +284,8 @@ void PoMeshContouring::placeLabels(const PoMesh& mesh, const SoAnnoText3Property
             baseline -= normal * baseline.dot(normal);
             if (!(baseline.normalize() > 0)) baseline = u;
             // Along its line a label reads forwards along u (and upwards along v across it).
-            if (annotPath.getValue() == TANGENTIAL && (baseline.dot(u) < -1e-6f ||
-                                                       (std::fabs(baseline.dot(u)) <= 1e-6f && baseline.dot(v) < 0)))
+            if (annotPath.getValue() == TANGENTIAL &&
+                (baseline.dot(u) < -1e-6f || (std::fabs(baseline.dot(u)) <= 1e-6f && baseline.dot(v) < 0)))
                 baseline = -baseline;
             placed.push_back({centre, radius});
             m_labels.push_back({centre, raster ? SbVec3f(0, 0, 0) : baseline, label, height, color});
@@ -351,7 +355,8 @@ SoSeparator* PoMeshContouring::makeScene(const SoAnnoText3Property* text) const
             SbVec3f up = m_normal.cross(l.baseline);
             up.normalize();
             SbMatrix frame = SbMatrix::identity();
-            for (int k = 0; k < 3; ++k) frame[0][k] = l.baseline[k], frame[1][k] = up[k], frame[2][k] = m_normal[k];
+            for (int k = 0; k < 3; ++k)
+                frame[0][k] = l.baseline[k], frame[1][k] = up[k], frame[2][k] = m_normal[k];
             place->rotation = SbRotation(frame);
             place->translation = l.centre - up * (0.35f * l.height);
             auto* t = new SoText3;
@@ -373,7 +378,8 @@ void PoMeshContouring::rebuild(const PoMesh* mesh, const PoNonLinearDataMapping*
     std::vector<float> values(isoValues.getValues(0), isoValues.getValues(0) + isoValues.getNum());
     m_lines = mesh ? contour(*mesh, values) : std::vector<Polyline>();
     for (Polyline& line : m_lines)
-        line.color = coloring.getValue() == MATERIAL ? 0 : lineColor(coloring.getValue(), mapping, line.value);
+        line.color =
+            coloring.getValue() == MATERIAL ? 0 : lineColor(coloring.getValue(), mapping, line.value);
     if (mesh) placeLabels(*mesh, text);
     if (m_scene) m_scene->unref();
     m_scene = makeScene(text);

@@ -96,8 +96,9 @@ float PoNonLinearDataMapping::getTransparency(float value) const
     const int n = std::min(sampleValues.getNum(), sampleTransparencies.getNum());
     if (n == 0 || !locate(sampleValues, value, i, w)) return 0.f;
     i = std::min(i, n - 1);
-    const float t = w == 0 || i + 1 >= n ? sampleTransparencies[i]
-                                         : sampleTransparencies[i] * (1 - w) + sampleTransparencies[i + 1] * w;
+    const float t = w == 0 || i + 1 >= n
+                        ? sampleTransparencies[i]
+                        : sampleTransparencies[i] * (1 - w) + sampleTransparencies[i + 1] * w;
     return std::clamp(t, 0.f, 1.f);
 }
 

@@ -10,7 +10,8 @@ bool vxIsPointBetweenPoints(const SbVec3f& p, const SbVec3f& a, const SbVec3f& b
     return meshkit::isPointBetweenPoints(p, a, b);
 }
 
-bool vxFindInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius, SbVec3f& out)
+bool vxFindInBetweenPoint(const SbVec3f& centre, const SbVec3f& a, const SbVec3f& b, float radius,
+                          SbVec3f& out)
 {
     return meshkit::findInBetweenPoint(centre, a, b, radius, out);
 }
@@ -29,7 +30,6 @@ void vxWalkLabelAnchors(const SbVec3f* points, int count, float gap,
         propose(anchor, tangent);
     }
 }
-
 
 VxIsolineLines vxClipUnderLabels(const VxIsolineLines& lines, const std::vector<VxIsolineTextVertex>& labels)
 {
