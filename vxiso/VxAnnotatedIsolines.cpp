@@ -156,11 +156,6 @@ VxAnnotatedIsolines::~VxAnnotatedIsolines()
     static_cast<SoCallback*>(m_root->getChild(POST_RENDER))->setCallback(nullptr, nullptr);
 }
 
-PoMesh* VxAnnotatedIsolines::getMesh() const
-{
-    return static_cast<PoMesh*>(m_root->getChild(MESH));
-}
-
 void VxAnnotatedIsolines::setMesh(PoMesh* mesh)
 {
     m_root->replaceChild(MESH, mesh);

@@ -11,6 +11,9 @@
 #include <vx/VxPortToggleList.h>
 
 #include <kx/KxHandle.h>
+#include <meshkit/PoMesh.h>
+
+#include <Inventor/nodes/SoSeparator.h>
 
 #include <Inventor/SbColor.h>
 #include <Inventor/SbViewVolume.h>
@@ -18,10 +21,8 @@
 class SoAction;
 class SoDrawStyle;
 class SoMatrixTransform;
-class SoSeparator;
 
 namespace meshkit {
-class PoMesh;
 class PoMeshContouring;
 class PoNonLinearDataMapping;
 class SoAnnoText3Property;
@@ -79,7 +80,7 @@ public:
 
     SoSeparator* getRoot() const { return m_root.get(); }
     meshkit::PoMeshContouring* getContouring() const { return m_contouring.get(); }
-    meshkit::PoMesh* getMesh() const;
+    meshkit::PoMesh* getMesh() const { return static_cast<meshkit::PoMesh*>(m_root->getChild(4)); }
 
 private:
     // The samples of the slice: origin, steps, count along each side and values (-1e20: none);

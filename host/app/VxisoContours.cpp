@@ -45,8 +45,9 @@ QString number(double v)
 void checkContourOptions(const VxisoOptions& o)
 {
     if (o.labels)
-        throw VxisoUsageError{"a contoured slice shows the values of a scalar field; --labels reads label volumes"};
-    vxisoCheckSliceOptions(o, {"iv", "svg"}, true);
+        throw VxisoUsageError{
+            "a contoured slice shows the values of a scalar field; --labels reads label volumes"};
+    vxisoCheckSliceOptions(o, "a contoured slice is", {"iv", "svg"}, true);
 }
 
 // The module's own scene node of a type, in its separator.
@@ -73,10 +74,12 @@ void setUpPorts(VxHostSession& host, const VxisoOptions& o, const VxSpatialData&
     host.run({kModule, "colormap", "connect", "colors"}, "the module does not take the colour map");
 
     if (o.haveUniform) {
-        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax), QString::number(o.uniformCount)};
+        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax),
+                                     QString::number(o.uniformCount)};
         host.run({kModule, "spacing", "setValue", "0"}, "cannot set --uniform");
         for (int i = 0; i < 3; ++i)
-            host.run({kModule, "uniform", "setValue", QString::number(i), settings[i]}, "cannot set --uniform");
+            host.run({kModule, "uniform", "setValue", QString::number(i), settings[i]},
+                     "cannot set --uniform");
     } else {
         QStringList words;
         for (float v : values) words << number(v);
@@ -92,7 +95,8 @@ void setUpPorts(VxHostSession& host, const VxisoOptions& o, const VxSpatialData&
         const double factor = o.quality == "low" ? 0.5 : o.quality == "high" ? 2 : 1;
         resolution = std::clamp<long long>(std::llround(std::max(native[0], native[1]) * factor), 16, 4096);
     }
-    host.run({kModule, "parameters", "setValue", "0", QString::number(resolution)}, "cannot set --resolution");
+    host.run({kModule, "parameters", "setValue", "0", QString::number(resolution)},
+             "cannot set --resolution");
 
     const QString what = "cannot set the labels";
     if (o.annotationsPath >= 0)
@@ -100,10 +104,12 @@ void setUpPorts(VxHostSession& host, const VxisoOptions& o, const VxSpatialData&
     if (o.format >= 0) host.run({kModule, "format", "setValue", "0", QString::number(o.format)}, what);
     if (o.decimals >= 0) host.run({kModule, "format", "setValue", "2", QString::number(o.decimals)}, what);
     if (o.haveTenPower) host.run({kModule, "format", "setValue", "4", QString::number(o.tenPower)}, what);
-    host.run({kModule, "annotationsPeriod", "setValue", "0", QString::number(o.periodMajor ? o.periodMajor : 1)},
-             what);
-    host.run({kModule, "annotationsPeriod", "setValue", "1", QString::number(o.periodMajor ? o.periodFirst : 1)},
-             what);
+    host.run(
+        {kModule, "annotationsPeriod", "setValue", "0", QString::number(o.periodMajor ? o.periodMajor : 1)},
+        what);
+    host.run(
+        {kModule, "annotationsPeriod", "setValue", "1", QString::number(o.periodMajor ? o.periodFirst : 1)},
+        what);
     host.run({kModule, "annotationsContourClip", "setValue", "0", o.contourClip ? "1" : "0"}, what);
 }
 
@@ -123,12 +129,13 @@ PoMeshContouring* contour(VxHostSession& host, const QString& output)
     return contouring;
 }
 
-void report(const VxisoOptions& o, const PoMeshContouring& c, const std::vector<float>& values, double seconds)
+void report(const VxisoOptions& o, const PoMeshContouring& c, const std::vector<float>& values,
+            double seconds)
 {
     std::size_t points = 0;
     for (const auto& line : c.getLines()) points += line.points.size();
-    std::printf("Contour lines: %zu lines, %zu points, %zu labels at %zu iso value%s\n", c.getLines().size(), points,
-                c.getLabels().size(), values.size(), values.size() == 1 ? "" : "s");
+    std::printf("Contour lines: %zu lines, %zu points, %zu labels at %zu iso value%s\n", c.getLines().size(),
+                points, c.getLabels().size(), values.size(), values.size() == 1 ? "" : "s");
     if (o.verbose)
         for (float v : values) {
             std::size_t lines = 0, labels = 0;
@@ -158,7 +165,8 @@ void writeSvg(VxHostSession& host, const PoMeshContouring& c, const std::vector<
         svg.colors.push_back(line);
         svg.legendColors.push_back(mapping ? mapping->getColor(v).getPackedValue() : line);
     }
-    for (const auto& l : c.getLabels()) svg.labels.push_back({l.centre, l.baseline, QString::fromStdString(l.text), l.height, l.color});
+    for (const auto& l : c.getLabels())
+        svg.labels.push_back({l.centre, l.baseline, QString::fromStdString(l.text), l.height, l.color});
     VxLineSet lines(0, 0, 1);
     for (const auto& l : c.getLines()) {
         std::vector<int> indices;
@@ -171,7 +179,8 @@ void writeSvg(VxHostSession& host, const PoMeshContouring& c, const std::vector<
         lines.addLine(indices.data(), int(indices.size()));
         lines.getLineData(0)[lines.getNumLines() - 1] = l.value;
     }
-    const std::string& input = o.volumeFile.empty() ? (o.rawFile.empty() ? o.fieldName : o.rawFile) : o.volumeFile;
+    const std::string& input =
+        o.volumeFile.empty() ? (o.rawFile.empty() ? o.fieldName : o.rawFile) : o.volumeFile;
     svg.title = QString("contoured slice of %1").arg(QFileInfo(QString::fromStdString(input)).fileName());
     QString error;
     if (!svg.write(lines, output, &error)) throw KxException(error);
@@ -212,7 +221,8 @@ int vxisoContours(const std::vector<std::string>& args)
 
     const QString format = QFileInfo(QString::fromStdString(o.output)).suffix().toLower();
     if (format == "iv")
-        vxisoWriteScene(dynamic_cast<VxModule*>(host.find(kModule))->getSeparator(), QString::fromStdString(o.output));
+        vxisoWriteScene(dynamic_cast<VxModule*>(host.find(kModule))->getSeparator(),
+                        QString::fromStdString(o.output));
     else if (format == "svg")
         writeSvg(host, *contouring, values, o);
     if (!o.picture.empty()) vxisoDrawPicture(host, o, slice, true);

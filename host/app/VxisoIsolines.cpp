@@ -62,7 +62,7 @@ void checkIsolineOptions(const VxisoOptions& o)
                         o.textSpacing >= 0 || !o.fontName.empty()))
         throw VxisoUsageError{"--every, --camera-aligned, --contour-clip, --text-scale, --text-spacing and "
                               "--font shape the labels of --annotate"};
-    vxisoCheckSliceOptions(o, {"vtk", "iv", "svg"});
+    vxisoCheckSliceOptions(o, "contour lines are", {"vtk", "iv", "svg"});
 }
 
 // Colours from dark blue through green and yellow to dark red, spread over the iso values: lines of

@@ -29,7 +29,8 @@ std::string axisName(char axis)
 
 } // namespace
 
-void vxisoCheckSliceOptions(const VxisoOptions& o, const QStringList& formats, bool pictureWillDo)
+void vxisoCheckSliceOptions(const VxisoOptions& o, const char* what, const QStringList& formats,
+                            bool pictureWillDo)
 {
     if (!o.sliceAxis == !o.havePlane)
         throw VxisoUsageError{o.havePlane
@@ -50,12 +51,14 @@ void vxisoCheckSliceOptions(const VxisoOptions& o, const QStringList& formats, b
                                   " has no direction: give three numbers, not all 0"};
     }
     if (o.output.empty() && !(pictureWillDo && !o.picture.empty()))
-        throw VxisoUsageError{pictureWillDo ? "no output: give -o FILE or --png PICTURE" : "no output: give -o FILE"};
-    if (!o.output.empty() && !formats.contains(QFileInfo(QString::fromStdString(o.output)).suffix().toLower())) {
+        throw VxisoUsageError{pictureWillDo ? "no output: give -o FILE or --png PICTURE"
+                                            : "no output: give -o FILE"};
+    if (!o.output.empty() &&
+        !formats.contains(QFileInfo(QString::fromStdString(o.output)).suffix().toLower())) {
         QStringList dotted;
         for (const QString& f : formats) dotted << "." + f;
         const QString last = dotted.takeLast();
-        throw VxisoUsageError{"cannot write '" + o.output + "': this command writes " +
+        throw VxisoUsageError{"cannot write '" + o.output + "': " + what + " written as " +
                               (dotted.join(", ") + " or " + last).toStdString()};
     }
     vxisoCheckPicture(o);
@@ -80,8 +83,8 @@ const VxRegScalarField3* vxisoOrthoLattice(const VxSpatialData& data)
                : nullptr;
 }
 
-void vxisoSetUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data, const QString& cut,
-                     const QString& name, bool ortho)
+void vxisoSetUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data,
+                     const QString& cut, const QString& name, bool ortho)
 {
     const VxRegScalarField3* lattice = o.sliceAxis ? vxisoOrthoLattice(data) : nullptr;
     const int axis = o.sliceAxis ? o.sliceAxis - 'x' : 0;
@@ -138,7 +141,8 @@ void vxisoSetSlider(VxHostSession& host, const QString& module, const QString& p
     const double min = host.run({module, port, "getMinValue"}, what).toDouble();
     const double max = host.run({module, port, "getMaxValue"}, what).toDouble();
     if (value < min || value > max)
-        host.run({module, port, "setMinMax", number(std::min(value, min)), number(std::max(value, max))}, what);
+        host.run({module, port, "setMinMax", number(std::min(value, min)), number(std::max(value, max))},
+                 what);
     host.run({module, port, "setValue", number(value)}, what);
 }
 

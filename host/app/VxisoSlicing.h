@@ -16,10 +16,12 @@ class VxSpatialData;
 // the pictures and scenes they write.
 
 // Exactly one of --slice and --plane, one of --values and --uniform, not both --resolution and
-// --quality, a plane normal with a direction, an output in one of the formats (extensions without
+// --quality, a plane normal with a direction, an output in one of the formats that `what` (what
+// the command writes) is written as (extensions without
 // the dot; with pictureWillDo, a --png alone does too), a picture that can be drawn. Throws
 // VxisoUsageError.
-void vxisoCheckSliceOptions(const VxisoOptions& o, const QStringList& formats, bool pictureWillDo = false);
+void vxisoCheckSliceOptions(const VxisoOptions& o, const char* what, const QStringList& formats,
+                            bool pictureWillDo = false);
 
 // The iso values as the modules compute them from their ports (in single precision).
 std::vector<float> vxisoIsoValues(const VxisoOptions& o);
@@ -30,8 +32,8 @@ const VxRegScalarField3* vxisoOrthoLattice(const VxSpatialData& data);
 // The slice, as the host object `name` of type `cut` (an arbitrary cut or a module derived from
 // one) on the data "volume": through --plane, or across --slice's axis through the node INDEX of a
 // lattice or the middle of the field. With `ortho`, a lattice's --slice is an ortho slice instead.
-void vxisoSetUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data, const QString& cut,
-                     const QString& name, bool ortho);
+void vxisoSetUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data,
+                     const QString& cut, const QString& name, bool ortho);
 
 // Sets a module's slider, widening its range when the value lies beyond it.
 void vxisoSetSlider(VxHostSession& host, const QString& module, const QString& port, double value,

@@ -4,6 +4,7 @@
 #include <Inventor/SoOutput.h>
 
 #include <algorithm>
+#include <charconv>
 
 namespace meshkit {
 
@@ -45,12 +46,20 @@ SbBool PoSFCartesianGrid2D::readValue(SoInput* in)
 
 void PoSFCartesianGrid2D::writeValue(SoOutput* out) const
 {
+    // Text gets the shortest form that reads back as the same float, in any locale.
+    auto number = [out](float v) {
+        if (out->isBinary()) return out->write(v);
+        char text[32];
+        const auto end = std::to_chars(text, text + sizeof text - 1, v).ptr;
+        *end = '\0';
+        out->write(text);
+    };
     auto space = [out] {
         if (!out->isBinary()) out->write(' ');
     };
     for (const SbVec3f* v : {&value.origin, &value.uStep, &value.vStep})
         for (int k = 0; k < 3; ++k) {
-            out->write((*v)[k]);
+            number((*v)[k]);
             space();
         }
     out->write(value.numU);
@@ -58,7 +67,7 @@ void PoSFCartesianGrid2D::writeValue(SoOutput* out) const
     out->write(value.numV);
     for (float v : value.values) {
         space();
-        out->write(v);
+        number(v);
     }
 }
 

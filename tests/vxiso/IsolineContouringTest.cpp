@@ -6,10 +6,15 @@
 #include <vxiso/isolines/VxIsolineContouring.h>
 #include <vxiso/isolines/VxIsolineFieldLocation.h>
 
+#include <meshkit/MeshKit.h>
+#include <meshkit/PoCartesianGrid2D.h>
+#include <meshkit/PoMeshContouring.h>
+
 #include <vx/VxTetraScalarField3.h>
 
 #include <kx/KxHandle.h>
 
+#include <array>
 #include <functional>
 #include <random>
 #include <set>
@@ -280,3 +285,55 @@ TEST(IsolinePolygons, TetrahedraCutAsTheSamplingSeesThem)
 }
 
 } // namespace
+
+// The kit's contouring of a grid of samples against the sampling path on the same samples: the same
+// segments, as sets of point pairs (the two chain them each their own way), with saddles and
+// samples without values in the field.
+TEST(IsolineSampling, KitContoursTheSameSegments)
+{
+    meshkit::init();
+    const int n = 40;
+    std::vector<float> samples;
+    std::mt19937 random(11);
+    for (int r = 0; r < n; ++r)
+        for (int c = 0; c < n; ++c)
+            samples.push_back(std::sin(c * 0.4f) * std::cos(r * 0.3f) +
+                              std::uniform_real_distribution<float>(-.4f, .4f)(random));
+    for (int c = 5; c < 12; ++c) samples[std::size_t(17 * n + c)] = std::nanf("");
+    const std::vector<float> levels = {-0.3f, 0.02f, 0.5f};
+
+    VxIsolineContouring c;
+    c.setIsoValues(levels.data(), int(levels.size()));
+    Location location(
+        [&](const SbVec3f& p) { return samples[std::size_t(std::lround(p[1]) * n + std::lround(p[0]))]; });
+    c.doGeneric(VxIsolineSampling{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, n}, {-1, 1e4f, -1, 1e4f, -1, 1}, location);
+
+    KxHandle<meshkit::PoCartesianGrid2D> grid(new meshkit::PoCartesianGrid2D);
+    std::vector<float> marked = samples;
+    for (float& v : marked)
+        if (std::isnan(v)) v = meshkit::PoMesh::NO_VALUE;
+    grid->grid.setGeometry({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, n, n, marked.data());
+    const auto kit = meshkit::PoMeshContouring::contour(*grid, levels);
+
+    // Each segment as its two ends, rounded to a thousandth of a cell and ordered.
+    using Segment = std::array<long, 4>;
+    auto segment = [](const SbVec3f& a, const SbVec3f& b) {
+        Segment s = {std::lround(a[0] * 1000), std::lround(a[1] * 1000), std::lround(b[0] * 1000),
+                     std::lround(b[1] * 1000)};
+        if (std::make_pair(s[0], s[1]) > std::make_pair(s[2], s[3]))
+            std::swap(s[0], s[2]), std::swap(s[1], s[3]);
+        return s;
+    };
+    std::multiset<std::pair<float, Segment>> ours, theirs;
+    std::size_t line = 0;
+    for (const Polyline& l : polylines(c.lines())) {
+        for (std::size_t i = 1; i < l.size(); ++i)
+            ours.insert({c.lines().lineValues[line], segment(l[i - 1], l[i])});
+        ++line;
+    }
+    for (const auto& l : kit)
+        for (std::size_t i = 1; i < l.points.size(); ++i)
+            theirs.insert({l.value, segment(l.points[i - 1], l.points[i])});
+    EXPECT_GT(ours.size(), 300u);
+    EXPECT_EQ(ours, theirs);
+}

@@ -3,7 +3,13 @@
 #include "../support/TestFields.h"
 #include "PackageSuite.h"
 
+#include <vxiso/VxAnnotatedIsolines.h>
 #include <vxiso/VxIsolines.h>
+
+#include "../support/TestCellGrids.h"
+#include <meshkit/PoCartesianGrid2D.h>
+#include <meshkit/PoMeshContouring.h>
+#include <vx/VxTetraScalarField3.h>
 
 #include <oiv/SoOffscreenEGLRenderer.h>
 #include <vx/VxLineSet.h>
@@ -347,4 +353,60 @@ TEST_F(Isolines, FacingLabelsFaceEveryViewAndReadBackFromFiles)
         EXPECT_TRUE(faces ? sideways > 20 : sideways == 0) << faces << ": " << sideways << " pixels edge-on";
         text->unref();
     }
+}
+
+// The annotated contoured slice: its ports after the cut's own, its scene in order, the iso values
+// handed to the contouring, a sampled grid with "no value" outside the field, and a quadrangle mesh
+// of only the cells inside a tetrahedral field.
+TEST_F(Isolines, AnnotatedSliceSamplesTheFieldIntoTheKit)
+{
+    EXPECT_NE(KxTypeInfo::fromName("VxAnnotatedIsolines"), nullptr);
+    EXPECT_EQ(KxTypeInfo::fromName("VxAnnotatedIsolines")->getParent(), VxArbitraryCut::getClassTypeId());
+    addObject(makeField<float>(21, 21, 21, sphere(10, 10, 10, 0)), "ball");
+    tcl("create VxAnnotatedIsolines a; a data connect ball; a origin setValue 2 10; "
+        "a parameters setValue 0 41; a spacing setValue 1; a explicit setValue {3 6}; a fire");
+    EXPECT_EQ(tcl("a ports"),
+              "data colormap origin normal spacing uniform explicit parameters options2 annotations "
+              "annotationsPath annotationsFontSize annotationsFontFactor annotationsGap "
+              "annotationsPeriod annotationsContourClip format annotationsColors");
+    EXPECT_EQ(tcl("list [a annotations getValue 0] [a annotationsPeriod getValue] [a format getValue 0] "
+                  "[a annotationsFontSize getState]"),
+              "1 {3 1} 0 {0.04 10 5}");
+    auto* module = object<VxAnnotatedIsolines>("a");
+    const char* types[] = {"Callback",      "MatrixTransform",   "SoAnnoText3Property",
+                           "DrawStyle",     "PoCartesianGrid2D", "PoNonLinearDataMapping",
+                           "PolygonOffset", "TransparencyType",  "PoMeshContouring",
+                           "Callback"};
+    ASSERT_EQ(module->getRoot()->getNumChildren(), 10);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_STREQ(module->getRoot()->getChild(i)->getTypeId().getName().getString(), types[i]) << i;
+    const meshkit::PoMeshContouring& c = *module->getContouring();
+    EXPECT_EQ(c.isoValues.getNum(), 2);
+    EXPECT_EQ(c.isoValues[1], 6.f);
+    EXPECT_EQ(c.coloring.getValue(), int(meshkit::PoMeshContouring::CONTRAST));
+
+    // The cut through z = 10 spans the box: 41 x 41 samples half a voxel apart, all in the field;
+    // a cut across a corner of the box meets it in a triangle, the rest of its rectangle has no values.
+    const auto* grid = static_cast<meshkit::PoCartesianGrid2D*>(module->getMesh());
+    ASSERT_EQ(grid->getNumNodes(), 41 * 41);
+    EXPECT_NEAR(grid->getValue(20 * 41 + 20), 0, 1e-5);
+    tcl("a normal setState 1 1 1; a origin setState 15 15 15; a fire");
+    const auto* tilted = module->getMesh();
+    int none = 0;
+    for (int i = 0; i < tilted->getNumNodes(); ++i) none += !meshkit::PoMesh::hasValue(tilted->getValue(i));
+    EXPECT_GT(none, tilted->getNumNodes() / 4);
+    EXPECT_LT(none, tilted->getNumNodes());
+
+    KxHandle<VxTetraGrid> cube(kuhnGrid(4, true));
+    std::vector<float> xyz(cube->getNodes(), cube->getNodes() + 3 * cube->getNumNodes()), values;
+    for (int32_t n = 0; n < cube->getNumNodes(); ++n) values.push_back(cube->getNode(n).x);
+    std::vector<int32_t> cells;
+    for (int32_t t = 0; t < cube->getNumTetras(); ++t)
+        cells.insert(cells.end(), cube->getTetra(t).nodes, cube->getTetra(t).nodes + 4);
+    addObject(new VxTetraScalarField3(new VxTetraGrid(xyz, cells), values), "tets");
+    tcl("a data connect tets; a normal setState 1 1 1; a origin setState 2 2 2; a fire");
+    auto* quads = dynamic_cast<meshkit::PoQuadrangleMesh*>(module->getMesh());
+    ASSERT_TRUE(quads);
+    ASSERT_GT(quads->getNumCells(), 10);
+    for (int i = 0; i < quads->getNumNodes(); ++i) EXPECT_TRUE(meshkit::PoMesh::hasValue(quads->getValue(i)));
 }

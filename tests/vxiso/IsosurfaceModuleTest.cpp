@@ -311,6 +311,10 @@ TEST(Package, RegistersItsClassesOncePerLoadAndWithdrawsThemOnUnload)
         EXPECT_EQ(iso->getParent(), VxTriBase::getClassTypeId());
         EXPECT_TRUE(masked->canCreate() && iso->canCreate());
         EXPECT_FALSE(SoType::fromName("Text3FacingCamera").isBad()) << "load " << load;
+        const char* six[] = {
+            "VxMaskedLabelIsosurface", "VxIsosurface", "VxIsolines", "VxIsoTetra", "VxIsoHexa",
+            "VxAnnotatedIsolines"};
+        for (const char* name : six) EXPECT_NE(KxTypeInfo::fromName(name), nullptr) << name;
         if (load == 0) {
             pm.unloadAll();
         } else {
@@ -329,6 +333,7 @@ TEST(Package, RegistersItsClassesOncePerLoadAndWithdrawsThemOnUnload)
         EXPECT_EQ(KxTypeInfo::fromName("VxIsosurface"), nullptr) << "load " << load;
         EXPECT_EQ(KxTypeInfo::fromName("VxMaskedLabelIsosurface"), nullptr) << "load " << load;
         EXPECT_NE(KxTypeInfo::fromName("VxTriBase"), nullptr) << "the host's own classes stay";
+        EXPECT_EQ(KxTypeInfo::fromName("VxAnnotatedIsolines"), nullptr) << "load " << load;
         // The package's text node is gone from Open Inventor too: a file naming it now reads as
         // an unknown node with the fields it declares, not as code that is no longer there.
         EXPECT_TRUE(SoType::fromName("Text3FacingCamera").isBad()) << "load " << load;
