@@ -37,6 +37,9 @@ echo "== contour lines on the middle axial slice of the same scan"
 "$vxiso" isolines "$ch2" --slice z --uniform 20 100 5 --annotate --every 2 1 --contour-clip \
   -o "$out/head-lines.svg" --png "$out/head-lines.png"
 
+echo "== the mid-sagittal slice, colour-mapped, with labelled contours"
+"$vxiso" contours "$ch2" --slice x --uniform 30 90 3 --contour-clip --resolution 300 --png "$out/head-contours.png"
+
 echo "== the left hippocampus: the same scan inside region 37 of the AAL atlas, relaxed mask"
 "$vxiso" surface "$ch2" -t 80 --compactify --mask /usr/share/mricron/templates/aal.nii.gz --mask-label 37 \
   --relaxed -o "$out/hippocampus.ply"

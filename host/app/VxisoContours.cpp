@@ -24,6 +24,7 @@
 #include <Inventor/nodes/SoSeparator.h>
 
 #include <QFileInfo>
+#include <QImage>
 
 #include <algorithm>
 #include <chrono>
@@ -209,7 +210,9 @@ int vxisoContours(const std::vector<std::string>& args)
     host.add(data.get(), "volume");
     vxisoSetUpSlice(host, o, *data, "VxAnnotatedIsolines", kModule, false);
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find(kModule));
-    if (!slice || !slice->hasPlane())
+    QImage drawing;
+    SbVec3f corner, uSide, vSide;
+    if (!slice || !slice->getDrawing(drawing, corner, uSide, vSide))
         std::fprintf(stderr, "vxiso: warning: the plane misses the field; there are no lines\n");
     setUpPorts(host, o, *data, values);
     const auto start = std::chrono::steady_clock::now();

@@ -280,6 +280,11 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
         {"isolines s.nrrd --slice z --values 1 -o s.nrrd.svg --png s.nrrd", 2, "--png writes PNG pictures"},
         {"isolines --labels m.nrrd --slice z --values 1 -o l.vtk", 2, "--labels reads label volumes"},
         {"isolines s.nrrd --slice z --values 1 --every 2 1 -o l.vtk", 2, "shape the labels of --annotate"},
+        {"contours s.nrrd --slice z --values 1", 2, "no output: give -o FILE or --png PICTURE"},
+        {"contours s.nrrd --slice z --values 1 -o c.vtk", 2, "a contoured slice is written as .iv or .svg"},
+        {"contours s.nrrd --slice z --values 1 --colormap jet -o c.iv", 2, "--colormap is grey, viridis"},
+        {"contours s.nrrd --slice z --values 1 --decimals 16 -o c.iv", 2, "--decimals takes 0 to 15, not 16"},
+        {"contours s.nrrd --slice z --values 1 --annotate -o c.iv", 2, "option --annotate belongs to"},
         {"isolines s.nrrd --slice z --values 1 --annotate --font Serif 0 -o l.vtk", 2,
          "--font takes a size of 1"},
     };
@@ -396,6 +401,40 @@ TEST_F(VxisoCommand, IsolineLabelsReachTheSceneAndTheDrawing)
     EXPECT_GT(count(slurp(path("c.svg")), "<text [^>]*transform=\"rotate"), 0)
         << "labels along the lines turn";
     EXPECT_GT(count(slurp(path("c.svg")), "<polyline"), count(svg, "<polyline")) << "lines opened";
+}
+
+// The contoured slice: the lines of every value, labels on the chosen ones in the chosen format, the
+// slice's picture in the drawing; the scene loads again in the host.
+TEST_F(VxisoCommand, ContoursLabelTheChosenValuesInTheirFormat)
+{
+    writeSphereAndMask();
+    const std::string args =
+        "contours s.nrrd --slice z --values 1 3 --period 2 2 --format float --decimals 2 ";
+    const Result r = vxiso(args + "--contour-clip --verbose -o c.svg");
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(
+        r.out, m, std::regex("  1: (\\d+) lines, 0 labels\n  3: (\\d+) lines, (\\d+) labels\n")))
+        << r.out;
+    EXPECT_GT(std::stoi(m[3]), 0);
+    const std::string svg = slurp(path("c.svg"));
+    // The labelled circle is opened under its labels: its polyline no longer ends where it starts.
+    const std::size_t group = svg.find("<g data-value=\"3\"");
+    ASSERT_NE(group, std::string::npos);
+    const std::size_t from = svg.find("points=\"", group) + 8, to = svg.find('"', from);
+    const std::string points = svg.substr(from, to - from);
+    EXPECT_NE(points.substr(0, points.find(' ')), points.substr(points.rfind(' ') + 1)) << points;
+    EXPECT_NE(svg.find(">3.00</text>"), std::string::npos);
+    EXPECT_EQ(svg.find(">1.00</text>"), std::string::npos);
+    EXPECT_NE(svg.find("data:image/png;base64,"), std::string::npos);
+    ASSERT_EQ(vxiso(args + "-o c.iv").status, 0);
+    const std::string iv = slurp(path("c.iv"));
+    for (const char* node :
+         {"PoCartesianGrid2D", "PoNonLinearDataMapping", "PoMeshContouring", "SoAnnoText3Property"})
+        EXPECT_NE(iv.find(node), std::string::npos) << node;
+    const Result host = vxhostScript("load c.iv scene\nputs [all]\n");
+    EXPECT_EQ(host.status, 0) << host.err;
+    EXPECT_EQ(host.out, "scene\n");
 }
 
 // --verbose tells what the engine ran on: the nodes (fewer when down-sampled), the split into slabs

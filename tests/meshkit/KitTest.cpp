@@ -88,7 +88,8 @@ TEST(Kit, LabelsSitOnTheirLinesAndTheClipOpensThem)
     ASSERT_GE(labels.size(), 2u);
     for (std::size_t i = 0; i < labels.size(); ++i) {
         const float r = std::hypot(labels[i].centre[0] - 30, labels[i].centre[1] - 30);
-        EXPECT_TRUE(std::fabs(r - 10) < 0.05f || std::fabs(r - 25) < 0.05f) << "only the 1st and 3rd values: " << r;
+        EXPECT_TRUE(std::fabs(r - 10) < 0.05f || std::fabs(r - 25) < 0.05f)
+            << "only the 1st and 3rd values: " << r;
         EXPECT_EQ(labels[i].baseline, SbVec3f(1, 0, 0));
         EXPECT_EQ(labels[i].text, std::fabs(r - 10) < 1 ? "10" : "25");
         for (std::size_t j = 0; j < i; ++j)
