@@ -191,7 +191,7 @@ TEST(Kit, MappingAndFilesKeepTheirValues)
 }
 
 // The filled mesh shows the mapping's colours: a grid of values 0 on its left half and 1 on its
-// right, mapped black to red, seen face-on.
+// right, mapped black to red, seen face-on; the label of its contour line covers pixels in its colour.
 TEST(Kit, FilledMeshShowsTheMappedColours)
 {
     QString why;
@@ -218,5 +218,28 @@ TEST(Kit, FilledMeshShowsTheMappedColours)
     EXPECT_LT(qRed(left) + qBlue(left), 20) << "value 0: black";
     EXPECT_GT(qRed(right), 235);
     EXPECT_LT(qBlue(right), 20);
+
+    // A label in green over the line at 0.5 of a taller grid, drawn as pixels.
+    std::vector<float> tall;
+    for (int r = 0; r < 24; ++r)
+        for (int c = 0; c < 8; ++c) tall.push_back(c < 4 ? 0.f : 1.f);
+    grid->grid.setGeometry({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 8, 24, tall.data());
+    auto* text = new SoAnnoText3Property;
+    text->renderStyle = SoAnnoText3Property::RASTER;
+    auto* contouring = new PoMeshContouring;
+    contouring->setIsovaluesList(PbIsovaluesList({0.5f}));
+    contouring->annotIsVisible = TRUE;
+    contouring->annotFontSize = 5;
+    contouring->annotColor = SbColor(0, 1, 0);
+    root->insertChild(text, 0);
+    root->addChild(contouring);
+    ASSERT_TRUE(renderer.renderViewAll(root, SbVec3f(0, 0, -1)));
+    ASSERT_EQ(contouring->getLabels().size(), 1u);
+    const QImage labelled = renderer.getImage();
+    int green = 0;
+    for (int y = 0; y < labelled.height(); ++y)
+        for (int x = 0; x < labelled.width(); ++x)
+            green += qGreen(labelled.pixel(x, y)) > 150 && qRed(labelled.pixel(x, y)) < 100;
+    EXPECT_GT(green, 10);
     root->unref();
 }
