@@ -76,18 +76,7 @@ VxAnnotatedIsolines::VxAnnotatedIsolines()
       portFormat(this, VxModule::translate("VxDisplayValue", "Annotations Format"), "format"),
       portAnnotationsColors(this, tr("Annotations Colors"), "annotationsColors", 1)
 {
-    portSpacing.setLabel(0, tr("uniform"));
-    portSpacing.setLabel(1, tr("explicit"));
-    portSpacing.setValue(0);
-    portUniform.setLabel(2, tr("num"));
-    portUniform.setMinMax(2, 1, 200);
-    portUniform.setValue(2, 5);
-    portParameters.setLabel(0, tr("resolution"));
-    portParameters.setMinMax(0, 16, 4096);
-    portParameters.setValue(0, 128);
-    portParameters.setLabel(1, tr("line width [px]"));
-    portParameters.setMinMax(1, 0, 10);
-    portParameters.setValue(1, 2);
+    vxInitIsoValuePorts(portSpacing, portUniform, portParameters, "VxAnnotatedIsolines");
     portOptions2.setLabel(0, tr("update min-max"));
     // The slice's colour map port is this module's colour map.
     portColormap().setDefaultColor(SbColor(1, 0, 0));

@@ -1,5 +1,6 @@
 #include <vxiso/VxIsoValuePorts.h>
 
+#include <vx/VxModule.h>
 #include <vx/VxPortFloatTextN.h>
 #include <vx/VxPortRadioBox.h>
 #include <vx/VxPortText.h>
@@ -32,4 +33,22 @@ void vxResetIsoValueRange(const VxScalarField3* field, VxPortFloatTextN& uniform
     uniform.setValue(0, float(min));
     uniform.setValue(1, float(max));
     explicitValues.setValue(QString::asprintf("%g %g", min + (max - min) * 0.25, min + (max - min) * 0.75));
+}
+
+void vxInitIsoValuePorts(VxPortRadioBox& spacing, VxPortFloatTextN& uniform, VxPortFloatTextN& parameters,
+                         const char* context)
+{
+    auto tr = [context](const char* text) { return VxModule::translate(context, text); };
+    spacing.setLabel(0, tr("uniform"));
+    spacing.setLabel(1, tr("explicit"));
+    spacing.setValue(0);
+    uniform.setLabel(2, tr("num"));
+    uniform.setMinMax(2, 1, 200);
+    uniform.setValue(2, 5);
+    parameters.setLabel(0, tr("resolution"));
+    parameters.setMinMax(0, 16, 4096);
+    parameters.setValue(0, 128);
+    parameters.setLabel(1, tr("line width [px]"));
+    parameters.setMinMax(1, 0, 10);
+    parameters.setValue(1, 2);
 }

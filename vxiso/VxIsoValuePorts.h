@@ -15,5 +15,10 @@ class VxScalarField3;
 std::vector<float> vxIsoValues(const VxPortRadioBox& spacing, const VxPortFloatTextN& uniform,
                                const VxPortText& explicitValues);
 
+// The ports' labels, ranges and defaults, and those of the "resolution" and "line width [px]"
+// fields of "parameters", translated in the module's context.
+void vxInitIsoValuePorts(VxPortRadioBox& spacing, VxPortFloatTextN& uniform, VxPortFloatTextN& parameters,
+                         const char* context);
+
 // Minimum and maximum from the field's value range; the list to its quarter and three quarters.
 void vxResetIsoValueRange(const VxScalarField3* field, VxPortFloatTextN& uniform, VxPortText& explicitValues);

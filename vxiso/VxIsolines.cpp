@@ -87,18 +87,7 @@ void VxIsolines::commonInit()
     setDisplay(m_display.get());
     addInterface(new VxAccessCoordinate3InterfaceProxyTemplate<VxIsolines>(this));
 
-    portSpacing.setLabel(0, tr("uniform"));
-    portSpacing.setLabel(1, tr("explicit"));
-    portSpacing.setValue(0);
-    portUniform.setLabel(2, tr("num"));
-    portUniform.setMinMax(2, 1, 200);
-    portUniform.setValue(2, 5);
-    portParameters.setLabel(0, tr("resolution"));
-    portParameters.setMinMax(0, 16, 4096);
-    portParameters.setValue(0, 128);
-    portParameters.setLabel(1, tr("line width [px]"));
-    portParameters.setMinMax(1, 0, 10);
-    portParameters.setValue(1, 2);
+    vxInitIsoValuePorts(portSpacing, portUniform, portParameters, "VxIsolines");
     portOptions.setNum(2);
     portOptions.setLabel(UPDATE_MIN_MAX, tr("update min-max"));
     portOptions.setLabel(RESAMPLE, tr("resample"));

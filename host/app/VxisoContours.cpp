@@ -74,19 +74,7 @@ void setUpPorts(VxHostSession& host, const VxisoOptions& o, const VxSpatialData&
              "cannot set --colormap");
     host.run({kModule, "colormap", "connect", "colors"}, "the module does not take the colour map");
 
-    if (o.haveUniform) {
-        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax),
-                                     QString::number(o.uniformCount)};
-        host.run({kModule, "spacing", "setValue", "0"}, "cannot set --uniform");
-        for (int i = 0; i < 3; ++i)
-            host.run({kModule, "uniform", "setValue", QString::number(i), settings[i]},
-                     "cannot set --uniform");
-    } else {
-        QStringList words;
-        for (float v : values) words << number(v);
-        host.run({kModule, "spacing", "setValue", "1"}, "cannot set --values");
-        host.run({kModule, "explicit", "setValue", words.join(' ')}, "cannot set --values");
-    }
+    vxisoSetIsoValuePorts(host, kModule, o, values);
 
     // Medium: about one sample a cell of the field along the slice's longer side.
     long long resolution = o.resolution;
@@ -194,20 +182,11 @@ int vxisoContours(const std::vector<std::string>& args)
     VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Contours);
     vxisoChooseInput(o);
     checkContourOptions(o);
-    vxisoRefuseOverwritingInputs(o, {{"-o", &o.output}, {"--png", &o.picture}});
-    if (!o.output.empty()) vxisoCheckWritable(o.output);
-    if (!o.picture.empty()) vxisoCheckWritable(o.picture);
-    VxVolumeInfo info;
-    const KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
-    if (!kx_type_cast<VxScalarField3>(data.get()))
-        throw KxException(QString("%1 holds no scalar field").arg(QString::fromStdString(o.inputs.at(0))));
+    const KxHandle<VxSpatialData> data = vxisoReadField(o);
     const std::vector<float> values = vxisoIsoValues(o);
 
     VxHostSession host;
-    VxApplication::instance()->message()->setErrorConsole(nullptr);
-    host.loadPackage("libvxiso.so");
-    VxApplication::instance()->message()->setConsole(nullptr);
-    host.add(data.get(), "volume");
+    vxisoStartHost(host, data.get());
     vxisoSetUpSlice(host, o, *data, "VxAnnotatedIsolines", kModule, false);
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find(kModule));
     QImage drawing;

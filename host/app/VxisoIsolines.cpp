@@ -113,19 +113,7 @@ void setUpContours(VxHostSession& host, const VxisoOptions& o, const VxSpatialDa
     setUpColormap(host, values);
     host.run({"contours", "colormap", "connect", "colors"},
              "the isoline module does not take the colour map");
-    if (o.haveUniform) {
-        host.run({"contours", "spacing", "setValue", "0"}, "cannot set --uniform");
-        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax),
-                                     QString::number(o.uniformCount)};
-        for (int i = 0; i < 3; ++i)
-            host.run({"contours", "uniform", "setValue", QString::number(i), settings[i]},
-                     "cannot set --uniform");
-    } else {
-        QStringList words;
-        for (float v : values) words << number(v);
-        host.run({"contours", "spacing", "setValue", "1"}, "cannot set --values");
-        host.run({"contours", "explicit", "setValue", words.join(' ')}, "cannot set --values");
-    }
+    vxisoSetIsoValuePorts(host, "contours", o, values);
 
     if (o.annotate) setUpLabels(host, o, data);
 
@@ -278,20 +266,11 @@ int vxisoIsolines(const std::vector<std::string>& args)
     VxisoOptions o = vxisoParseOptions(args, VxisoCommand::Isolines);
     vxisoChooseInput(o);
     checkIsolineOptions(o);
-    vxisoRefuseOverwritingInputs(o, {{"-o", &o.output}, {"--png", &o.picture}});
-    vxisoCheckWritable(o.output);
-    if (!o.picture.empty()) vxisoCheckWritable(o.picture);
-    VxVolumeInfo info;
-    const KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
-    if (!kx_type_cast<VxScalarField3>(data.get()))
-        throw KxException(QString("%1 holds no scalar field").arg(QString::fromStdString(o.inputs.at(0))));
+    const KxHandle<VxSpatialData> data = vxisoReadField(o);
     const std::vector<float> values = vxisoIsoValues(o);
 
     VxHostSession host;
-    VxApplication::instance()->message()->setErrorConsole(nullptr);
-    host.loadPackage("libvxiso.so");
-    VxApplication::instance()->message()->setConsole(nullptr);
-    host.add(data.get(), "volume");
+    vxisoStartHost(host, data.get());
     vxisoSetUpSlice(host, o, *data, "VxArbitraryCut", "slice", true);
     const auto* slice = dynamic_cast<const VxPlanarModBase*>(host.find("slice"));
     QImage drawing;

@@ -2,11 +2,15 @@
 
 #include "VxHostSession.h"
 #include "VxisoChecks.h"
+#include "VxisoInputs.h"
 
 #include <io/VxChunkWriter.h>
 #include <io/VxInventorWriter.h>
+#include <io/VxVolumeReader.h>
 #include <kx/KxException.h>
 #include <kx/KxTempFile.h>
+#include <vx/VxApplication.h>
+#include <vx/VxMessage.h>
 #include <vx/VxPlanarModBase.h>
 #include <vx/VxRegScalarField3.h>
 
@@ -133,6 +137,44 @@ void vxisoSetUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatial
         host.run({name, "normal", "setValue", QString::number(a), number(normal[a])}, "cannot set --plane");
     }
     host.run({name, "fire"}, "the slice did not run");
+}
+
+KxHandle<VxSpatialData> vxisoReadField(const VxisoOptions& o)
+{
+    vxisoRefuseOverwritingInputs(o, {{"-o", &o.output}, {"--png", &o.picture}});
+    if (!o.output.empty()) vxisoCheckWritable(o.output);
+    if (!o.picture.empty()) vxisoCheckWritable(o.picture);
+    VxVolumeInfo info;
+    KxHandle<VxSpatialData> data = vxisoReadInput(o, info);
+    if (!kx_type_cast<VxScalarField3>(data.get()))
+        throw KxException(QString("%1 holds no scalar field").arg(QString::fromStdString(o.inputs.at(0))));
+    return data;
+}
+
+void vxisoStartHost(VxHostSession& host, VxSpatialData* data)
+{
+    VxApplication::instance()->message()->setErrorConsole(nullptr);
+    host.loadPackage("libvxiso.so");
+    VxApplication::instance()->message()->setConsole(nullptr);
+    host.add(data, "volume");
+}
+
+void vxisoSetIsoValuePorts(VxHostSession& host, const QString& module, const VxisoOptions& o,
+                           const std::vector<float>& values)
+{
+    if (o.haveUniform) {
+        const QString settings[3] = {number(o.uniformMin), number(o.uniformMax),
+                                     QString::number(o.uniformCount)};
+        host.run({module, "spacing", "setValue", "0"}, "cannot set --uniform");
+        for (int i = 0; i < 3; ++i)
+            host.run({module, "uniform", "setValue", QString::number(i), settings[i]},
+                     "cannot set --uniform");
+        return;
+    }
+    QStringList words;
+    for (float v : values) words << number(v);
+    host.run({module, "spacing", "setValue", "1"}, "cannot set --values");
+    host.run({module, "explicit", "setValue", words.join(' ')}, "cannot set --values");
 }
 
 void vxisoSetSlider(VxHostSession& host, const QString& module, const QString& port, double value,

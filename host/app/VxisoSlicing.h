@@ -1,6 +1,8 @@
 #pragma once
 #include "VxisoOptions.h"
 
+#include <kx/KxHandle.h>
+
 #include <QString>
 #include <QStringList>
 
@@ -34,6 +36,17 @@ const VxRegScalarField3* vxisoOrthoLattice(const VxSpatialData& data);
 // lattice or the middle of the field. With `ortho`, a lattice's --slice is an ortho slice instead.
 void vxisoSetUpSlice(VxHostSession& host, const VxisoOptions& o, const VxSpatialData& data,
                      const QString& cut, const QString& name, bool ortho);
+
+// The input, after the outputs were found writable: a scalar field (throws KxException otherwise).
+KxHandle<VxSpatialData> vxisoReadField(const VxisoOptions& o);
+
+// The host with the package loaded and the input as "volume"; the package's messages go to the
+// record only (the command speaks for itself).
+void vxisoStartHost(VxHostSession& host, VxSpatialData* data);
+
+// The module's "spacing", "uniform" and "explicit" ports from --uniform or --values.
+void vxisoSetIsoValuePorts(VxHostSession& host, const QString& module, const VxisoOptions& o,
+                           const std::vector<float>& values);
 
 // Sets a module's slider, widening its range when the value lies beyond it.
 void vxisoSetSlider(VxHostSession& host, const QString& module, const QString& port, double value,
