@@ -6,6 +6,7 @@ packages=(
   g++ cmake make pkg-config
   libcoin-dev libtbb-dev qtbase5-dev libboost-dev tcl-dev zlib1g-dev
   libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core libfontconfig-dev
+  libsoqt520-dev xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format
   mricron-data

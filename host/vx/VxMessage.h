@@ -3,6 +3,7 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <functional>
 
 // The console: modules print their results here. Without a window, errors go to stderr; every
 // line is also kept, so scripts and tests can see what was said.
@@ -31,10 +32,14 @@ public:
     // Where errors and warnings go (stderr by default; null keeps them only in the record), for a
     // tool that reports failures in a voice of its own.
     void setErrorConsole(FILE* fp) { m_errorConsole = fp; }
+    // A window's console: told of every line as it is said (kind 0 a line, 1 a warning, 2 an error).
+    using Listener = std::function<void(const QString& line, int kind)>;
+    void setListener(Listener listener) { m_listener = std::move(listener); }
 
 private:
     QStringList m_lines;
     QStringList m_errors;
     FILE* m_console = stdout;
     FILE* m_errorConsole = stderr;
+    Listener m_listener;
 };
