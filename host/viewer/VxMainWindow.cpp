@@ -7,10 +7,10 @@
 #include <vx/VxApplication.h>
 #include <vx/VxConnection.h>
 #include <vx/VxInterpreter.h>
-#include <vx/VxPreferences.h>
 #include <vx/VxMessage.h>
 #include <vx/VxObject.h>
 #include <vx/VxObjectPool.h>
+#include <vx/VxPreferences.h>
 
 #include <Inventor/Qt/SoQt.h>
 #include <Inventor/Qt/viewers/SoQtExaminerViewer.h>
@@ -26,19 +26,19 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMessageBox>
-#include <QSettings>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QSettings>
 #include <QStatusBar>
 #include <QStringListModel>
 #include <QThread>
-#include <QVBoxLayout>
 #include <QTimer>
+#include <QVBoxLayout>
 
 namespace {
 
@@ -181,8 +181,9 @@ VxMainWindow::VxMainWindow(VxHostSession& host) : m_host(host)
     QAction* simplified = prefs->addAction(tr("Simplified rendering while dragging"));
     simplified->setCheckable(true);
     simplified->setChecked(VxApplication::instance()->getPreferences().simplifiedRenderingDuringInteraction);
-    connect(simplified, &QAction::toggled,
-            [this](bool on) { run({"preferences", "simplifiedRendering", on ? "1" : "0"}); });
+    connect(simplified, &QAction::toggled, [this](bool on) {
+        run({"preferences", "simplifiedRendering", on ? "1" : "0"});
+    });
 
     // Networks written for vxhost read their arguments; a window gives none.
     VxApplication::instance()->interpreter()->eval("set argc 0; set argv {}; set argv0 vxviewer");
@@ -257,7 +258,8 @@ void VxMainWindow::refreshProject()
     }
     if (shown == m_shownObjects) return;
     m_shownObjects = shown;
-    const QString current = m_project->currentItem() ? m_project->currentItem()->text().section(' ', 0, 0) : QString();
+    const QString current =
+        m_project->currentItem() ? m_project->currentItem()->text().section(' ', 0, 0) : QString();
     m_project->clear();
     m_project->addItems(shown);
     for (int i = 0; i < m_project->count(); ++i)
@@ -294,21 +296,24 @@ void VxMainWindow::rememberRecent(const QString& path)
 
 void VxMainWindow::openDialog()
 {
-    const QString path = QFileDialog::getOpenFileName(this, tr("Open Data"), QString(),
-                                                      tr("Data (*.nii *.nii.gz *.hdr *.img *.nrrd *.nhdr *.mha "
-                                                         "*.mhd *.vtk *.vtu *.msh *.vxblocks *.iv);;All (*)"));
+    const QString path =
+        QFileDialog::getOpenFileName(this, tr("Open Data"), QString(),
+                                     tr("Data (*.nii *.nii.gz *.hdr *.img *.nrrd *.nhdr *.mha "
+                                        "*.mhd *.vtk *.vtu *.msh *.vxblocks *.iv);;All (*)"));
     if (!path.isEmpty()) open(path);
 }
 
 void VxMainWindow::loadNetworkDialog()
 {
-    const QString path = QFileDialog::getOpenFileName(this, tr("Load Network"), QString(), tr("Networks (*.tcl)"));
+    const QString path =
+        QFileDialog::getOpenFileName(this, tr("Load Network"), QString(), tr("Networks (*.tcl)"));
     if (!path.isEmpty()) run({"loadNetwork", path});
 }
 
 void VxMainWindow::saveNetworkDialog()
 {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save Network"), QString(), tr("Networks (*.tcl)"));
+    const QString path =
+        QFileDialog::getSaveFileName(this, tr("Save Network"), QString(), tr("Networks (*.tcl)"));
     if (!path.isEmpty()) run({"saveNetwork", path});
 }
 
@@ -316,14 +321,16 @@ void VxMainWindow::exportDialog()
 {
     VxObject* object = m_panel->object();
     if (!object) return say(tr("Select a module in the project first."), 1);
-    const QString path = QFileDialog::getSaveFileName(
-        this, tr("Export Geometry"), QString(), tr("Meshes (*.ply *.stl *.off *.obj *.vtk *.iv);;Lines (*.vtk *.iv)"));
+    const QString path =
+        QFileDialog::getSaveFileName(this, tr("Export Geometry"), QString(),
+                                     tr("Meshes (*.ply *.stl *.off *.obj *.vtk *.iv);;Lines (*.vtk *.iv)"));
     if (!path.isEmpty()) run({object->getName(), "exportData", QFileInfo(path).suffix().toLower(), path});
 }
 
 void VxMainWindow::snapshotDialog()
 {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Snapshot"), QString(), tr("Pictures (*.png)"));
+    const QString path =
+        QFileDialog::getSaveFileName(this, tr("Snapshot"), QString(), tr("Pictures (*.png)"));
     if (!path.isEmpty() && !screenshot(path)) say(tr("cannot write %1").arg(path), 2);
 }
 

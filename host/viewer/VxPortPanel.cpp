@@ -42,7 +42,8 @@ QString number(double v)
 // released or the text entered. With drag, each move while dragging is handed to it (the port's
 // interactive drag) and the release sets the value.
 QWidget* slider(double value, double min, double max, const std::function<void(double)>& set,
-                const std::function<void(double)>& drag = nullptr, const std::function<void()>& release = nullptr)
+                const std::function<void(double)>& drag = nullptr,
+                const std::function<void()>& release = nullptr)
 {
     auto* row = new QWidget;
     auto* layout = new QHBoxLayout(row);
@@ -132,16 +133,22 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
         // A tracking slider follows the drag: the module may show a quick result until the release.
         std::function<void(double)> drag;
         if (s->isTracking())
-            drag = [this, port](double v) { m_run({m_object->getName(), port->getName(), "drag", number(v)}); };
+            drag = [this, port](double v) {
+                m_run({m_object->getName(), port->getName(), "drag", number(v)});
+            };
         std::function<void()> release;
         if (drag) release = [set] { set({"release"}); };
         return slider(
-            s->getValue(), s->getMinValue(), s->getMaxValue(), [set](double v) { set({"setValue", number(v)}); },
+            s->getValue(), s->getMinValue(), s->getMaxValue(),
+            [set](double v) {
+                set({"setValue", number(v)});
+            },
             drag, release);
     }
     if (auto* s = dynamic_cast<VxPortIntSlider*>(port))
-        return slider(s->getValue(), s->getMinValue(), s->getMaxValue(),
-                      [set](double v) { set({"setValue", QString::number(qRound(v))}); });
+        return slider(s->getValue(), s->getMinValue(), s->getMaxValue(), [set](double v) {
+            set({"setValue", QString::number(qRound(v))});
+        });
     if (auto* f = dynamic_cast<VxPortFloatTextN*>(port))
         return fields(f, [set](int i, const QString& v) { set({"setValue", QString::number(i), v}); });
     if (auto* f = dynamic_cast<VxPortIntTextN*>(port))
@@ -158,8 +165,9 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
         for (int i = 0; i < toggles->getNum(); ++i) {
             auto* box = new QCheckBox(toggles->getLabel(i));
             box->setChecked(toggles->getValue(i));
-            connect(box, &QCheckBox::clicked,
-                    [i, set](bool on) { set({"setValue", QString::number(i), on ? "1" : "0"}); });
+            connect(box, &QCheckBox::clicked, [i, set](bool on) {
+                set({"setValue", QString::number(i), on ? "1" : "0"});
+            });
             layout->addWidget(box);
         }
         return row;
@@ -184,8 +192,9 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
             auto* menu = new QComboBox;
             menu->addItems(menus->getItems(m));
             menu->setCurrentIndex(menus->getValue(m));
-            connect(menu, QOverload<int>::of(&QComboBox::activated),
-                    [m, set](int i) { set({"setValue", QString::number(m), QString::number(i)}); });
+            connect(menu, QOverload<int>::of(&QComboBox::activated), [m, set](int i) {
+                set({"setValue", QString::number(m), QString::number(i)});
+            });
             layout->addWidget(menu);
         }
         return row;
@@ -220,7 +229,9 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
             case VxPortGeneric::CHECK_BOX: {
                 auto* box = new QCheckBox(generic->getEntries(id).value(0));
                 box->setChecked(generic->getValue(id));
-                connect(box, &QCheckBox::clicked, [sid, set](bool on) { set({"setValue", sid, on ? "1" : "0"}); });
+                connect(box, &QCheckBox::clicked, [sid, set](bool on) {
+                    set({"setValue", sid, on ? "1" : "0"});
+                });
                 layout->addWidget(box);
                 break;
             }
@@ -228,15 +239,18 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
                 auto* menu = new QComboBox;
                 menu->addItems(generic->getEntries(id));
                 menu->setCurrentIndex(generic->getValue(id));
-                connect(menu, QOverload<int>::of(&QComboBox::activated),
-                        [sid, set](int i) { set({"setValue", sid, QString::number(i)}); });
+                connect(menu, QOverload<int>::of(&QComboBox::activated), [sid, set](int i) {
+                    set({"setValue", sid, QString::number(i)});
+                });
                 layout->addWidget(menu);
                 break;
             }
             case VxPortGeneric::INT_TEXT: {
                 auto* text = new QLineEdit(QString::number(generic->getValue(id)));
                 text->setMaximumWidth(60);
-                connect(text, &QLineEdit::editingFinished, [text, sid, set] { set({"setValue", sid, text->text()}); });
+                connect(text, &QLineEdit::editingFinished, [text, sid, set] {
+                    set({"setValue", sid, text->text()});
+                });
                 layout->addWidget(text);
                 break;
             }
@@ -273,7 +287,9 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
         auto* size = new QSpinBox;
         size->setRange(1, 500);
         size->setValue(font->getFontSize());
-        auto apply = [family, size, set] { set({"setFont", family->text(), QString::number(size->value())}); };
+        auto apply = [family, size, set] {
+            set({"setFont", family->text(), QString::number(size->value())});
+        };
         connect(family, &QLineEdit::editingFinished, apply);
         connect(size, QOverload<int>::of(&QSpinBox::valueChanged), apply);
         layout->addWidget(family, 1);
@@ -285,7 +301,13 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
 
 void VxPortPanel::refresh()
 {
-    if (m_body) m_body->deleteLater();
+    // The old widgets may be in the middle of the signal that led here: they go later, but leave
+    // the panel now.
+    if (m_body) {
+        m_body->hide();
+        m_body->setParent(nullptr);
+        m_body->deleteLater();
+    }
     m_body = new QWidget(this);
     auto* form = new QFormLayout(m_body);
     if (m_object && VxApplication::instance()->objectPool()->contains(m_object)) {
