@@ -1,4 +1,5 @@
 #include <oiv/OivInit.h>
+#include <oiv/OivSceneBox.h>
 #include <oiv/SoOffscreenEGLRenderer.h>
 
 #include <kx/KxTempFile.h>
@@ -524,28 +525,6 @@ bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene)
     return renderViewAll(scene, m_viewDirection);
 }
 
-// The box of the shapes the scene draws, each shape's box taken in world axes. The bounding-box
-// action of the whole scene joins boxes in the frame of one of them: many small boxes turned every
-// way (labels along curves) join into a box far larger than what is drawn.
-static SbBox3f shapesBox(SoNode* scene)
-{
-    const SbBool kitsSearched = SoBaseKit::isSearchingChildren();
-    SoBaseKit::setSearchingChildren(TRUE);
-    SoSearchAction search;
-    search.setType(SoShape::getClassTypeId());
-    search.setInterest(SoSearchAction::ALL);
-    search.apply(scene);
-    SoBaseKit::setSearchingChildren(kitsSearched);
-    SbBox3f box;
-    const SoPathList& paths = search.getPaths();
-    SoGetBoundingBoxAction action{SbViewportRegion()};
-    for (int i = 0; i < paths.getLength(); ++i) {
-        action.apply(paths[i]);
-        box.extendBy(action.getBoundingBox());
-    }
-    return box;
-}
-
 bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene, const SbVec3f& viewDirection)
 {
     m_error.clear();
@@ -576,7 +555,7 @@ bool SoOffscreenEGLRenderer::renderViewAll(SoNode* scene, const SbVec3f& viewDir
     root->addChild(headlight);
     root->addChild(scene);
     const SbViewportRegion viewport(static_cast<short>(m_width), static_cast<short>(m_height));
-    const SbBox3f box = shapesBox(scene);
+    const SbBox3f box = oivShapesBox(scene);
     if (box.isEmpty())
         camera->viewAll(scene, viewport);
     else

@@ -4,6 +4,8 @@
 #include <app/VxHostSession.h>
 #include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
+#include <oiv/OivSceneBox.h>
+#include <oiv/SoOffscreenEGLRenderer.h>
 #include <vx/VxApplication.h>
 #include <vx/VxConnection.h>
 #include <vx/VxInterpreter.h>
@@ -14,6 +16,8 @@
 
 #include <Inventor/Qt/SoQt.h>
 #include <Inventor/Qt/viewers/SoQtExaminerViewer.h>
+#include <Inventor/nodes/SoOrthographicCamera.h>
+#include <Inventor/nodes/SoPerspectiveCamera.h>
 #include <Inventor/nodes/SoSeparator.h>
 
 #include <QApplication>
@@ -176,7 +180,18 @@ VxMainWindow::VxMainWindow(VxHostSession& host) : m_host(host)
     file->addSeparator();
     file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
     QMenu* view = menuBar()->addMenu(tr("&View"));
-    view->addAction(tr("View &All"), [this] { m_viewer->viewAll(); });
+    view->addAction(tr("View &All"), [this] { viewAll(); });
+    view->addSeparator();
+    for (const char* axis : {"+x", "-x", "+y", "-y", "+z", "-z"})
+        view->addAction(tr("Look along %1").arg(axis), [this, axis] { lookAlong(axis); });
+    view->addSeparator();
+    QAction* perspective = view->addAction(tr("&Perspective"));
+    perspective->setCheckable(true);
+    perspective->setChecked(true);
+    connect(perspective, &QAction::toggled, [this](bool on) {
+        m_viewer->setCameraType(on ? SoPerspectiveCamera::getClassTypeId()
+                                   : SoOrthographicCamera::getClassTypeId());
+    });
     QMenu* prefs = menuBar()->addMenu(tr("&Preferences"));
     QAction* simplified = prefs->addAction(tr("Simplified rendering while dragging"));
     simplified->setCheckable(true);
@@ -273,7 +288,7 @@ bool VxMainWindow::open(const QString& path)
 {
     const bool network = QFileInfo(path).suffix().compare("tcl", Qt::CaseInsensitive) == 0;
     const bool ok = run({network ? "loadNetwork" : "load", path});
-    m_viewer->viewAll();
+    viewAll();
     // The newest object is the one a user wants to see the ports of.
     if (m_project->count() > 0) m_project->setCurrentRow(m_project->count() - 1);
     if (!ok && isVisible() && !m_quiet)
@@ -337,15 +352,48 @@ void VxMainWindow::snapshotDialog()
 bool VxMainWindow::screenshot(const QString& path)
 {
     QImage window = grab().toImage();
-    // A window grab leaves an OpenGL widget's area empty: its pixels are read back from its own
-    // framebuffer after drawing once more.
+    // A window grab leaves an OpenGL widget's area empty: the viewer's scene is drawn again
+    // off-screen through its own camera, with the widget's context let go for the while.
     QWidget* gl = m_viewer->getGLWidget();
-    if (auto* framebuffer = qobject_cast<QGLWidget*>(gl)) {
-        framebuffer->updateGL();
+    if (auto* context = qobject_cast<QGLWidget*>(gl)) context->doneCurrent();
+    SoOffscreenEGLRenderer renderer(gl->width(), gl->height());
+    renderer.setBackgroundColor(m_viewer->getBackgroundColor());
+    if (renderer.render(m_viewer->getSceneManager()->getSceneGraph())) {
         QPainter painter(&window);
-        painter.drawImage(gl->mapTo(this, QPoint(0, 0)), framebuffer->grabFrameBuffer());
+        painter.drawImage(gl->mapTo(this, QPoint(0, 0)), renderer.getImage());
+    } else {
+        say(renderer.errorString(), 1);
     }
     return window.save(path, "PNG");
+}
+
+void VxMainWindow::viewAll()
+{
+    // Fitted to what is drawn: the viewer's own fit takes Open Inventor's box, which turned labels
+    // blow up.
+    SoCamera* camera = m_viewer->getCamera();
+    const SbBox3f box = oivShapesBox(VxApplication::instance()->getSceneRoot());
+    if (!camera || box.isEmpty()) return m_viewer->viewAll();
+    camera->viewBoundingBox(box, m_viewer->getViewportRegion().getViewportAspectRatio(), 1.0f);
+}
+
+bool VxMainWindow::lookAlong(const QString& axis)
+{
+    const int which = QString("xyz").indexOf(axis.right(1));
+    if (axis.size() != 2 || (axis[0] != '+' && axis[0] != '-') || which < 0) return false;
+    SbVec3f direction(0, 0, 0);
+    direction[which] = axis[0] == '+' ? 1.f : -1.f;
+    // z up for views along x and y (a head in RAS coordinates stands upright), y up along z.
+    const SbVec3f up = which == 2 ? SbVec3f(0, 1, 0) : SbVec3f(0, 0, 1);
+    SoCamera* camera = m_viewer->getCamera();
+    if (!camera) return false;
+    // The camera looks along its -z and has its y up.
+    SbRotation turn(SbVec3f(0, 0, -1), direction);
+    SbVec3f turnedUp;
+    turn.multVec(SbVec3f(0, 1, 0), turnedUp);
+    camera->orientation = turn * SbRotation(turnedUp, up);
+    viewAll();
+    return true;
 }
 
 void VxMainWindow::closeEvent(QCloseEvent* event)

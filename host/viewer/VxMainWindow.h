@@ -33,6 +33,10 @@ public:
     bool screenshot(const QString& path);
     // Runs a script command; its result or error goes to the console.
     bool run(const QStringList& words);
+    // Points the camera along an axis ("+x", "-y", ...) and shows everything; false for another word.
+    bool lookAlong(const QString& axis);
+    // Shows everything the scene draws.
+    void viewAll();
     // No message boxes: for runs without a user (screenshots, tests).
     void setQuiet(bool quiet) { m_quiet = quiet; }
 

@@ -1,6 +1,6 @@
 // vxviewer: the host as a desktop program, e.g.
 //   vxviewer brain.nii.gz network.tcl
-//   vxviewer network.tcl --screenshot window.png     (for documentation and tests)
+//   vxviewer network.tcl --view -y --screenshot window.png     (for documentation and tests)
 #include "VxMainWindow.h"
 
 #include <app/VxHostSession.h>
@@ -31,7 +31,7 @@ int main(int argc, char** argv)
         return 1;
     }
     QStringList files;
-    QString screenshot;
+    QString screenshot, view;
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--screenshot")) {
             if (i + 1 >= argc) {
@@ -39,6 +39,12 @@ int main(int argc, char** argv)
                 return 2;
             }
             screenshot = QString::fromLocal8Bit(argv[++i]);
+        } else if (!std::strcmp(argv[i], "--view")) {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "vxviewer: error: --view needs an axis: +x, -x, +y, -y, +z or -z\n");
+                return 2;
+            }
+            view = QString::fromLocal8Bit(argv[++i]);
         } else {
             files << QString::fromLocal8Bit(argv[i]);
         }
@@ -55,6 +61,11 @@ int main(int argc, char** argv)
         window.show();
         for (const QString& file : files)
             if (!window.open(file)) status = 1;
+        if (!view.isEmpty() && !window.lookAlong(view)) {
+            std::fprintf(stderr, "vxviewer: error: --view %s is not an axis: +x, -x, +y, -y, +z or -z\n",
+                         qPrintable(view));
+            return 2;
+        }
         if (!screenshot.isEmpty()) {
             // Once the window is drawn and the networks' modules have computed.
             QTimer::singleShot(500, [&] {

@@ -31,8 +31,9 @@ class PanelTestModule : public VxModule
 
 public:
     PanelTestModule()
-        : portLevel(this, "Level", "level"), portSize(this, "Size", "size", 2), portMode(this, "Mode", "mode", 3),
-          portFlags(this, "Flags", "flags", 2), portMenu(this, "Menu", "menu", 1), portFormat(this, "Format", "format"),
+        : portLevel(this, "Level", "level"), portSize(this, "Size", "size", 2),
+          portMode(this, "Mode", "mode", 3), portFlags(this, "Flags", "flags", 2),
+          portMenu(this, "Menu", "menu", 1), portFormat(this, "Format", "format"),
           portName(this, "Name", "name"), portSecret(this, "Secret", "secret")
     {
         portLevel.setMinMax(0, 10);
@@ -107,14 +108,16 @@ TEST(PortPanel, WidgetsSetThePortsAsScriptsDo)
 
     // Port to widget, and greyed when insensitive.
     tcl("m level setValue 2.25; m mode setValue 0");
-    static_cast<PanelTestModule*>(VxApplication::instance()->objectPool()->findObject("m"))->portName.setSensitive(false);
+    static_cast<PanelTestModule*>(VxApplication::instance()->objectPool()->findObject("m"))
+        ->portName.setSensitive(false);
     panel.refresh();
     EXPECT_EQ(panel.findChildren<QLineEdit*>().at(0)->text(), "2.25");
     EXPECT_TRUE(panel.findChildren<QRadioButton*>().at(0)->isChecked());
     EXPECT_EQ(panel.findChildren<QSlider*>().at(0)->value(), 225);
     bool greyed = false;
     for (QLineEdit* field : panel.findChildren<QLineEdit*>())
-        greyed = greyed || (!field->isEnabled() && field->parentWidget() && !field->parentWidget()->isEnabled()) ||
+        greyed = greyed ||
+                 (!field->isEnabled() && field->parentWidget() && !field->parentWidget()->isEnabled()) ||
                  !field->isEnabledTo(&panel);
     EXPECT_TRUE(greyed);
 

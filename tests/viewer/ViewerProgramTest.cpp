@@ -29,12 +29,14 @@ TEST(ViewerProgram, DrawsTheNetworksSurfaceAndSaysWhenThereIsNoDisplay)
     EXPECT_TRUE(err.readAll().contains("no display to open a window on; run networks with vxhost, or start "
                                        "vxviewer under xvfb-run"));
 
-    if (runShell("command -v xvfb-run >/dev/null") != 0) GTEST_SKIP() << "xvfb-run is missing (apt-get install xvfb)";
+    if (runShell("command -v xvfb-run >/dev/null") != 0)
+        GTEST_SKIP() << "xvfb-run is missing (apt-get install xvfb)";
     QFile network(at + "/net.tcl");
     ASSERT_TRUE(network.open(QIODevice::WriteOnly));
     network.write("create VxTestSphere ball\nball radius setValue 2\nball doIt hit\nball fire\n");
     network.close();
-    const int status = runShell("cd " + at + " && VXHOST_PACKAGE_PATH=" VXTEST_PACKAGE_DIR
+    const int status = runShell("cd " + at +
+                                " && VXHOST_PACKAGE_PATH=" VXTEST_PACKAGE_DIR
                                 " xvfb-run -a -s '-screen 0 1280x900x24' " VXVIEWER_PROGRAM
                                 " net.tcl --screenshot shot.png >out.txt 2>&1");
     ASSERT_EQ(status, 0);
