@@ -6,6 +6,7 @@
 #include <vx/VxObjectPool.h>
 #include <vx/VxPortButtonList.h>
 #include <vx/VxPortColorList.h>
+#include <vx/VxPortDrawStyle.h>
 #include <vx/VxPortFloatSlider.h>
 #include <vx/VxPortFloatTextN.h>
 #include <vx/VxPortFontSelection.h>
@@ -294,6 +295,25 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
         connect(size, QOverload<int>::of(&QSpinBox::valueChanged), apply);
         layout->addWidget(family, 1);
         layout->addWidget(size);
+        return row;
+    }
+    if (auto* style = dynamic_cast<VxPortDrawStyle*>(port)) {
+        auto* row = new QWidget;
+        auto* layout = new QHBoxLayout(row);
+        layout->setContentsMargins(0, 0, 0, 0);
+        auto* menu = new QComboBox;
+        for (int i = 0; i < VxPortDrawStyle::NUM_STYLES; ++i) menu->addItem(VxPortDrawStyle::styleName(i));
+        menu->setCurrentIndex(style->getValue());
+        connect(menu, QOverload<int>::of(&QComboBox::activated), [menu, set](int i) {
+            set({"setValue", menu->itemText(i)});
+        });
+        layout->addWidget(menu);
+        if (style->hasCullingControls()) {
+            auto* cull = new QCheckBox(tr("cull back faces"));
+            cull->setChecked(style->isCulling());
+            connect(cull, &QCheckBox::clicked, [set](bool on) { set({"setCulling", on ? "1" : "0"}); });
+            layout->addWidget(cull);
+        }
         return row;
     }
     return new QLabel(tr("(set by scripts: %1)").arg(port->getName()));
