@@ -200,6 +200,11 @@ VxMainWindow::VxMainWindow(VxHostSession& host) : m_host(host)
         run({"preferences", "simplifiedRendering", on ? "1" : "0"});
     });
 
+    // The window as the user left it last time.
+    const QSettings settings("vxiso", "vxviewer");
+    restoreGeometry(settings.value("geometry").toByteArray());
+    restoreState(settings.value("docks").toByteArray());
+
     // Networks written for vxhost read their arguments; a window gives none.
     VxApplication::instance()->interpreter()->eval("set argc 0; set argv {}; set argv0 vxviewer");
 
@@ -400,5 +405,8 @@ void VxMainWindow::closeEvent(QCloseEvent* event)
 {
     // Work still running stops at its next check and writes nothing half.
     stopRequested = true;
+    QSettings settings("vxiso", "vxviewer");
+    settings.setValue("geometry", saveGeometry());
+    settings.setValue("docks", saveState());
     event->accept();
 }
