@@ -146,6 +146,7 @@ public:
         if (box.ymax < tools.ny) box.ymax += 1;
         if (box.zmax < tools.nz) box.zmax += 1;
 
+        if (progress && progress->interruption()->wasInterrupted()) throw KxInterrupted();
         std::vector<Record>& mine = cubes.store.local();
         mine.emplace_back();
         Record& record = mine.back();
