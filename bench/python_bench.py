@@ -54,14 +54,16 @@ def vtk_flying_edges(volume, level):
     return verts, faces, normals
 
 
-def median_ms(extract, volume, level):
-    extract(volume, level)  # warm-up: libraries loaded, pages touched
-    times = []
+def medians_ms(extractors, volume, level):
+    """Medians per extractor, the runs interleaved so that a busy machine slows all of them alike."""
+    counts = {name: len(extract(volume, level)[1]) for name, extract in extractors.items()}  # warm-up
+    times = {name: [] for name in extractors}
     for _ in range(RUNS):
-        start = time.perf_counter()
-        result = extract(volume, level)
-        times.append(time.perf_counter() - start)
-    return 1000 * statistics.median(times), len(result[1])
+        for name, extract in extractors.items():
+            start = time.perf_counter()
+            extract(volume, level)
+            times[name].append(time.perf_counter() - start)
+    return {name: (1000 * statistics.median(t), counts[name]) for name, t in times.items()}
 
 
 def main():
@@ -83,14 +85,13 @@ def main():
     if os.path.exists(HEAD):
         volumes.append(("MRI head ch2 uint8 at 3", np.ascontiguousarray(vxiso.read(HEAD)[0]), 3.0))
 
-    print(f"median of {RUNS} runs after a warm-up, one thread; ratio = peer / vxiso")
+    print(f"median of {RUNS} runs after a warm-up, one thread, interleaved; ratio = peer / vxiso")
     for name, volume, level in volumes:
-        base, triangles = median_ms(ours, volume, level)
-        line = f"{name:26s} vxiso {base:8.1f} ms ({triangles} triangles)"
-        for peer, extract in peers.items():
-            if peer != "vxiso":
-                ms, n = median_ms(extract, volume, level)
-                line += f" | {peer} {ms:8.1f} ms ({n}), ratio {ms / base:5.2f}"
+        result = medians_ms(peers, volume, level)
+        base, triangles = result.pop("vxiso")
+        line = f"{name:24s} vxiso {base:6.1f} ms ({triangles} triangles)"
+        for peer, (ms, n) in result.items():
+            line += f" | {peer} {ms:6.1f} ms ({n}), ratio {ms / base:5.2f}"
         print(line, flush=True)
 
 
