@@ -184,7 +184,9 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
     const std::array<double, 3> spacing = triple("spacing", spacingArg), origin = triple("origin", originArg);
     int64_t numberOfCores = std::max(1u, std::thread::hardware_concurrency());
     if (!cores.is_none()) {
-        numberOfCores = cores.cast<int64_t>();
+        if (!PyIndex_Check(cores.ptr()))
+            throw py::value_error("cores must be an integer, not " + str(py::repr(cores)));
+        numberOfCores = py::int_(cores).cast<int64_t>();
         if (numberOfCores < 1 || numberOfCores > 4096)
             throw py::value_error("cores must be between 1 and 4096, not " + std::to_string(numberOfCores));
     }
@@ -208,7 +210,11 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
         throw py::value_error(e.what());
     }
     field->setBoundingBox(KxBox3f(lo.x, hi.x, lo.y, hi.y, lo.z, hi.z), step);
-    if (!undefined.is_none()) field->setUndefinedValue(undefined.cast<double>());
+    if (!undefined.is_none()) {
+        if (!PyNumber_Check(undefined.ptr()) || py::isinstance<py::array>(undefined))
+            throw py::value_error("undefined must be a number, not " + str(py::repr(undefined)));
+        field->setUndefinedValue(py::float_(undefined).cast<double>());
+    }
     std::unique_ptr<VxLabelLattice3> labels;
     if (!mask.is_none())
         labels = maskLabels(mask, volume, !cOrder, dims, relaxed);

@@ -116,6 +116,8 @@ def test_mask_keeps_the_surface_inside():
     (lambda v: vxiso.marching_cubes(v, float("nan")), ValueError, "level must be a number, not nan"),
     (lambda v: vxiso.marching_cubes(v, 0, (1, 1)), ValueError, "spacing must be three numbers"),
     (lambda v: vxiso.marching_cubes(v, 0, cores=0), ValueError, "cores must be between 1 and 4096, not 0"),
+    (lambda v: vxiso.marching_cubes(v, 0, cores="2"), ValueError, "cores must be an integer, not '2'"),
+    (lambda v: vxiso.marching_cubes(v, 0, undefined="nan"), ValueError, "undefined must be a number"),
     (lambda v: vxiso.marching_cubes(v, 0, mask=np.ones((2, 2, 2))), ValueError, "they must match"),
     (lambda v: vxiso.marching_cubes(v, 0, relaxed=True), ValueError, "relaxed belongs to mask"),
     (lambda v: vxiso.read("/nonexistent/head.nii"), OSError, "/nonexistent/head.nii"),
