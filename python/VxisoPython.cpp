@@ -2,6 +2,7 @@
 // mesh readers and the surface writers. The engine's arrays become NumPy's without a copy.
 #include <vxiso/VxIsosurfaceExtractor.h>
 #include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/isolines/VxIsolineContouring.h>
 
 #include <io/VxMeshReader.h>
 #include <io/VxSurfaceWriter.h>
@@ -13,6 +14,7 @@
 #include <oiv/SoTriSurface.h>
 #include <vx/VxHexaScalarField3.h>
 #include <vx/VxLabelLattice3.h>
+#include <vx/VxLocation3.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
 #include <vx/VxUnstructuredGrid.h>
@@ -159,10 +161,17 @@ std::unique_ptr<VxLabelLattice3> maskLabels(const py::object& mask, const py::ar
     return labels;
 }
 
-py::tuple marchingCubes(const py::object& object, double level, const py::object& spacingArg,
-                        const py::object& originArg, bool compactify, const py::object& undefined,
-                        const py::object& mask, bool relaxed, const py::object& cores,
-                        const py::object& progress)
+// A volume read in place as the engine's field: its x is NumPy's axis axis[0], and so on.
+struct Borrowed
+{
+    py::array volume;
+    bool cOrder;
+    int axis[3];
+    std::unique_ptr<VxUniformScalarField3> field;
+};
+
+Borrowed borrow(const py::object& object, const std::array<double, 3>& spacing,
+                const std::array<double, 3>& origin)
 {
     if (!py::isinstance<py::array>(object))
         throw py::value_error("volume must be a NumPy array, not " +
@@ -180,8 +189,37 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
     const bool fOrder = flags & py::detail::npy_api::NPY_ARRAY_F_CONTIGUOUS_;
     if (!cOrder && !fOrder)
         throw py::value_error("volume must be C- or F-contiguous (np.ascontiguousarray makes a copy)");
-    if (std::isnan(level)) throw py::value_error("level must be a number, not nan");
+
+    // The engine's x runs fastest in memory: in C order it is NumPy's last axis, in F order its first.
+    Borrowed b{volume, cOrder, {cOrder ? 2 : 0, 1, cOrder ? 0 : 2}, nullptr};
+    const KxDim3l dims{volume.shape(b.axis[0]), volume.shape(b.axis[1]), volume.shape(b.axis[2])};
+    KxVec3f lo, step, hi;
+    for (int a = 0; a < 3; ++a) {
+        lo[a] = float(origin[b.axis[a]]);
+        step[a] = float(spacing[b.axis[a]]);
+        hi[a] = lo[a] + float(std::max<int64_t>(dims[a] - 1, 0)) * step[a];
+    }
+    try {
+        b.field = std::make_unique<VxUniformScalarField3>(dims, type, const_cast<void*>(volume.data()),
+                                                          VxBorrowedValues());
+    } catch (const KxException& e) {
+        throw py::value_error(e.what());
+    }
+    b.field->setBoundingBox(KxBox3f(lo.x, hi.x, lo.y, hi.y, lo.z, hi.z), step);
+    return b;
+}
+
+py::tuple marchingCubes(const py::object& object, double level, const py::object& spacingArg,
+                        const py::object& originArg, bool compactify, const py::object& undefined,
+                        const py::object& mask, bool relaxed, const py::object& cores,
+                        const py::object& progress)
+{
     const std::array<double, 3> spacing = triple("spacing", spacingArg), origin = triple("origin", originArg);
+    const Borrowed b = borrow(object, spacing, origin);
+    const bool cOrder = b.cOrder;
+    VxUniformScalarField3* field = b.field.get();
+    const KxDim3l dims = field->getDims();
+    if (std::isnan(level)) throw py::value_error("level must be a number, not nan");
     int64_t numberOfCores = std::max(1u, std::thread::hardware_concurrency());
     if (!cores.is_none()) {
         if (!PyIndex_Check(cores.ptr()))
@@ -191,25 +229,6 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
             throw py::value_error("cores must be between 1 and 4096, not " + std::to_string(numberOfCores));
     }
 
-    // The engine's x runs fastest in memory: in C order it is NumPy's last axis, in F order its first.
-    const int axis[3] = {cOrder ? 2 : 0, 1, cOrder ? 0 : 2};
-    const KxDim3l dims{volume.shape(axis[0]), volume.shape(axis[1]), volume.shape(axis[2])};
-    KxVec3f lo, step;
-    for (int a = 0; a < 3; ++a) {
-        lo[a] = float(origin[axis[a]]);
-        step[a] = float(spacing[axis[a]]);
-    }
-    const KxVec3f hi(lo.x + float(std::max<int64_t>(dims.nx - 1, 0)) * step.x,
-                     lo.y + float(std::max<int64_t>(dims.ny - 1, 0)) * step.y,
-                     lo.z + float(std::max<int64_t>(dims.nz - 1, 0)) * step.z);
-    std::unique_ptr<VxUniformScalarField3> field;
-    try {
-        field = std::make_unique<VxUniformScalarField3>(dims, type, const_cast<void*>(volume.data()),
-                                                        VxBorrowedValues());
-    } catch (const KxException& e) {
-        throw py::value_error(e.what());
-    }
-    field->setBoundingBox(KxBox3f(lo.x, hi.x, lo.y, hi.y, lo.z, hi.z), step);
     if (!undefined.is_none()) {
         if (!PyNumber_Check(undefined.ptr()) || py::isinstance<py::array>(undefined))
             throw py::value_error("undefined must be a number, not " + str(py::repr(undefined)));
@@ -217,12 +236,12 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
     }
     std::unique_ptr<VxLabelLattice3> labels;
     if (!mask.is_none())
-        labels = maskLabels(mask, volume, !cOrder, dims, relaxed);
+        labels = maskLabels(mask, b.volume, !cOrder, dims, relaxed);
     else if (relaxed)
         throw py::value_error("relaxed belongs to mask");
 
     PythonProgress sink(progress);
-    VxIsosurfaceExtractor extractor(field.get(), nullptr, &sink);
+    VxIsosurfaceExtractor extractor(field, nullptr, &sink);
     extractor.compact = compactify ? 1 : 0;
     extractor.isoValue = float(level);
     extractor.numberOfCores = numberOfCores;
@@ -255,6 +274,75 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
         for (KxVec3i& t : triangles) std::swap(t.y, t.z);
     }
     return py::make_tuple(adopt<float>(coords), adopt<int32_t>(triangles), adopt<float>(normals));
+}
+
+// Contour lines on the slice of nodes `index` across NumPy axis `axis`, in array index coordinates,
+// sampled one sample a node (resolution None) or on resolution x resolution points.
+py::list isolines(const py::object& object, const std::vector<double>& values, int axis, int64_t index,
+                  const py::object& resolution)
+{
+    const Borrowed b = borrow(object, {1, 1, 1}, {0, 0, 0});
+    if (axis < 0 || axis > 2) throw py::value_error("axis must be 0, 1 or 2, not " + std::to_string(axis));
+    const int e = b.axis[0] == axis ? 0 : b.axis[1] == axis ? 1 : 2; // the engine's axis across the slice
+    const KxDim3l dims = b.field->getDims();
+    if (index < 0 || index >= dims[e])
+        throw py::value_error("index must be between 0 and " + std::to_string(dims[e] - 1) + ", not " +
+                              std::to_string(index));
+    std::vector<float> isoValues;
+    for (double v : values) {
+        if (std::isnan(v)) throw py::value_error("values must be numbers, not nan");
+        isoValues.push_back(float(v));
+    }
+    // As the isoline module samples an ortho slice: resolution x resolution samples spanning the
+    // slice, by default one a node along its longer side (at least 16), and the slice's box widened
+    // by a hair so that the last row and column count.
+    const int u = e == 0 ? 1 : 0, v = e == 2 ? 1 : 2;
+    VxIsolineSampling sampling;
+    sampling.resolution = int(std::clamp<int64_t>(std::max(dims[u], dims[v]), 16, 4096));
+    if (!resolution.is_none()) {
+        sampling.resolution = py::int_(resolution).cast<int>();
+        if (sampling.resolution < 16 || sampling.resolution > 4096)
+            throw py::value_error("resolution must be between 16 and 4096, not " +
+                                  std::to_string(sampling.resolution));
+    }
+    sampling.origin[e] = float(index);
+    sampling.uStep = SbVec3f(0, 0, 0);
+    sampling.vStep = SbVec3f(0, 0, 0);
+    sampling.uStep[u] = float(dims[u] - 1) / float(sampling.resolution - 1);
+    sampling.vStep[v] = float(dims[v] - 1) / float(sampling.resolution - 1);
+    const float slack = 1e-5f * float(std::max({dims[0], dims[1], dims[2]}) - 1);
+    float bounds[6];
+    for (int a = 0; a < 3; ++a) {
+        bounds[2 * a] = (a == e ? float(index) : 0.f) - slack;
+        bounds[2 * a + 1] = (a == e ? float(index) : float(dims[a] - 1)) + slack;
+    }
+    const KxBox3f box(bounds[0], bounds[1], bounds[2], bounds[3], bounds[4], bounds[5]);
+
+    VxIsolineContouring contouring;
+    contouring.setIsoValues(isoValues.data(), int(isoValues.size()));
+    const std::unique_ptr<VxLocation3> location = b.field->createLocation();
+    struct Location
+    {
+        VxLocation3& at;
+        bool set(const SbVec3f& p) { return at.set(p); }
+        bool move(const SbVec3f& p) { return at.move(p); }
+        bool evaluate(float& value) { return at.eval(value); }
+    } at{*location};
+    {
+        py::gil_scoped_release released;
+        contouring.doGeneric(sampling, box, at);
+    }
+    const VxIsolineLines& lines = contouring.lines();
+    py::list out;
+    const SbVec3f* p = lines.points.data();
+    for (int l = 0; l < lines.getNumLines(); ++l) {
+        const int n = lines.numVertices[std::size_t(l)];
+        py::array_t<float> points({py::ssize_t(n), py::ssize_t(3)});
+        for (int k = 0; k < n; ++k, ++p)
+            for (int a = 0; a < 3; ++a) points.mutable_at(k, b.axis[a]) = (*p)[a];
+        out.append(py::make_tuple(lines.lineValues[std::size_t(l)], points));
+    }
+    return out;
 }
 
 [[noreturn]] void readFailed(const std::string& path, const QString& error)
@@ -451,6 +539,11 @@ compactify merges vertices near a grid node; undefined marks a value (nan allowe
 mask keeps the surface on the non-zero nodes of an array of the volume's shape (relaxed grows
 it by one node first); cores=1 runs the sequential traversal; progress(fraction) is called now
 and then. Ctrl-C raises KeyboardInterrupt.)");
+    m.def("isolines", &isolines, "volume"_a, "values"_a, "axis"_a, "index"_a, "resolution"_a = py::none(),
+          R"(Contour lines of values on the slice of nodes index across axis, as a list of (value, points):
+points (n, 3) float32 in array index coordinates, a closed line repeating its first point. The
+slice is sampled on resolution x resolution points spanning it (16 to 4096; by default one a
+node along its longer side, at least 16), as `vxiso isolines --slice` samples it.)");
     m.def("read", &readFile, "path"_a,
           R"(A volume file as (array, placement): an F-ordered array indexed [x, y, z] in the file's own
 axes (read in place, not copied) and a dict with spacing, origin, format, undefined and

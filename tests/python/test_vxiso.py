@@ -120,6 +120,9 @@ def test_mask_keeps_the_surface_inside():
     (lambda v: vxiso.marching_cubes(v, 0, undefined="nan"), ValueError, "undefined must be a number"),
     (lambda v: vxiso.marching_cubes(v, 0, mask=np.ones((2, 2, 2))), ValueError, "they must match"),
     (lambda v: vxiso.marching_cubes(v, 0, relaxed=True), ValueError, "relaxed belongs to mask"),
+    (lambda v: vxiso.isolines(v, [0], 3, 0), ValueError, "axis must be 0, 1 or 2, not 3"),
+    (lambda v: vxiso.isolines(v, [0], 0, 6), ValueError, "index must be between 0 and 5, not 6"),
+    (lambda v: vxiso.isolines(v, [float("nan")], 0, 1), ValueError, "values must be numbers, not nan"),
     (lambda v: vxiso.read("/nonexistent/head.nii"), OSError, "/nonexistent/head.nii"),
     (lambda v: vxiso.write("/tmp/x.xyz", np.zeros((3, 3)), [[0, 1, 2]]), ValueError, "unknown mesh format"),
     (lambda v: vxiso.write("/tmp/x.ply", np.zeros((3, 3)), [[0, 1, 3]]), ValueError, "refers to vertex 3"),
@@ -176,3 +179,35 @@ def test_read_and_write_round_trip(tmp_path):
     values, placement = vxiso.read(head)
     assert values.shape == (181, 217, 181) and values.dtype == np.uint8 and not values.flags.owndata
     assert placement["origin"] == (-90, -125, -71) and placement["spacing"] == (1, 1, 1)
+
+
+def read_vtk_lines(path):
+    words = open(path).read().split()
+    at = words.index("POINTS")
+    n = int(words[at + 1])
+    points = np.array(words[at + 3:at + 3 + 3 * n], np.float32).reshape(-1, 3)
+    at = words.index("LINES")
+    ids, lines = np.array(words[at + 3:at + 3 + int(words[at + 2])], int), []
+    while len(ids):
+        lines.append(points[ids[1:1 + ids[0]]])
+        ids = ids[1 + ids[0]:]
+    return lines
+
+
+@pytest.mark.parametrize("axis, resolution", [(0, None), (1, None), (2, 40)])
+def test_isolines_as_the_command(tmp_path, axis, resolution):
+    if not os.path.exists(os.path.join(BIN, "vxiso")):
+        pytest.skip("the vxiso command is not built")
+    volume = gyroid((9, 14, 11), "float32")
+    (tmp_path / "v.raw").write_bytes(volume.tobytes())
+    lines = vxiso.isolines(volume, [-0.5, 0, 0.5], axis, 4, resolution)
+    options = ["--resolution", str(resolution)] if resolution else []
+    subprocess.run([os.path.join(BIN, "vxiso"), "isolines", "--raw", str(tmp_path / "v.raw"), "--dims", "11", "14",
+                    "9", "--type", "float32", "--slice", "zyx"[axis], "4", "--values", "-0.5", "0", "0.5",
+                    "-o", str(tmp_path / "l.vtk"), *options], check=True, capture_output=True)
+    want = read_vtk_lines(tmp_path / "l.vtk")
+    assert len(lines) == len(want) > 3
+    assert sorted({value for value, _ in lines}) == [-0.5, 0, 0.5]
+    for (value, points), expected in zip(lines, want):
+        np.testing.assert_allclose(points[:, ::-1], expected, rtol=1e-6)
+        assert (points[:, axis] == 4).all()
