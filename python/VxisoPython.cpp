@@ -2,6 +2,7 @@
 // mesh readers and the surface writers. The engine's arrays become NumPy's without a copy.
 #include <vxiso/VxIsosurfaceExtractor.h>
 #include <vxiso/VxIsosurfaceFilter.h>
+#include <vxiso/VxTetraSurface.h>
 #include <vxiso/isolines/VxIsolineContouring.h>
 
 #include <io/VxMeshReader.h>
@@ -124,9 +125,9 @@ private:
 };
 
 // An engine array as an (n, 3) NumPy array that frees the block when NumPy lets it go.
-template <class T, class V> py::array_t<T> adopt(KxDArray<V>& values)
+template <class T, class V> py::array_t<T> adopt(KxDArray<V>& values, py::ssize_t rows = -1)
 {
-    const py::ssize_t n = py::ssize_t(values.size());
+    const py::ssize_t n = rows < 0 ? py::ssize_t(values.size()) : rows;
     T* block = reinterpret_cast<T*>(values.release());
     if (!block) return py::array_t<T>(std::vector<py::ssize_t>{0, 3});
     py::capsule owner(block, [](void* p) { kxfree(p); });
@@ -345,6 +346,38 @@ py::list isolines(const py::object& object, const std::vector<double>& values, i
     return out;
 }
 
+// The module's surface of a tetrahedral mesh: (verts, faces), the engine's arrays handed over.
+py::tuple tetraSurface(const py::object& pointsArg, const py::object& tetrasArg, const py::object& valuesArg,
+                       double level)
+{
+    using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
+    using Ints = py::array_t<int32_t, py::array::c_style | py::array::forcecast>;
+    const Floats points = Floats::ensure(pointsArg), values = Floats::ensure(valuesArg);
+    const Ints tetras = Ints::ensure(tetrasArg);
+    if (!points || points.ndim() != 2 || points.shape(1) != 3)
+        throw py::value_error("points must be an array of shape (n, 3)");
+    if (!tetras || tetras.ndim() != 2 || tetras.shape(1) != 4)
+        throw py::value_error("tetrahedra must be an array of shape (m, 4)");
+    if (!values || values.ndim() != 1 || values.shape(0) != points.shape(0))
+        throw py::value_error("values must hold one value a point (" + std::to_string(points.shape(0)) + ")");
+    if (std::isnan(level)) throw py::value_error("level must be a number, not nan");
+    if (points.shape(0) > INT32_MAX) throw py::value_error("more points than 32-bit indices can number");
+    const int32_t n = int32_t(points.shape(0));
+    const int32_t* t = tetras.data();
+    for (py::ssize_t i = 0; i < 4 * tetras.shape(0); ++i)
+        if (t[i] < 0 || t[i] >= n)
+            throw py::value_error("tetrahedron " + std::to_string(i / 4) + " refers to point " +
+                                  std::to_string(t[i]) + ", but there are " + std::to_string(n));
+    VxTetraSurface s;
+    {
+        py::gil_scoped_release released;
+        s = VxTetraSurface::extract(points.data(), n, t, 4, std::size_t(tetras.shape(0)), values.data(),
+                                    float(level), nullptr);
+    }
+    return py::make_tuple(adopt<float>(s.xyz, s.numVertices),
+                          adopt<int32_t>(s.triangles, py::ssize_t(s.numTriangles)));
+}
+
 [[noreturn]] void readFailed(const std::string& path, const QString& error)
 {
     const QFileInfo file(QString::fromStdString(path));
@@ -544,6 +577,10 @@ and then. Ctrl-C raises KeyboardInterrupt.)");
 points (n, 3) float32 in array index coordinates, a closed line repeating its first point. The
 slice is sampled on resolution x resolution points spanning it (16 to 4096; by default one a
 node along its longer side, at least 16), as `vxiso isolines --slice` samples it.)");
+    m.def("tetra_surface", &tetraSurface, "points"_a, "tetrahedra"_a, "values"_a, "level"_a,
+          R"(The surface where values on the points of a tetrahedral mesh equal level, as (verts, faces),
+the surface of `vxiso surface MESH`: a point at or above the level counts as above it, each cut
+edge has one vertex, and in a positively oriented tetrahedron each triangle faces the points above.)");
     m.def("read", &readFile, "path"_a,
           R"(A volume file as (array, placement): an F-ordered array indexed [x, y, z] in the file's own
 axes (read in place, not copied) and a dict with spacing, origin, format, undefined and

@@ -33,7 +33,8 @@ def read_ply(path):
             header.append(f.readline().decode().strip())
         counts = {w[1]: int(w[2]) for w in (h.split() for h in header) if w[0] == "element"}
         data = f.read()
-    v = np.frombuffer(data, "<f4", counts["vertex"] * 6).reshape(-1, 6)
+    columns = sum(h.startswith("property float") for h in header)  # 3, or 6 with normals
+    v = np.frombuffer(data, "<f4", counts["vertex"] * columns).reshape(-1, columns)
     faces = np.frombuffer(data, np.dtype([("n", "u1"), ("i", "<i4", 3)]), counts["face"], v.nbytes)
     return v[:, :3], faces["i"], v[:, 3:]
 
@@ -211,3 +212,40 @@ def test_isolines_as_the_command(tmp_path, axis, resolution):
     for (value, points), expected in zip(lines, want):
         np.testing.assert_allclose(points[:, ::-1], expected, rtol=1e-6)
         assert (points[:, axis] == 4).all()
+
+
+def test_tetra_surface_as_the_command(tmp_path):
+    if not os.path.exists(os.path.join(BIN, "vxiso")):
+        pytest.skip("the vxiso command is not built")
+    # A 6^3 lattice of cubes, six tetrahedra a cube, with the distance from the centre on the nodes.
+    n = 7
+    idx = np.arange(n ** 3).reshape(n, n, n)
+    points = np.stack(np.meshgrid(*[np.arange(n)] * 3, indexing="ij"), -1).reshape(-1, 3).astype(np.float32)
+    corners = [idx[i:n - 1 + i, j:n - 1 + j, k:n - 1 + k].ravel() for i in (0, 1) for j in (0, 1) for k in (0, 1)]
+    six = [(0, 1, 3, 7), (0, 3, 2, 7), (0, 2, 6, 7), (0, 6, 4, 7), (0, 4, 5, 7), (0, 5, 1, 7)]
+    tetras = np.concatenate([np.stack([corners[c] for c in t], 1) for t in six]).astype(np.int32)
+    values = np.linalg.norm(points - 3, axis=1).astype(np.float32)
+    mesh = tmp_path / "m.vtk"
+    with open(mesh, "w") as f:
+        f.write(f"# vtk DataFile Version 3.0\nball\nASCII\nDATASET UNSTRUCTURED_GRID\nPOINTS {len(points)} float\n")
+        np.savetxt(f, points, "%g")
+        f.write(f"CELLS {len(tetras)} {5 * len(tetras)}\n")
+        np.savetxt(f, np.hstack([np.full((len(tetras), 1), 4), tetras]), "%d")
+        f.write(f"CELL_TYPES {len(tetras)}\n" + "10\n" * len(tetras))
+        f.write(f"POINT_DATA {len(points)}\nSCALARS d float 1\nLOOKUP_TABLE default\n")
+        np.savetxt(f, values, "%.9g")
+    verts, faces = vxiso.tetra_surface(points, tetras, values, 2.2)
+    subprocess.run([os.path.join(BIN, "vxiso"), "surface", str(mesh), "-t", "2.2", "-o", str(tmp_path / "m.ply")],
+                   check=True, capture_output=True)
+    want_v, want_f, _ = read_ply(tmp_path / "m.ply")
+    assert len(faces) > 100
+    np.testing.assert_array_equal(verts, want_v)
+    np.testing.assert_array_equal(faces, want_f)
+    # The mesh as read gives the same surface.
+    read_values, placement = vxiso.read(str(mesh))
+    assert placement["kind"] == "tetrahedra" and placement["per"] == "node"
+    again = vxiso.tetra_surface(placement["points"], placement["cells"], read_values, 2.2)
+    np.testing.assert_array_equal(again[1], faces)
+    tetras[0, 2] = len(points)
+    with pytest.raises(ValueError, match="tetrahedron 0 refers to point 343, but there are 343"):
+        vxiso.tetra_surface(points, tetras, values, 1)
