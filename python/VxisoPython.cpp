@@ -277,8 +277,7 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
     return py::make_tuple(adopt<float>(coords), adopt<int32_t>(triangles), adopt<float>(normals));
 }
 
-// Contour lines on the slice of nodes `index` across NumPy axis `axis`, in array index coordinates,
-// sampled one sample a node (resolution None) or on resolution x resolution points.
+// Contour lines on the slice of nodes `index` across NumPy axis `axis`, in array index coordinates.
 py::list isolines(const py::object& object, const std::vector<double>& values, int axis, int64_t index,
                   const py::object& resolution)
 {
