@@ -14,7 +14,7 @@ import numpy as np
 
 import vxiso
 
-RUNS = int(sys.argv[1]) if len(sys.argv) > 1 else 5
+RUNS = int(sys.argv[1]) if len(sys.argv) > 1 else 7
 HEAD = "/usr/share/mricron/templates/ch2.nii.gz"
 
 
