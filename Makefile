@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps configure build test demo bench peer-bench tetra-bench isoline-bench clean tsan fuzz-asan format format-check
+.PHONY: all deps configure build test demo bench peer-bench tetra-bench isoline-bench python python-bench clean tsan fuzz-asan format format-check
 
 all: build
 
@@ -48,6 +48,14 @@ fuzz-asan: deps
 		-max_len=4096 -artifact_prefix=$(ASAN_BUILD)/ $(ASAN_BUILD)/fuzz-corpus tests/io/fuzz-seeds \
 		> $(ASAN_BUILD)/fuzz.log 2>&1 || { tail -n 60 $(ASAN_BUILD)/fuzz.log; exit 1; }
 	@grep '^Done' $(ASAN_BUILD)/fuzz.log
+
+# The Python module alone, into $(BUILD)/python (PYTHONPATH=$(BUILD)/python /usr/bin/python3).
+python: deps configure
+	cmake --build $(BUILD) -j $(JOBS) --target vxiso_python
+
+# vxiso.marching_cubes against scikit-image and VTK's flying edges, one thread, in one process.
+python-bench: python
+	PYTHONPATH=$(BUILD)/python /usr/bin/python3 bench/python_bench.py
 
 demo: build
 	@scripts/demo.sh $(BUILD)

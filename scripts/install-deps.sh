@@ -10,9 +10,11 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format
   mricron-data
+  python3-dev python3-pybind11 python3-numpy
 )
-# Test-only cross-checks (gmsh makes the test meshes) and the peer benchmark; wanted but not required.
-optional=(python3-vtk9 python3-numpy python3-contourpy libvtk9-dev gmsh)
+# Test-only cross-checks (gmsh makes the test meshes; pytest runs the Python module's tests) and the
+# peer benchmarks; wanted but not required.
+optional=(python3-vtk9 python3-contourpy libvtk9-dev gmsh python3-pytest python3-skimage)
 
 missing=()
 for p in "${packages[@]}" "${optional[@]}"; do

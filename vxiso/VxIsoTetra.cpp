@@ -1,4 +1,5 @@
 #include <vxiso/VxIsoTetra.h>
+#include <vxiso/VxTetraSurface.h>
 
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
@@ -23,45 +24,6 @@ QString tr(const char* text)
 {
     return VxModule::translate("VxIsoTetra", text);
 }
-
-// The crossing edges of each case (bit i set: node i at or above the threshold), as node pairs of
-// the tetrahedron, in the order their vertices make the triangles: three edges give (u0, u1, u2),
-// four give (u0, u1, u2) and (u2, u3, u0).
-//
-// Orientation: case 1 fixes it and every other case follows. In a tetrahedron with
-// det(P1 - P0, P2 - P0, P3 - P0) > 0 every triangle's normal (u1 - u0) x (u2 - u0) points towards
-// the nodes at or above the threshold; in a negatively oriented one it points away from them. A
-// mesh whose tetrahedra all have one orientation thus gets a consistently oriented surface.
-struct TetraCase
-{
-    int count;
-    signed char edges[4][2];
-};
-constexpr TetraCase g_tetraCases[16] = {
-    {0, {}},
-    {3, {{0, 1}, {0, 3}, {0, 2}}},
-    {3, {{0, 1}, {1, 2}, {1, 3}}},
-    {4, {{1, 2}, {1, 3}, {0, 3}, {0, 2}}},
-    {3, {{0, 2}, {2, 3}, {1, 2}}},
-    {4, {{0, 1}, {0, 3}, {2, 3}, {1, 2}}},
-    {4, {{0, 2}, {2, 3}, {1, 3}, {0, 1}}},
-    {3, {{0, 3}, {2, 3}, {1, 3}}},
-    {3, {{0, 3}, {1, 3}, {2, 3}}},
-    {4, {{1, 3}, {2, 3}, {0, 2}, {0, 1}}},
-    {4, {{0, 1}, {1, 2}, {2, 3}, {0, 3}}},
-    {3, {{0, 2}, {1, 2}, {2, 3}}},
-    {4, {{0, 3}, {1, 3}, {1, 2}, {0, 2}}},
-    {3, {{0, 1}, {1, 3}, {1, 2}}},
-    {3, {{0, 1}, {0, 2}, {0, 3}}},
-    {0, {}},
-};
-
-// A grid edge that carries a vertex, kept at its higher-numbered end node.
-struct Edge
-{
-    int32_t node;   // the lower-numbered end node
-    int32_t vertex; // the surface vertex on the edge
-};
 
 } // namespace
 
@@ -173,67 +135,14 @@ void VxIsoTetra::computeIsosurface(float threshold)
     const float* values = !m_nodeValues.empty()                                     ? m_nodeValues.data()
                           : m_field->getEncoding() == VxTetraScalarField3::PER_NODE ? m_field->getValues()
                                                                                     : nullptr;
-    // A field without values has no surface.
-    const std::size_t T = values ? std::size_t(grid.getNumTetras()) : 0;
-    std::vector<KxSmallArray<Edge, 6>> edges(std::size_t(grid.getNumNodes()));
-    // The upper bounds: four vertices and two triangles a tetrahedron.
-    KxDArray<float> xyz(3 * 4 * T);
-    KxDArray<int32_t> triangles(3 * 2 * T);
-    int32_t numVertices = 0;
-    std::size_t numTriangles = 0;
-    KxProgressInterface* progress = VxApplication::instance()->progress();
-
-    for (std::size_t t = 0; t < T; ++t) {
-        if ((t & 0xffff) == 0) progress->setProgressValue(float(t) / float(T));
-        const VxTetraGrid::Tetra& tet = grid.getTetras()[t];
-        float s[4];
-        int c = 0;
-        for (int i = 0; i < 4; ++i) {
-            s[i] = values[tet.nodes[i]];
-            c |= int(s[i] >= threshold) << i;
-        }
-        if (c == 0 || c == 15) continue;
-        // A missing value (NaN) has no place to interpolate to.
-        if (s[0] != s[0] || s[1] != s[1] || s[2] != s[2] || s[3] != s[3]) continue;
-        const TetraCase& tc = g_tetraCases[c];
-        int32_t u[4];
-        for (int e = 0; e < tc.count; ++e) {
-            const int i = tc.edges[e][0], j = tc.edges[e][1];
-            const int32_t a = std::min(tet.nodes[i], tet.nodes[j]), b = std::max(tet.nodes[i], tet.nodes[j]);
-            KxSmallArray<Edge, 6>& list = edges[std::size_t(b)];
-            const Edge* found =
-                std::find_if(list.begin(), list.end(), [a](const Edge& x) { return x.node == a; });
-            if (found != list.end()) {
-                u[e] = found->vertex;
-                continue;
-            }
-            const KxVec3f p = grid.getNode(tet.nodes[i]), q = grid.getNode(tet.nodes[j]);
-            const float w = threshold - s[i], d = s[j] - s[i];
-            float* out = &xyz[3 * std::size_t(numVertices)];
-            out[0] = p.x + w * (q.x - p.x) / d;
-            out[1] = p.y + w * (q.y - p.y) / d;
-            out[2] = p.z + w * (q.z - p.z) / d;
-            list.push_back({a, numVertices});
-            u[e] = numVertices++;
-        }
-        int32_t* tri = &triangles[3 * numTriangles];
-        tri[0] = u[0], tri[1] = u[1], tri[2] = u[2];
-        ++numTriangles;
-        if (tc.count == 4) {
-            tri[3] = u[2], tri[4] = u[3], tri[5] = u[0];
-            ++numTriangles;
-        }
-    }
-    edges.clear();
-    edges.shrink_to_fit();
-
-    xyz.resize(3 * std::size_t(numVertices));
-    xyz.shrinkToFit();
-    triangles.resize(3 * numTriangles);
-    triangles.shrinkToFit();
+    static_assert(sizeof(VxTetraGrid::Tetra) % sizeof(int32_t) == 0, "tetrahedra are read as int32 rows");
+    VxTetraSurface s = VxTetraSurface::extract(
+        grid.getNodes(), grid.getNumNodes(), grid.getNumTetras() ? grid.getTetras()->nodes : nullptr,
+        sizeof(VxTetraGrid::Tetra) / sizeof(int32_t), std::size_t(grid.getNumTetras()), values, threshold,
+        VxApplication::instance()->progress());
     m_surface->normals.setNum(0);
-    m_surface->adoptCoords(numVertices, xyz.release());
-    m_surface->adoptTriangles(int(numTriangles), triangles.release());
+    m_surface->adoptCoords(s.numVertices, s.xyz.release());
+    m_surface->adoptTriangles(int(s.numTriangles), s.triangles.release());
 }
 
 void VxIsoTetra::savePorts(FILE* fp)

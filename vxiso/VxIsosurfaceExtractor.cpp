@@ -9,6 +9,7 @@
 #include <vxiso/extractor/VxIsosurfaceStandardCubes.h>
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 
+#include <kx/KxException.h>
 #include <kx/KxThread.h>
 #include <oiv/SoTriSurface.h>
 #include <vx/VxCoord3.h>
@@ -138,7 +139,8 @@ class VxIsosurfaceExtractor::Session
 public:
     Session(SoTriSurface* surface, KxProgressInterface* progress) : m_surface(surface), m_progress(progress)
     {
-        for (SoField* f : fields()) f->enableNotify(FALSE);
+        if (m_surface)
+            for (SoField* f : fields()) f->enableNotify(FALSE);
         if (m_progress) {
             m_progress->startWorking(
                 QCoreApplication::translate("VxIsosurfaceExtractor", "Computing Isosurface..."));
@@ -151,6 +153,7 @@ public:
             m_progress->setProgressValue(1.f);
             m_progress->stopWorking();
         }
+        if (!m_surface) return;
         for (SoField* f : fields()) {
             f->enableNotify(TRUE);
             f->touch();
@@ -170,7 +173,10 @@ template <class Filter> void VxIsosurfaceExtractor::compute(const Filter& filter
 {
     const Session session(m_surface, m_progress);
     // Whatever is not computed below (an unsupported type or setting) leaves an empty surface.
-    m_surface->clearGeometry();
+    if (m_surface) m_surface->clearGeometry();
+    m_triangles = {};
+    m_coords = {};
+    m_normals = {};
 
     // What the worker throws (memory exhaustion, a surface too large to number) comes back out of
     // wait() here, on the caller's thread, where the module reports it.
@@ -178,12 +184,15 @@ template <class Filter> void VxIsosurfaceExtractor::compute(const Filter& filter
     worker.start();
     float shown = 0.f;
     while (!worker.wait(250)) {
+        if (m_progress && m_progress->wasInterrupted()) m_workerProgress.interrupt();
         const float value = m_workerProgress.getProgressValue();
         if (m_progress && value > shown) {
             m_progress->setProgressValue(value);
             shown = value;
         }
     }
+    // A Ctrl-C during a short extraction still discards it, as one during a long one does.
+    if (m_progress && m_progress->wasInterrupted()) throw KxInterrupted();
 }
 
 template <class Filter> void VxIsosurfaceExtractor::doCompute(const Filter& filter)
@@ -251,6 +260,17 @@ void VxIsosurfaceExtractor::handOver(KxDArray<KxVec3i>& triangles, KxDArray<KxVe
                                      KxDArray<KxVec3f>& normals, bool snapped)
 {
     if (snapped) m_degenerateCount += triangles.removeIf(vxiso::tools::isDegenerate);
+    if (!m_surface) {
+        triangles.shrinkToFit();
+        coords.shrinkToFit();
+        normals.shrinkToFit();
+        if (snapped)
+            for (KxVec3f& v : normals) v = vxiso::tools::unitNormal(v);
+        m_triangles = std::move(triangles);
+        m_coords = std::move(coords);
+        m_normals = std::move(normals);
+        return;
+    }
     if (!triangles.empty()) {
         triangles.shrinkToFit();
         const int n = int(triangles.size());

@@ -18,7 +18,9 @@ class CurvField3Accessor;
 // accessor of the field's coordinates and value type, standard or compact cubes, the sequential
 // traversal or slabs along the longest axis on all cores, and hands the resulting arrays to the
 // surface without copying. The work runs on a worker thread while the calling thread forwards
-// progress. Unsupported value types or settings produce an empty surface, silently.
+// progress. Unsupported value types or settings produce an empty surface, silently. Without a
+// surface the arrays stay with the extractor for takeArrays(). When the caller's progress reports
+// an interruption, the traversal stops at its next cell layer and compute() throws KxInterrupted.
 class VxIsosurfaceExtractor
 {
 public:
@@ -35,6 +37,12 @@ public:
     void compute();
     // Extraction with any node filter (vxiso::filter::UndefinedValue or LabelIsoSurfaceFilter).
     template <class Filter> void compute(const Filter& filter);
+
+    // The arrays of the last extraction when it had no surface (kxmalloc'd blocks, released to the
+    // caller, who frees them with kxfree); the extractor keeps none of them.
+    KxDArray<KxVec3i> takeTriangles() { return std::move(m_triangles); }
+    KxDArray<KxVec3f> takeCoords() { return std::move(m_coords); }
+    KxDArray<KxVec3f> takeNormals() { return std::move(m_normals); }
 
     // Triangles dropped because compactification collapsed them.
     uint64_t getDegenerateCount() const { return m_degenerateCount; }
@@ -58,16 +66,20 @@ public:
     static vxiso::tools::CurvField3Accessor curvilinearAccessor(const VxRegScalarField3& field);
 
 private:
-    // Progress of the traversal: one float written by the traversal, read by the caller.
+    // Progress of the traversal: one float written by the traversal, read by the caller, and the
+    // caller's interruption passed the other way.
     class MyProgressInterface : public KxProgressInterface
     {
     public:
         void setProgressValue(float value) override { m_value.store(value, std::memory_order_relaxed); }
         float getProgressValue() const override { return m_value.load(std::memory_order_relaxed); }
+        bool wasInterrupted() override { return m_interrupted.load(std::memory_order_relaxed); }
+        void interrupt() { m_interrupted.store(true, std::memory_order_relaxed); }
 
     private:
         // Written by the traversal, read by the polling thread; no lock, only a torn-free value.
         std::atomic<float> m_value{0.f};
+        std::atomic<bool> m_interrupted{false};
     };
     class Session;
     // Runs doCompute on a thread of its own.
@@ -98,6 +110,9 @@ private:
     MyProgressInterface m_workerProgress;
     uint64_t m_degenerateCount = 0;
     double m_elapsedTime = 0.0;
+    KxDArray<KxVec3i> m_triangles;
+    KxDArray<KxVec3f> m_coords;
+    KxDArray<KxVec3f> m_normals;
     std::size_t m_slabCount = 0;
     int m_splitAxis = -1;
 };

@@ -20,6 +20,13 @@ private:
     std::string m_utf8;
 };
 
+// Work stopped because its progress sink reported an interruption (Ctrl-C).
+class KxInterrupted : public KxException
+{
+public:
+    KxInterrupted() : KxException("interrupted") {}
+};
+
 // Memory that could not be had, with its size, so that a message can say how much was asked for.
 // Still a std::bad_alloc for code that catches only that. Building it allocates nothing.
 class KxOutOfMemory : public std::bad_alloc

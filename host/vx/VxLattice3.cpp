@@ -21,6 +21,17 @@ VxLattice3::VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, v
     }
 }
 
+static void keepBorrowed(void*) {}
+
+VxLattice3::VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data, VxBorrowedValues)
+    : m_dims(dims), m_type(type), m_data(data, &keepBorrowed), m_coords(coords)
+{
+    if (!type.isValid()) throw KxException("unknown primitive type of lattice values");
+    const QString bad = KxLatticeSize::check(dims, type);
+    if (!bad.isEmpty()) throw KxException("lattice " + bad);
+    if (!data && byteSize()) throw KxException("lattice of borrowed values without values");
+}
+
 double VxLattice3::valueAt(int64_t index) const
 {
     double v = 0;

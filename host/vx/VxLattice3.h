@@ -8,14 +8,22 @@
 
 class VxCellBuckets;
 
+// Tag of the constructors that read values kept by someone else (an array of another language, a
+// mapped file): the lattice never frees them, and their owner keeps them alive while it lives.
+struct VxBorrowedValues
+{
+};
+
 // Values of one primitive type on a 3-D lattice of nodes (x fastest, then y, then z), with the
-// coordinates of the nodes. Owns both.
+// coordinates of the nodes. Owns both, unless the values are borrowed.
 class VxLattice3
 {
 public:
     // Adopts data (allocated with kxmalloc) and coords when given, even when it throws; otherwise
     // allocates zeroed values. Throws KxException for dimensions too large to index.
     VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data = nullptr);
+    // Reads data in place without owning it; adopts coords. data must hold the dims' values.
+    VxLattice3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data, VxBorrowedValues);
     VxLattice3(const VxLattice3&) = delete;
     VxLattice3& operator=(const VxLattice3&) = delete;
     ~VxLattice3();

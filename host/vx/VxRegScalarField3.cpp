@@ -14,6 +14,12 @@ VxRegScalarField3::VxRegScalarField3(const KxDim3l& dims, KxPrimType type, VxCoo
 {
 }
 
+VxRegScalarField3::VxRegScalarField3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data,
+                                     VxBorrowedValues borrowed)
+    : m_lattice(dims, type, coords, data, borrowed)
+{
+}
+
 namespace {
 
 // Smallest and largest value, NaN left out, and every value equal to `skip` left out when skipping.
@@ -82,6 +88,12 @@ static KxBox3f unitSpacingBox(const KxDim3l& d)
 
 VxUniformScalarField3::VxUniformScalarField3(const KxDim3l& dims, KxPrimType type, void* data)
     : VxRegScalarField3(dims, type, new VxUniformCoord3(dims, unitSpacingBox(dims)), data)
+{
+}
+
+VxUniformScalarField3::VxUniformScalarField3(const KxDim3l& dims, KxPrimType type, void* data,
+                                             VxBorrowedValues borrowed)
+    : VxRegScalarField3(dims, type, new VxUniformCoord3(dims, unitSpacingBox(dims)), data, borrowed)
 {
 }
 

@@ -10,6 +10,8 @@ class VxRegScalarField3 : public VxScalarField3
 public:
     // Takes ownership of coords and of data (kxmalloc'd; null allocates zeroed values).
     VxRegScalarField3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data = nullptr);
+    // Reads data in place; its owner keeps it alive while the field lives (see VxBorrowedValues).
+    VxRegScalarField3(const KxDim3l& dims, KxPrimType type, VxCoord3* coords, void* data, VxBorrowedValues);
 
     VxLattice3& lattice() { return m_lattice; }
     const VxLattice3& lattice() const { return m_lattice; }
@@ -74,6 +76,8 @@ public:
     // Adopts data (kxmalloc'd) when given, else allocates zeroed values. The box defaults to
     // [0, n-1] per axis.
     VxUniformScalarField3(const KxDim3l& dims, KxPrimType type, void* data = nullptr);
+    // Reads data in place; its owner keeps it alive while the field lives (see VxBorrowedValues).
+    VxUniformScalarField3(const KxDim3l& dims, KxPrimType type, void* data, VxBorrowedValues);
     // Keeps the spacing of axes of one node (see VxUniformCoord3).
     void setBoundingBox(const KxBox3f& box);
     // The box, and the spacing that axes of one node keep.

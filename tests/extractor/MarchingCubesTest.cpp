@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <random>
 #include <set>
@@ -457,4 +458,49 @@ TEST(ExtractorFrontEnd, EmptyResultLeavesAnEmptySurfaceAndUnknownCubesComputeNot
                 x.compute();
                 EXPECT_EQ(s->getNumTriangles() + s->coords.getNum() + s->normals.getNum(), 0);
             }
+}
+
+// A field on borrowed values, extracted without a surface, gives the surface path's arrays, and the
+// caller's values outlive the field (a lattice freeing them would crash on the vector's release).
+TEST(ExtractorFrontEnd, BorrowedValuesWithoutSurfaceGiveTheSurfaceArrays)
+{
+    KxHandle<VxUniformScalarField3> owned = makeField<short>(23, 19, 17, sphere(11, 9, 8, 7, 20, 100));
+    const std::vector<short> values(static_cast<const short*>(owned->lattice().dataPtr()),
+                                    static_cast<const short*>(owned->lattice().dataPtr()) + 23 * 19 * 17);
+    for (int64_t cores : {1, 3})
+        for (int compact : {0, 1}) {
+            const Result want = run(*owned, Undefined(*owned), compact, cores);
+            auto* borrowed = new VxUniformScalarField3(KxDim3l{23, 19, 17}, KxPrimType::INT16,
+                                                       const_cast<short*>(values.data()), VxBorrowedValues());
+            const KxHandle<VxUniformScalarField3> hold(borrowed);
+            EXPECT_EQ(borrowed->lattice().dataPtr(), values.data());
+            VxIsosurfaceExtractor x(borrowed, nullptr, nullptr);
+            x.isoValue = 100.f, x.compact = compact, x.numberOfCores = cores;
+            x.compute();
+            const KxDArray<KxVec3i> t = x.takeTriangles();
+            const KxDArray<KxVec3f> c = x.takeCoords();
+            ASSERT_GT(t.size(), 100u);
+            ASSERT_EQ(t.size() * 3, want.mesh.triangles.size());
+            ASSERT_EQ(c.size() * 3, want.mesh.coords.size());
+            EXPECT_EQ(0, std::memcmp(t.data(), want.mesh.triangles.data(), t.size() * sizeof(KxVec3i)));
+            EXPECT_EQ(0, std::memcmp(c.data(), want.mesh.coords.data(), c.size() * sizeof(KxVec3f)));
+            EXPECT_TRUE(x.takeTriangles().empty()); // taken, not kept
+        }
+}
+
+// An interruption reported by the caller's progress stops every path with KxInterrupted.
+TEST(ExtractorFrontEnd, InterruptionStopsEveryPath)
+{
+    struct Interrupted : KxProgressInterface
+    {
+        void setProgressValue(float) override {}
+        bool wasInterrupted() override { return true; }
+    } progress;
+    KxHandle<VxUniformScalarField3> f = makeField<float>(40, 40, 40, sphere(20, 20, 20, 15));
+    for (int64_t cores : {1, 2})
+        for (int compact : {0, 1}) {
+            VxIsosurfaceExtractor x(f, nullptr, &progress);
+            x.compact = compact, x.numberOfCores = cores;
+            EXPECT_THROW(x.compute(), KxInterrupted) << "cores " << cores << ", compact " << compact;
+        }
 }

@@ -2,6 +2,7 @@
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 
 #include <kx/KxBox3.h>
+#include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
 
 #include <vector>
@@ -129,7 +130,10 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
     if (progress) progress->setProgressValue(0.f);
     const float step = 1.f / float(cellsZ);
     for (int k = box.zmin; k < box.zmax - 1; ++k) {
-        if (progress) progress->setProgressValue(float(m_slicesDone) * step);
+        if (progress) {
+            if (progress->wasInterrupted()) throw KxInterrupted();
+            progress->setProgressValue(float(m_slicesDone) * step);
+        }
         m_rowsDone = 0;
         m_slicePos = 0;
         for (int j = box.ymin; j < box.ymax - 1; ++j) {

@@ -146,7 +146,7 @@ public:
         m_trianglesOut = m_triangles.data();
         forEachSlab(slabs, [this, progress](ThreadSpecificData& d) {
             VxIsosurfaceMarchingCubes<Tools, Self> walk(m_tools, *this, d.index);
-            walk.walkBox(d.box, d);
+            walk.walkBox(d.box, d, progress ? progress->interruption() : nullptr);
             d.index = typename Tools::Index(); // the classification's memory, no longer needed
             if (progress) progress->slabDone(ownedLayers(d));
         });

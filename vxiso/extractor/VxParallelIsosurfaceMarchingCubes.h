@@ -26,9 +26,22 @@ public:
         const int64_t done = m_done.fetch_add(layers, std::memory_order_relaxed) + layers;
         if (m_sink) m_sink->setProgressValue(float(std::min(done, m_layers)) / float(m_layers));
     }
+    // What a slab's traversal reports to: interruption only; the slab's layers count when it ends.
+    KxProgressInterface* interruption() { return &m_interruption; }
 
 private:
+    class Interruption : public KxProgressInterface
+    {
+    public:
+        explicit Interruption(KxProgressInterface* sink) : m_sink(sink) {}
+        void setProgressValue(float) override {}
+        bool wasInterrupted() override { return m_sink && m_sink->wasInterrupted(); }
+
+    private:
+        KxProgressInterface* m_sink;
+    };
     KxProgressInterface* m_sink;
+    Interruption m_interruption{m_sink};
     int64_t m_layers;
     std::atomic<int64_t> m_done{0};
 };
@@ -133,6 +146,7 @@ public:
         if (box.ymax < tools.ny) box.ymax += 1;
         if (box.zmax < tools.nz) box.zmax += 1;
 
+        if (progress && progress->interruption()->wasInterrupted()) throw KxInterrupted();
         std::vector<Record>& mine = cubes.store.local();
         mine.emplace_back();
         Record& record = mine.back();
@@ -146,7 +160,7 @@ public:
         } else {
             // Traversal state belongs to the slab: nothing of it is shared between threads.
             VxIsosurfaceMarchingCubes<Tools, Cubes> marchingCubes(tools, cubes);
-            marchingCubes.computeBox(box, record);
+            marchingCubes.computeBox(box, record, progress ? progress->interruption() : nullptr);
             if (progress)
                 progress->slabDone(int64_t(s == 0   ? r.cols().size()
                                            : s == 1 ? r.rows().size()
