@@ -43,3 +43,23 @@ private:
 };
 
 } // namespace meshkit
+
+// The actions a property node of the kit takes part in, each of them making the node current
+// through its doAction (declared in the class as the overrides of SoNode's).
+#define MESHKIT_PROPERTY_ACTIONS(Class)                                                                      \
+    void Class::GLRender(SoGLRenderAction* action)                                                           \
+    {                                                                                                        \
+        doAction(action);                                                                                    \
+    }                                                                                                        \
+    void Class::callback(SoCallbackAction* action)                                                           \
+    {                                                                                                        \
+        doAction(action);                                                                                    \
+    }                                                                                                        \
+    void Class::getBoundingBox(SoGetBoundingBoxAction* action)                                               \
+    {                                                                                                        \
+        doAction(action);                                                                                    \
+    }                                                                                                        \
+    void Class::pick(SoPickAction* action)                                                                   \
+    {                                                                                                        \
+        doAction(action);                                                                                    \
+    }

@@ -41,24 +41,6 @@ void PoMesh::doAction(SoAction* action)
     PoKitElement::setMesh(action->getState(), this, this);
 }
 
-void PoMesh::GLRender(SoGLRenderAction* action)
-{
-    doAction(action);
-}
-
-void PoMesh::callback(SoCallbackAction* action)
-{
-    doAction(action);
-}
-
-void PoMesh::getBoundingBox(SoGetBoundingBoxAction* action)
-{
-    doAction(action);
-}
-
-void PoMesh::pick(SoPickAction* action)
-{
-    doAction(action);
-}
+MESHKIT_PROPERTY_ACTIONS(PoMesh)
 
 } // namespace meshkit

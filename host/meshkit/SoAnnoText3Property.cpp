@@ -32,24 +32,6 @@ void SoAnnoText3Property::doAction(SoAction* action)
     PoKitElement::setTextProperty(action->getState(), this, this);
 }
 
-void SoAnnoText3Property::GLRender(SoGLRenderAction* action)
-{
-    doAction(action);
-}
-
-void SoAnnoText3Property::callback(SoCallbackAction* action)
-{
-    doAction(action);
-}
-
-void SoAnnoText3Property::getBoundingBox(SoGetBoundingBoxAction* action)
-{
-    doAction(action);
-}
-
-void SoAnnoText3Property::pick(SoPickAction* action)
-{
-    doAction(action);
-}
+MESHKIT_PROPERTY_ACTIONS(SoAnnoText3Property)
 
 } // namespace meshkit
