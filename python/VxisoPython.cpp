@@ -5,6 +5,7 @@
 #include <vxiso/VxTetraSurface.h>
 #include <vxiso/isolines/VxIsolineContouring.h>
 
+#include <io/VxBlockReader.h>
 #include <io/VxMeshReader.h>
 #include <io/VxSurfaceWriter.h>
 #include <io/VxVolumeReader.h>
@@ -12,12 +13,16 @@
 #include <kx/KxException.h>
 #include <kx/KxMemory.h>
 #include <kx/KxMorphology.h>
+#include <kx/KxVec3.h>
 #include <oiv/SoTriSurface.h>
+#include <vx/VxBlockStructuredScalarField3.h>
 #include <vx/VxHexaScalarField3.h>
 #include <vx/VxLabelLattice3.h>
 #include <vx/VxLocation3.h>
+#include <vx/VxRectilinearCoord3.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
+#include <vx/VxUniformLabelField3.h>
 #include <vx/VxUnstructuredGrid.h>
 
 #include <Inventor/SoDB.h>
@@ -345,9 +350,10 @@ py::list isolines(const py::object& object, const std::vector<double>& values, i
     return out;
 }
 
-// The module's surface of a tetrahedral mesh: (verts, faces), the engine's arrays handed over.
+// The module's surface of a tetrahedral mesh: (verts, faces, normals), the engine's arrays handed
+// over; the normals are those the module's surface is lit with.
 py::tuple tetraSurface(const py::object& pointsArg, const py::object& tetrasArg, const py::object& valuesArg,
-                       double level)
+                       double level, const py::object& progress)
 {
     using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
     using Ints = py::array_t<int32_t, py::array::c_style | py::array::forcecast>;
@@ -367,14 +373,26 @@ py::tuple tetraSurface(const py::object& pointsArg, const py::object& tetrasArg,
         if (t[i] < 0 || t[i] >= n)
             throw py::value_error("tetrahedron " + std::to_string(i / 4) + " refers to point " +
                                   std::to_string(t[i]) + ", but there are " + std::to_string(n));
+    PythonProgress sink(progress);
     VxTetraSurface s;
-    {
+    KxDArray<KxVec3f> normals;
+    try {
         py::gil_scoped_release released;
         s = VxTetraSurface::extract(points.data(), n, t, 4, std::size_t(tetras.shape(0)), values.data(),
-                                    float(level), nullptr);
+                                    float(level), &sink);
+        normals.resize(std::size_t(s.numVertices));
+        static_assert(sizeof(SbVec3f) == sizeof(KxVec3f), "normals are written as Inventor vectors");
+        SoTriSurface::areaWeightedNormals(s.numVertices, reinterpret_cast<const SbVec3f*>(s.xyz.data()),
+                                          int(s.numTriangles), s.triangles.data(),
+                                          reinterpret_cast<SbVec3f*>(normals.data()));
+    } catch (const KxInterrupted&) {
+        sink.raise();
+    } catch (const std::bad_alloc&) {
+        PyErr_SetString(PyExc_MemoryError, "not enough memory for the surface of the tetrahedra");
+        throw py::error_already_set();
     }
     return py::make_tuple(adopt<float>(s.xyz, s.numVertices),
-                          adopt<int32_t>(s.triangles, py::ssize_t(s.numTriangles)));
+                          adopt<int32_t>(s.triangles, py::ssize_t(s.numTriangles)), adopt<float>(normals));
 }
 
 [[noreturn]] void readFailed(const std::string& path, const QString& error)
@@ -387,18 +405,21 @@ py::tuple tetraSurface(const py::object& pointsArg, const py::object& tetrasArg,
     throw py::value_error(error.toStdString());
 }
 
-// A data object's array without a copy: NumPy holds a reference to the object.
+// A data object's array without a copy: NumPy holds a reference to the object. strides in bytes;
+// empty gives the dense array in F or C order.
 py::array viewOf(VxObject* owner, const py::dtype& dtype, std::vector<py::ssize_t> shape, const void* data,
-                 bool fortran)
+                 bool fortran, std::vector<py::ssize_t> strides = {})
 {
     owner->ref();
     py::capsule keep(owner, [](void* p) { static_cast<VxObject*>(p)->unref(); });
-    std::vector<py::ssize_t> strides(shape.size());
-    py::ssize_t stride = dtype.itemsize();
-    for (std::size_t i = 0; i < shape.size(); ++i) {
-        const std::size_t a = fortran ? i : shape.size() - 1 - i;
-        strides[a] = stride;
-        stride *= shape[a];
+    if (strides.empty()) {
+        strides.resize(shape.size());
+        py::ssize_t stride = dtype.itemsize();
+        for (std::size_t i = 0; i < shape.size(); ++i) {
+            const std::size_t a = fortran ? i : shape.size() - 1 - i;
+            strides[a] = stride;
+            stride *= shape[a];
+        }
     }
     return py::array(dtype, shape, strides, data, keep);
 }
@@ -410,13 +431,29 @@ py::dtype dtypeOf(KxPrimType type)
                                                   : type.name());
 }
 
+using DataHold = std::unique_ptr<VxSpatialData, void (*)(VxSpatialData*)>;
+DataHold hold(VxSpatialData* data)
+{
+    data->ref();
+    return DataHold(data, [](VxSpatialData* d) { d->unref(); });
+}
+
+// The 4 x 4 matrix that places a data object in space (column vectors), or None.
+py::object transformOf(const VxSpatialData& data)
+{
+    SbMatrix m;
+    if (!data.getTransform(m)) return py::none();
+    py::array_t<float> t({4, 4});
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) t.mutable_at(i, j) = m[j][i]; // Inventor's rows are columns
+    return std::move(t);
+}
+
 // A mesh as its values (per node or per cell, as the file gives them) and a placement that holds
 // the nodes and the cells; the values and nodes are read in place.
 py::tuple meshArrays(VxSpatialData* data, const VxVolumeInfo& info)
 {
-    data->ref();
-    const std::unique_ptr<VxSpatialData, void (*)(VxSpatialData*)> hold(data,
-                                                                        [](VxSpatialData* d) { d->unref(); });
+    const DataHold held = hold(data);
     const VxUnstructuredGrid* grid = nullptr;
     const float* values = nullptr;
     std::size_t count = 0;
@@ -447,49 +484,126 @@ py::tuple meshArrays(VxSpatialData* data, const VxVolumeInfo& info)
     placement["cells"] = cells;
     placement["kind"] = cells.shape(1) == 4 ? "tetrahedra" : "hexahedra";
     placement["per"] = encoding == 0 ? "node" : encoding == 1 ? "corner" : "cell";
+    placement["transform"] = transformOf(*data);
     return py::make_tuple(viewOf(data, py::dtype("float32"), {py::ssize_t(count)}, values, false), placement);
 }
 
-py::tuple readFile(const std::string& path)
+// Where a lattice's nodes are: spacing and origin of uniform coordinates, the planes of each axis of
+// rectilinear ones, every node's position of curvilinear ones (viewed in place).
+void placeNodes(VxRegScalarField3* field, py::dict& placement)
+{
+    const KxDim3l& d = field->getDims();
+    VxCoord3* coords = field->lattice().coords();
+    switch (field->coordType()) {
+    case VX_COORD_UNIFORM: {
+        const KxVec3f s = static_cast<VxUniformCoord3*>(coords)->getVoxelSize();
+        const KxBox3f box = coords->getBoundingBox();
+        placement["kind"] = "uniform";
+        placement["spacing"] = py::make_tuple(s.x, s.y, s.z);
+        placement["origin"] = py::make_tuple(box.xmin, box.ymin, box.zmin);
+        break;
+    }
+    case VX_COORD_RECTILINEAR: {
+        const auto* axes = static_cast<VxRectilinearCoord3*>(coords);
+        placement["kind"] = "rectilinear";
+        placement["axes"] =
+            py::make_tuple(viewOf(field, py::dtype("float32"), {d.nx}, axes->coords(0), false),
+                           viewOf(field, py::dtype("float32"), {d.ny}, axes->coords(1), false),
+                           viewOf(field, py::dtype("float32"), {d.nz}, axes->coords(2), false));
+        break;
+    }
+    case VX_COORD_CURVILINEAR: {
+        // points[i, j, k] is node (i, j, k); the reader keeps x, y, z together, x fastest.
+        const py::ssize_t f = sizeof(float);
+        placement["kind"] = "curvilinear";
+        placement["points"] = viewOf(field, py::dtype("float32"), {d.nx, d.ny, d.nz, 3},
+                                     static_cast<VxCurvilinearCoord3*>(coords)->positions(), true,
+                                     {3 * f, 3 * f * d.nx, 3 * f * d.nx * d.ny, f});
+        break;
+    }
+    default:
+        throw py::value_error("the volume reader returned coordinates of an unknown kind");
+    }
+}
+
+// A lattice's values as an F-ordered array indexed [x, y, z] (the file's axes, as marching_cubes
+// places them), read in place, and its placement.
+py::tuple latticeArrays(VxSpatialData* data, const QString& format)
+{
+    const DataHold held = hold(data);
+    py::dict placement;
+    placement["format"] = format.toStdString();
+    py::array values;
+    if (auto* labels = dynamic_cast<VxUniformLabelField3*>(data)) {
+        const KxDim3l& d = labels->getDims();
+        values = viewOf(labels, dtypeOf(labels->lattice().primType()), {d.nx, d.ny, d.nz},
+                        labels->lattice().getLabels(0), true);
+        const KxVec3f s = labels->getVoxelSize();
+        const KxBox3f box = labels->getBoundingBox();
+        placement["kind"] = "labels";
+        placement["spacing"] = py::make_tuple(s.x, s.y, s.z);
+        placement["origin"] = py::make_tuple(box.xmin, box.ymin, box.zmin);
+        placement["undefined"] = py::none();
+    } else if (auto* field = dynamic_cast<VxRegScalarField3*>(data)) {
+        const KxDim3l& d = field->getDims();
+        values =
+            viewOf(field, dtypeOf(field->primType()), {d.nx, d.ny, d.nz}, field->lattice().dataPtr(), true);
+        placeNodes(field, placement);
+        placement["undefined"] =
+            field->hasUndefinedValue() ? py::object(py::float_(field->getUndefinedValue())) : py::none();
+    } else {
+        throw py::value_error("the volume reader returned no lattice");
+    }
+    placement["transform"] = transformOf(*data);
+    return py::make_tuple(values, placement);
+}
+
+// The blocks of a multi-block field, each read as latticeArrays reads a volume.
+py::tuple blockArrays(VxBlockStructuredScalarField3* blocks)
+{
+    const DataHold held = hold(blocks);
+    py::list values, placements;
+    for (int b = 0; b < blocks->getNumBlocks(); ++b) {
+        const py::tuple block = latticeArrays(blocks->getField(b), "block");
+        values.append(block[0]);
+        placements.append(block[1]);
+    }
+    py::dict placement;
+    placement["format"] = "vxblocks";
+    placement["kind"] = "blocks";
+    placement["blocks"] = placements;
+    placement["transform"] = transformOf(*blocks);
+    return py::make_tuple(values, placement);
+}
+
+py::tuple readFile(const std::string& path, bool labels, const std::optional<std::string>& scalars)
 {
     const QString qpath = QString::fromStdString(path);
     QString error;
     VxVolumeInfo info;
-    if (VxMeshReader::isMeshPath(qpath)) {
-        VxSpatialData* data = VxMeshReader::read(qpath, QString(), &error, &info);
+    const bool mesh = VxMeshReader::isMeshPath(qpath), blocks = VxBlockReader::isBlockPath(qpath);
+    // The texts of the host's loader and of the command's options.
+    if (labels && (mesh || blocks))
+        throw py::value_error("\"" + path + "\": a " + (mesh ? "mesh" : "multi-block field") +
+                              " cannot be read as labels");
+    if (scalars && !mesh)
+        throw py::value_error("scalars chooses the field of a mesh file (.vtu, .msh, .vtk)");
+    if (blocks) {
+        VxBlockStructuredScalarField3* data = VxBlockReader::read(qpath, &error);
+        if (!data) readFailed(path, error);
+        return blockArrays(data);
+    }
+    if (mesh) {
+        VxSpatialData* data =
+            VxMeshReader::read(qpath, QString::fromStdString(scalars.value_or("")), &error, &info);
         if (!data) readFailed(path, error);
         return meshArrays(data, info);
     }
-    VxSpatialData* data = VxVolumeReader::read(qpath, VxReadOptions(), &error, &info);
+    VxReadOptions options;
+    options.labels = labels;
+    VxSpatialData* data = VxVolumeReader::read(qpath, options, &error, &info);
     if (!data) readFailed(path, error);
-    data->ref();
-    const std::unique_ptr<VxSpatialData, void (*)(VxSpatialData*)> hold(data,
-                                                                        [](VxSpatialData* d) { d->unref(); });
-    auto* field = dynamic_cast<VxRegScalarField3*>(data);
-    if (!field || field->coordType() != VX_COORD_UNIFORM)
-        throw py::value_error(path + ": vxiso.read returns volumes on uniform coordinates only");
-    const KxDim3l& d = field->getDims();
-    // F order: the array's indices are the file's x, y, z, as marching_cubes places them.
-    py::array values =
-        viewOf(field, dtypeOf(field->primType()), {d.nx, d.ny, d.nz}, field->lattice().dataPtr(), true);
-    const KxVec3f s = static_cast<VxUniformScalarField3*>(field)->getVoxelSize();
-    const KxBox3f box = field->getBoundingBox();
-    py::dict placement;
-    placement["spacing"] = py::make_tuple(s.x, s.y, s.z);
-    placement["origin"] = py::make_tuple(box.xmin, box.ymin, box.zmin);
-    placement["format"] = info.format.toStdString();
-    placement["undefined"] =
-        field->hasUndefinedValue() ? py::object(py::float_(field->getUndefinedValue())) : py::none();
-    SbMatrix m;
-    if (field->getTransform(m)) {
-        py::array_t<float> t({4, 4});
-        for (int i = 0; i < 4; ++i)
-            for (int j = 0; j < 4; ++j) t.mutable_at(i, j) = m[j][i]; // Inventor's rows are columns
-        placement["transform"] = t;
-    } else {
-        placement["transform"] = py::none();
-    }
-    return py::make_tuple(values, placement);
+    return latticeArrays(data, info.format);
 }
 
 // The writers take a surface node: it borrows the arrays (Coin frees only what it was told to own).
@@ -576,14 +690,30 @@ and then. Ctrl-C raises KeyboardInterrupt.)");
 points (n, 3) float32 in array index coordinates, a closed line repeating its first point. The
 slice is sampled on resolution x resolution points spanning it (16 to 4096; by default one a
 node along its longer side, at least 16), as `vxiso isolines --slice` samples it.)");
-    m.def("tetra_surface", &tetraSurface, "points"_a, "tetrahedra"_a, "values"_a, "level"_a,
-          R"(The surface where values on the points of a tetrahedral mesh equal level, as (verts, faces),
-the surface of `vxiso surface MESH`: a point at or above the level counts as above it, each cut
-edge has one vertex, and in a positively oriented tetrahedron each triangle faces the points above.)");
-    m.def("read", &readFile, "path"_a,
-          R"(A volume file as (array, placement): an F-ordered array indexed [x, y, z] in the file's own
-axes (read in place, not copied) and a dict with spacing, origin, format, undefined and
-transform. A mesh file gives (values, placement) with points, cells, kind and per.)");
+    m.def("tetra_surface", &tetraSurface, "points"_a, "tetrahedra"_a, "values"_a, "level"_a, py::kw_only(),
+          "progress"_a = py::none(),
+          R"(The surface where values on the points of a tetrahedral mesh equal level, as (verts, faces,
+normals), the surface of `vxiso surface MESH`: a point at or above the level counts as above it,
+each cut edge has one vertex, and in a positively oriented tetrahedron each triangle faces the
+points above. Each normal is the area-weighted mean of its triangles' normals, as the viewer lights
+the module's surface. The GIL is released; progress(fraction) is called now and then, and Ctrl-C
+(or an exception of progress) stops the extraction with KeyboardInterrupt (or that exception).)");
+    m.def("read", &readFile, "path"_a, py::kw_only(), "labels"_a = false, "scalars"_a = py::none(),
+          R"(A data file as (values, placement), values read in place (not copied); placement["kind"]
+says what the file holds, placement["format"] its format, placement["transform"] a 4 x 4 matrix
+(column vectors) or None.
+Volumes: an F-ordered array indexed [x, y, z] in the file's own axes and undefined (a value or
+None); kind "uniform" with spacing and origin (as marching_cubes takes them), "rectilinear" with
+axes (the x, y and z of the planes of nodes), or "curvilinear" with points (nx, ny, nz, 3), the
+position of every node. labels=True reads an integer volume as labels (kind "labels", uint8,
+uint16 or int32, 0 the background; uniform volumes only).
+Meshes (.vtk unstructured grids, .vtu, .msh): the values (one a node, corner or cell: per) and
+points (n, 3), cells (m, 4) or (m, 8) and kind "tetrahedra" or "hexahedra"; scalars names the
+field to read (default: the first node field, else the first cell field).
+Multi-block descriptions (.vxblocks): a list of block arrays and kind "blocks" with blocks, the
+list of their placements.
+Errors: OSError for a file that cannot be opened, ValueError for one that cannot be read, with
+the reader's text.)");
     m.def("write", &writeFile, "path"_a, "verts"_a, "faces"_a, "normals"_a = py::none(), py::kw_only(),
           "ascii"_a = false,
           "Writes a surface; the extension picks the format (.ply .stl .obj .off .vtk .iv).");

@@ -1,5 +1,6 @@
 #include <vxiso/VxTetraSurface.h>
 
+#include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
 #include <kx/KxSmallArray.h>
 #include <kx/KxVec3.h>
@@ -68,7 +69,10 @@ VxTetraSurface VxTetraSurface::extract(const float* nodes, int32_t numNodes, con
     auto node = [nodes](int32_t n) { return KxVec3f(nodes[3 * n], nodes[3 * n + 1], nodes[3 * n + 2]); };
 
     for (std::size_t t = 0; t < T; ++t) {
-        if (progress && (t & 0xffff) == 0) progress->setProgressValue(float(t) / float(T));
+        if (progress && (t & 0xffff) == 0) {
+            progress->setProgressValue(float(t) / float(T));
+            if (progress->wasInterrupted()) throw KxInterrupted();
+        }
         const int32_t* tet = tetras + t * stride;
         float s[4];
         int c = 0;
@@ -108,6 +112,8 @@ VxTetraSurface VxTetraSurface::extract(const float* nodes, int32_t numNodes, con
             ++numTriangles;
         }
     }
+    // A stop asked for during a short run discards it too, as one during a long run does.
+    if (progress && progress->wasInterrupted()) throw KxInterrupted();
     xyz.resize(3 * std::size_t(numVertices));
     xyz.shrinkToFit();
     triangles.resize(3 * numTriangles);

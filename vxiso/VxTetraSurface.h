@@ -19,7 +19,8 @@ struct VxTetraSurface
     std::size_t numTriangles = 0;
 
     // nodes: 3 floats a node; tetras: the 4 node indices of tetrahedron t at tetras[t * stride],
-    // each below numNodes; values: one a node. progress, when given, sees the share done.
+    // each below numNodes; values: one a node. progress, when given, sees the share done, and an
+    // interruption it reports stops the run with KxInterrupted.
     static VxTetraSurface extract(const float* nodes, int32_t numNodes, const int32_t* tetras,
                                   std::size_t stride, std::size_t numTetras, const float* values,
                                   float threshold, KxProgressInterface* progress);

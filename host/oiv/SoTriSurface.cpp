@@ -10,6 +10,7 @@
 #include <Inventor/misc/SoState.h>
 #include <Inventor/system/gl.h>
 
+#include <algorithm>
 #include <vector>
 
 SO_NODE_SOURCE(SoTriSurface);
@@ -136,22 +137,31 @@ bool SoTriSurface::indicesInRange()
     return inRange;
 }
 
+void SoTriSurface::areaWeightedNormals(int numVertices, const SbVec3f* coords, int numTriangles,
+                                       const int32_t* triangles, SbVec3f* normals)
+{
+    const int nv = numVertices;
+    std::fill(normals, normals + nv, SbVec3f(0, 0, 0));
+    for (int f = 0; f < numTriangles; ++f) {
+        const int32_t* idx = triangles + 3 * std::size_t(f);
+        if (idx[0] < 0 || idx[1] < 0 || idx[2] < 0 || idx[0] >= nv || idx[1] >= nv || idx[2] >= nv) continue;
+        // The cross product's length is twice the area: larger triangles weigh more.
+        const SbVec3f n = (coords[idx[1]] - coords[idx[0]]).cross(coords[idx[2]] - coords[idx[0]]);
+        for (int c = 0; c < 3; ++c) normals[idx[c]] += n;
+    }
+    for (int v = 0; v < nv; ++v)
+        if (normals[v].length() > 0.f) normals[v].normalize();
+}
+
 const SbVec3f* SoTriSurface::shadingNormals()
 {
     if (m_shadingNormalsId == getNodeId() && m_shadingNormals.size() == size_t(coords.getNum()))
         return m_shadingNormals.data();
-    const int nv = coords.getNum();
-    const SbVec3f* p = coords.getValues(0);
-    m_shadingNormals.assign(size_t(nv), SbVec3f(0, 0, 0));
-    for (int f = 0; f < triangles.getNum(); ++f) {
-        const int32_t* idx = triangles[f].getValue();
-        if (idx[0] < 0 || idx[1] < 0 || idx[2] < 0 || idx[0] >= nv || idx[1] >= nv || idx[2] >= nv) continue;
-        // The cross product's length is twice the area: larger triangles weigh more.
-        const SbVec3f n = (p[idx[1]] - p[idx[0]]).cross(p[idx[2]] - p[idx[0]]);
-        for (int c = 0; c < 3; ++c) m_shadingNormals[size_t(idx[c])] += n;
-    }
-    for (SbVec3f& n : m_shadingNormals)
-        if (n.length() > 0.f) n.normalize();
+    m_shadingNormals.resize(size_t(coords.getNum()));
+    static_assert(sizeof(SbVec3i32) == 3 * sizeof(int32_t), "triangles are read as int32 rows");
+    areaWeightedNormals(coords.getNum(), coords.getValues(0), triangles.getNum(),
+                        triangles.getNum() ? triangles.getValues(0)->getValue() : nullptr,
+                        m_shadingNormals.data());
     m_shadingNormalsId = getNodeId();
     return m_shadingNormals.data();
 }

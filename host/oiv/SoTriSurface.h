@@ -54,6 +54,12 @@ public:
     // Empties all geometry fields.
     void clearGeometry();
 
+    // The normals a surface without any is lit with: each vertex the area-weighted mean of its
+    // triangles' normals, so they face as the triangles turn (zero where no triangle touches the
+    // vertex). Triangles with an index outside 0..numVertices-1 are passed over.
+    static void areaWeightedNormals(int numVertices, const SbVec3f* coords, int numTriangles,
+                                    const int32_t* triangles, SbVec3f* normals);
+
 protected:
     ~SoTriSurface() override;
     void GLRender(SoGLRenderAction* action) override;
@@ -62,8 +68,7 @@ protected:
 
 private:
     bool indicesInRange();
-    // Normals to light a surface that has none: each vertex the area-weighted mean of its
-    // triangles' normals, remade when the node changes.
+    // areaWeightedNormals of the node, remade when the node changes.
     const SbVec3f* shadingNormals();
 
     std::vector<SbVec3f> m_shadingNormals;
