@@ -52,13 +52,17 @@ class WindowProgress : public KxProgressInterface
 {
 public:
     explicit WindowProgress(VxMainWindow* window) : m_window(window) {}
+    // Phases nest (a module's extraction holds the engine's): Stop holds for the outermost one.
     void startWorking(const QString& text) override
     {
-        m_window->stopRequested = false;
+        if (m_depth++ == 0) m_window->stopRequested = false;
         m_text = text;
         show(0.f, true);
     }
-    void stopWorking() override { show(1.f, false); }
+    void stopWorking() override
+    {
+        if (m_depth > 0 && --m_depth == 0) show(1.f, false);
+    }
     void setProgressValue(float value) override
     {
         m_value = value;
@@ -66,7 +70,7 @@ public:
     }
     float getProgressValue() const override { return m_value; }
     void setProgressInfo(const QString& text) override { m_text = text; }
-    bool wasInterrupted() override { return m_window->stopRequested; }
+    bool wasInterrupted() override { return m_window->stopRequested || m_window->isClosing(); }
 
 private:
     void show(float value, bool working)
@@ -78,6 +82,7 @@ private:
     VxMainWindow* m_window;
     QString m_text;
     float m_value = 0.f;
+    int m_depth = 0;
 };
 
 // The command line: Up and Down walk the history.
@@ -96,7 +101,27 @@ protected:
     }
 };
 
+// Refuses every command: the scripts under way when the window closed end at their next one.
+int refuseCommand(ClientData, Tcl_Interp* interp, int, const char*, Tcl_Command, int, Tcl_Obj* const*)
+{
+    Tcl_SetObjResult(interp, Tcl_NewStringObj("the window was closed", -1));
+    return TCL_ERROR;
+}
+
 } // namespace
+
+// Counts the scripts under way while it lives; the last one to end lets commands run again.
+struct VxMainWindow::ScriptRunning
+{
+    explicit ScriptRunning(VxMainWindow& window) : m_window(window) { ++window.m_scriptsRunning; }
+    ~ScriptRunning()
+    {
+        if (--m_window.m_scriptsRunning > 0 || !m_window.m_refusal) return;
+        Tcl_DeleteTrace(VxApplication::instance()->interpreter()->getTclInterp(), m_window.m_refusal);
+        m_window.m_refusal = nullptr;
+    }
+    VxMainWindow& m_window;
+};
 
 VxMainWindow::VxMainWindow(VxHostSession& host) : m_host(host)
 {
@@ -238,6 +263,8 @@ void VxMainWindow::showWork(const QString& text, float value, bool working)
 
 bool VxMainWindow::run(const QStringList& words)
 {
+    if (m_closing) return false;
+    const ScriptRunning running(*this);
     try {
         const QString result = m_host.run(words, words.value(0));
         if (!result.isEmpty()) say(result, 0);
@@ -252,12 +279,16 @@ bool VxMainWindow::run(const QStringList& words)
 void VxMainWindow::runCommandLine()
 {
     const QString command = m_commandLine->text().trimmed();
-    if (command.isEmpty()) return;
+    if (command.isEmpty() || m_closing) return;
     m_history.append(command);
     m_historyAt = m_history.size();
     say("> " + command, 0);
     QString result;
-    const int code = VxApplication::instance()->interpreter()->eval(command, &result);
+    int code;
+    {
+        const ScriptRunning running(*this);
+        code = VxApplication::instance()->interpreter()->eval(command, &result);
+    }
     if (!result.isEmpty()) say(result, code == 0 ? 0 : 2);
     m_commandLine->clear();
     refreshProject();
@@ -403,8 +434,13 @@ bool VxMainWindow::lookAlong(const QString& axis)
 
 void VxMainWindow::closeEvent(QCloseEvent* event)
 {
-    // Work still running stops at its next check and writes nothing half.
-    stopRequested = true;
+    // Work still running stops at its next check and a failed extraction keeps no part of its
+    // result. A script still running (a network being loaded) ends before its next command: what
+    // it meant to do with the result, an export above all, must not run on the old one.
+    m_closing = true;
+    if (m_scriptsRunning > 0 && !m_refusal)
+        m_refusal = Tcl_CreateObjTrace(VxApplication::instance()->interpreter()->getTclInterp(), 0, 0,
+                                       refuseCommand, nullptr, nullptr);
     QSettings settings("vxiso", "vxviewer");
     settings.setValue("geometry", saveGeometry());
     settings.setValue("docks", saveState());

@@ -13,6 +13,7 @@ class QPushButton;
 class SoQtExaminerViewer;
 class VxHostSession;
 class VxPortPanel;
+struct Tcl_Trace_;
 
 // The desktop face of the host: the 3-D viewer of the host's scene, the project (objects in creation
 // order, with what each is connected to), the selected object's ports, and a console with the host's
@@ -43,6 +44,8 @@ public:
     // For the progress interface: whether Stop was pressed since the work began.
     std::atomic<bool> stopRequested{false};
     void showWork(const QString& text, float value, bool working);
+    // Once the window is closed, work still running stops and no command runs any more.
+    bool isClosing() const { return m_closing; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -69,6 +72,10 @@ private:
     QStringList m_history;
     int m_historyAt = 0;
     bool m_quiet = false;
+    struct ScriptRunning;
+    bool m_closing = false;
+    int m_scriptsRunning = 0;        // nested: progress handles the window's events during long work
+    Tcl_Trace_* m_refusal = nullptr; // the trace that stops the scripts under way at closing
     QMenu* m_recent = nullptr;
     QStringList m_shownObjects;
 };

@@ -59,8 +59,11 @@ int main(int argc, char** argv)
         VxMainWindow window(host);
         window.setQuiet(!screenshot.isEmpty());
         window.show();
+        // Closing the window while the files open stops their work and leaves the rest unopened;
+        // the event loop is then skipped, as the quit that closing sends came before it.
         for (const QString& file : files)
-            if (!window.open(file)) status = 1;
+            if (!window.isClosing() && !window.open(file)) status = 1;
+        if (window.isClosing()) return status;
         if (!view.isEmpty() && !window.lookAlong(view)) {
             std::fprintf(stderr, "vxviewer: error: --view %s is not an axis: +x, -x, +y, -y, +z or -z\n",
                          qPrintable(view));

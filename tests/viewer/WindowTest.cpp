@@ -10,35 +10,97 @@
 #include <Inventor/Qt/SoQt.h>
 
 #include <QApplication>
+#include <QDir>
 #include <QLineEdit>
+#include <QMainWindow>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QSlider>
+#include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 
 using vxtest::tcl;
 
-TEST(Window, AWidgetChangeRecomputesShowsAndSaves)
-{
-    if (!std::getenv("DISPLAY")) {
-        if (std::system("command -v xvfb-run >/dev/null") != 0) GTEST_SKIP() << "xvfb-run is missing";
-        const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-        const int status =
-            std::system(("xvfb-run -a -s '-screen 0 1280x900x24' " + self +
-                         " --gtest_filter=Window.AWidgetChangeRecomputesShowsAndSaves >/dev/null")
-                            .c_str());
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the run under xvfb-run failed";
-        return;
+namespace {
+
+// Without a display a test runs itself again under xvfb-run, and that run's verdict is its own.
+#define VX_UNDER_XVFB()                                                                                      \
+    if (!std::getenv("DISPLAY")) {                                                                           \
+        if (std::system("command -v xvfb-run >/dev/null") != 0) GTEST_SKIP() << "xvfb-run is missing";       \
+        EXPECT_EQ(rerunUnderXvfb(), 0) << "the run under xvfb-run failed";                                   \
+        return;                                                                                              \
     }
-    qputenv("VXHOST_PACKAGE_PATH", VXTEST_PACKAGE_DIR);
+
+int rerunUnderXvfb()
+{
+    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    const int status = std::system(("xvfb-run -a -s '-screen 0 1280x900x24' " + self + " --gtest_filter=" +
+                                    test->test_suite_name() + "." + test->name() + " >/dev/null")
+                                       .c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void initSoQt()
+{
     static int argc = 1;
     static char name[] = "test";
     static char* argv[] = {name, nullptr};
     SoQt::init(argc, argv, "test");
+}
+
+// A ball in nx x 100 x 90 nodes of uint8, its value growing with the distance from the centre.
+QString writeBall(const QString& dir, int nx)
+{
+    QByteArray volume = QString("NRRD0004\ntype: uchar\ndimension: 3\nsizes: %1 100 90\nencoding: raw\n\n")
+                            .arg(nx)
+                            .toLatin1();
+    for (int k = 0; k < 90; ++k)
+        for (int j = 0; j < 100; ++j)
+            for (int i = 0; i < nx; ++i)
+                volume.append(
+                    char(std::min(255.0, std::hypot(std::hypot(i - nx / 2.0, j - 50.0), k - 45.0) * 3)));
+    QFile file(dir + "/ball.nrrd");
+    if (!file.open(QIODevice::WriteOnly) || file.write(volume) != volume.size()) return QString();
+    return file.fileName();
+}
+
+// Calls act once, as soon as the window's progress bar shows an extraction under way.
+class WhenExtracting : public QTimer
+{
+public:
+    WhenExtracting(QMainWindow* window, std::function<void()> act) : m_act(std::move(act))
+    {
+        connect(this, &QTimer::timeout, [this, window] {
+            if (!window->findChild<QProgressBar*>()->isVisible() ||
+                !window->statusBar()->currentMessage().startsWith("Extracting"))
+                return;
+            stop();
+            m_act();
+        });
+        start(0);
+    }
+    bool acted() const { return !isActive(); }
+
+private:
+    std::function<void()> m_act;
+};
+
+} // namespace
+
+TEST(Window, AWidgetChangeRecomputesShowsAndSaves)
+{
+    VX_UNDER_XVFB();
+    qputenv("VXHOST_PACKAGE_PATH", VXTEST_PACKAGE_DIR);
+    initSoQt();
     QTemporaryDir dir;
     {
         VxHostSession host;
@@ -82,41 +144,21 @@ TEST(Window, AWidgetChangeRecomputesShowsAndSaves)
 // down-sampled copy while the slider moves and from the whole volume when it is let go.
 TEST(Window, DraggingTheThresholdExtractsCoarseThenFull)
 {
-    if (!std::getenv("DISPLAY")) {
-        if (std::system("command -v xvfb-run >/dev/null") != 0) GTEST_SKIP() << "xvfb-run is missing";
-        const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-        const int status =
-            std::system(("xvfb-run -a " + self +
-                         " --gtest_filter=Window.DraggingTheThresholdExtractsCoarseThenFull >/dev/null")
-                            .c_str());
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the run under xvfb-run failed";
-        return;
-    }
+    VX_UNDER_XVFB();
     // A ball in 260 x 100 x 90 nodes: more than the module extracts at full resolution while
     // dragging, and long enough along x to be halved there.
     QTemporaryDir dir;
     const int n = 260;
-    QByteArray volume("NRRD0004\ntype: uchar\ndimension: 3\nsizes: 260 100 90\nencoding: raw\n\n");
-    for (int k = 0; k < 90; ++k)
-        for (int j = 0; j < 100; ++j)
-            for (int i = 0; i < n; ++i)
-                volume.append(
-                    char(std::min(255.0, std::hypot(std::hypot(i - 130.0, j - 50.0), k - 45.0) * 3)));
-    QFile file(dir.path() + "/ball.nrrd");
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(volume) == volume.size());
-    file.close();
-    static int argc = 1;
-    static char name[] = "test";
-    static char* argv[] = {name, nullptr};
-    SoQt::init(argc, argv, "test");
+    const QString ball = writeBall(dir.path(), n);
+    ASSERT_FALSE(ball.isEmpty());
+    initSoQt();
     VxHostSession host;
     host.loadPackages();
     VxMainWindow window(host);
     window.setQuiet(true);
     window.show();
     for (const QStringList& words :
-         {QStringList{"load", file.fileName(), "ball"},
-          QStringList{"preferences", "simplifiedRendering", "1"},
+         {QStringList{"load", ball, "ball"}, QStringList{"preferences", "simplifiedRendering", "1"},
           QStringList{"create", "VxIsosurface", "head"}, QStringList{"head", "data", "connect", "ball"},
           QStringList{"head", "doIt", "snap", "0", "1"}})
         ASSERT_TRUE(window.run(words)) << words.join(' ').toStdString();
@@ -134,5 +176,80 @@ TEST(Window, DraggingTheThresholdExtractsCoarseThenFull)
     EXPECT_LT(nodes(), n) << "while dragging: the down-sampled copy";
     threshold->setSliderDown(false);
     EXPECT_EQ(nodes(), n) << "let go: the whole volume";
+    tcl("remove -all");
+}
+
+// Stop, pressed while the progress bar shows an extraction, interrupts it: the module keeps nothing
+// of that run and says why. Stop holds for that run only: the next one computes.
+TEST(Window, StopInterruptsAnExtraction)
+{
+    VX_UNDER_XVFB();
+    QTemporaryDir dir;
+    const QString ball = writeBall(dir.path(), 200);
+    ASSERT_FALSE(ball.isEmpty());
+    initSoQt();
+    VxHostSession host;
+    host.loadPackages();
+    VxMainWindow window(host);
+    window.setQuiet(true);
+    window.show();
+    for (const QStringList& words :
+         {QStringList{"load", ball, "ball"}, QStringList{"create", "VxIsosurface", "head"},
+          QStringList{"head", "data", "connect", "ball"}})
+        ASSERT_TRUE(window.run(words)) << words.join(' ').toStdString();
+    QPushButton* stop = nullptr;
+    for (QPushButton* b : window.findChildren<QPushButton*>())
+        if (b->text() == "Stop") stop = b;
+    ASSERT_TRUE(stop);
+    bool stopShown = false;
+    const WhenExtracting press(&window, [&] {
+        stopShown = stop->isVisible();
+        QTest::mouseClick(stop, Qt::LeftButton);
+    });
+    ASSERT_TRUE(window.run({"head", "doIt", "hit"})); // the module extracts once the command is done
+    ASSERT_TRUE(press.acted());
+    EXPECT_TRUE(stopShown);
+    auto* report = dynamic_cast<VxExtractionReport*>(host.find("head"));
+    EXPECT_EQ(report->lastFailure(), "interrupted");
+    EXPECT_EQ(tcl("head getNumTriangles"), "0");
+    EXPECT_FALSE(window.findChild<QProgressBar*>()->isVisible()) << "the bar goes with the work";
+
+    ASSERT_TRUE(window.run({"head", "doIt", "hit"}));
+    EXPECT_EQ(report->lastFailure(), "");
+    EXPECT_NE(tcl("head getNumTriangles"), "0");
+    tcl("remove -all");
+}
+
+// Closing the window while a network's extraction runs stops the extraction and the rest of the
+// network: the export that follows it writes nothing, not even a temporary file, and no command
+// runs afterwards. Run to its end, the same network writes the surface.
+TEST(Window, ClosingDuringAnExtractionStopsItAndWritesNothing)
+{
+    VX_UNDER_XVFB();
+    QTemporaryDir dir;
+    ASSERT_FALSE(writeBall(dir.path(), 200).isEmpty());
+    QFile network(dir.path() + "/net.tcl");
+    ASSERT_TRUE(network.open(QIODevice::WriteOnly));
+    network.write("load ball.nrrd ball\ncreate VxIsosurface head\nhead data connect ball\nhead doIt hit\n"
+                  "head fire\nhead exportData ply out.ply\n");
+    network.close();
+    QDir::setCurrent(dir.path());
+    initSoQt();
+    VxHostSession host;
+    host.loadPackages();
+    VxMainWindow window(host);
+    window.setQuiet(true);
+    window.show();
+    ASSERT_TRUE(window.open(network.fileName()));
+    ASSERT_TRUE(QFile::remove(dir.path() + "/out.ply"));
+    tcl("remove -all");
+
+    const WhenExtracting closer(&window, [&] { window.close(); });
+    EXPECT_FALSE(window.open(network.fileName()));
+    ASSERT_TRUE(closer.acted());
+    EXPECT_FALSE(window.isVisible());
+    EXPECT_EQ(dynamic_cast<VxExtractionReport*>(host.find("head"))->lastFailure(), "interrupted");
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), (QStringList{"ball.nrrd", "net.tcl"}));
+    EXPECT_FALSE(window.run({"head", "exportData", "ply", dir.path() + "/late.ply"}));
     tcl("remove -all");
 }
