@@ -432,6 +432,15 @@ bool VxMainWindow::lookAlong(const QString& axis)
     return true;
 }
 
+void VxMainWindow::showEvent(QShowEvent* event)
+{
+    QMainWindow::showEvent(event);
+    // The viewer's first frame can come before the window system has the window ready (under a
+    // virtual display it then stays black until the scene changes again): draw once more shortly
+    // after.
+    QTimer::singleShot(100, this, [this] { m_viewer->scheduleRedraw(); });
+}
+
 void VxMainWindow::closeEvent(QCloseEvent* event)
 {
     // Work still running stops at its next check and a failed extraction keeps no part of its

@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QGLWidget>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QProgressBar>
@@ -251,5 +252,38 @@ TEST(Window, ClosingDuringAnExtractionStopsItAndWritesNothing)
     EXPECT_EQ(dynamic_cast<VxExtractionReport*>(host.find("head"))->lastFailure(), "interrupted");
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), (QStringList{"ball.nrrd", "net.tcl"}));
     EXPECT_FALSE(window.run({"head", "exportData", "ply", dir.path() + "/late.ply"}));
+    tcl("remove -all");
+}
+
+// The live viewer draws a slice made right after the window is shown, with nothing else in the
+// scene to draw again later (its first frame came before the window was ready, and stayed black).
+TEST(Window, TheViewerDrawsASliceMadeAtStartUp)
+{
+    VX_UNDER_XVFB();
+    QTemporaryDir dir;
+    const QString ball = writeBall(dir.path(), 100);
+    ASSERT_FALSE(ball.isEmpty());
+    initSoQt();
+    VxHostSession host;
+    host.loadPackages();
+    VxMainWindow window(host);
+    window.setQuiet(true);
+    window.show();
+    for (const QStringList& words :
+         {QStringList{"load", ball, "ball"}, QStringList{"create", "VxOrthoSlice", "slice"},
+          QStringList{"slice", "data", "connect", "ball"}, QStringList{"slice", "fire"}})
+        ASSERT_TRUE(window.run(words)) << words.join(' ').toStdString();
+    window.viewAll();
+    auto* gl = window.findChild<QGLWidget*>();
+    ASSERT_TRUE(gl);
+    // The slice's grey ramp rises to white at its corners; the background is dark grey.
+    auto bright = [gl] {
+        const QImage frame = gl->grabFrameBuffer();
+        int n = 0;
+        for (int y = 0; y < frame.height(); y += 4)
+            for (int x = 0; x < frame.width(); x += 4) n += qGray(frame.pixel(x, y)) > 120;
+        return n;
+    };
+    EXPECT_TRUE(QTest::qWaitFor([&] { return bright() > 500; }, 5000)) << bright() << " bright pixels";
     tcl("remove -all");
 }
