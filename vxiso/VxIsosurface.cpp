@@ -277,6 +277,9 @@ void VxIsosurface::compute()
         else
             computeRegScalarField3();
         computed = true;
+    } catch (const KxInterrupted& e) {
+        // Asked for: no advice, and the previous surface stays.
+        fail(tr("Isosurface extraction interrupted"), e.text());
     } catch (const std::bad_alloc& e) {
         fail(tr("Open Inventor Memory exception. Try with a higher Threshold."),
              dynamic_cast<const KxOutOfMemory*>(&e) ? QString::fromUtf8(e.what()) : QString("out of memory"));
