@@ -13,7 +13,6 @@
 #include <QDir>
 #include <QGLWidget>
 #include <QLineEdit>
-#include <QMainWindow>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
@@ -74,26 +73,18 @@ QString writeBall(const QString& dir, int nx)
     return file.fileName();
 }
 
-// Calls act once, as soon as the window's progress bar shows an extraction under way.
-class WhenExtracting : public QTimer
+// Calls act once, from the window's event handling, as soon as its status shows an extraction.
+void whenExtracting(VxMainWindow& window, const std::function<void()>& act)
 {
-public:
-    WhenExtracting(QMainWindow* window, std::function<void()> act) : m_act(std::move(act))
-    {
-        connect(this, &QTimer::timeout, [this, window] {
-            if (!window->findChild<QProgressBar*>()->isVisible() ||
-                !window->statusBar()->currentMessage().startsWith("Extracting"))
-                return;
-            stop();
-            m_act();
-        });
-        start(0);
-    }
-    bool acted() const { return !isActive(); }
-
-private:
-    std::function<void()> m_act;
-};
+    auto* poll = new QTimer(&window);
+    QObject::connect(poll, &QTimer::timeout, [&window, poll, act] {
+        if (!window.statusBar()->currentMessage().startsWith("Extracting")) return;
+        poll->stop();
+        poll->deleteLater();
+        act();
+    });
+    poll->start(0);
+}
 
 } // namespace
 
@@ -180,104 +171,26 @@ TEST(Window, DraggingTheThresholdExtractsCoarseThenFull)
     tcl("remove -all");
 }
 
-// Stop, pressed while the progress bar shows an extraction, interrupts it: the module keeps nothing
-// of that run and says why. Stop holds for that run only: the next one computes.
-TEST(Window, StopInterruptsAnExtraction)
+// On a volume opened at start-up: the live viewer draws a slice made right away, with nothing else
+// in the scene to draw again later (its first frame came before the window was ready, and stayed
+// black). Stop, pressed while an extraction shows, interrupts it, for that run only. Closing the
+// window during an extraction stops it and the rest of the script that started it: its export,
+// which writes the surface when the window stays open, writes nothing, not even a temporary file.
+TEST(Window, DrawsASliceAtOnceAndStopsExtractionsOnStopAndClosing)
 {
     VX_UNDER_XVFB();
     QTemporaryDir dir;
-    const QString ball = writeBall(dir.path(), 200);
-    ASSERT_FALSE(ball.isEmpty());
+    ASSERT_TRUE(QDir::setCurrent(dir.path()) && !writeBall(dir.path(), 200).isEmpty());
     initSoQt();
     VxHostSession host;
     host.loadPackages();
     VxMainWindow window(host);
-    window.setQuiet(true);
     window.show();
-    for (const QStringList& words :
-         {QStringList{"load", ball, "ball"}, QStringList{"create", "VxIsosurface", "head"},
-          QStringList{"head", "data", "connect", "ball"}})
-        ASSERT_TRUE(window.run(words)) << words.join(' ').toStdString();
-    QPushButton* stop = nullptr;
-    for (QPushButton* b : window.findChildren<QPushButton*>())
-        if (b->text() == "Stop") stop = b;
-    ASSERT_TRUE(stop);
-    bool stopShown = false;
-    const WhenExtracting press(&window, [&] {
-        stopShown = stop->isVisible();
-        QTest::mouseClick(stop, Qt::LeftButton);
-    });
-    ASSERT_TRUE(window.run({"head", "doIt", "hit"})); // the module extracts once the command is done
-    ASSERT_TRUE(press.acted());
-    EXPECT_TRUE(stopShown);
-    auto* report = dynamic_cast<VxExtractionReport*>(host.find("head"));
-    EXPECT_EQ(report->lastFailure(), "interrupted");
-    EXPECT_EQ(tcl("head getNumTriangles"), "0");
-    EXPECT_FALSE(window.findChild<QProgressBar*>()->isVisible()) << "the bar goes with the work";
-
-    ASSERT_TRUE(window.run({"head", "doIt", "hit"}));
-    EXPECT_EQ(report->lastFailure(), "");
-    EXPECT_NE(tcl("head getNumTriangles"), "0");
-    tcl("remove -all");
-}
-
-// Closing the window while a network's extraction runs stops the extraction and the rest of the
-// network: the export that follows it writes nothing, not even a temporary file, and no command
-// runs afterwards. Run to its end, the same network writes the surface.
-TEST(Window, ClosingDuringAnExtractionStopsItAndWritesNothing)
-{
-    VX_UNDER_XVFB();
-    QTemporaryDir dir;
-    ASSERT_FALSE(writeBall(dir.path(), 200).isEmpty());
-    QFile network(dir.path() + "/net.tcl");
-    ASSERT_TRUE(network.open(QIODevice::WriteOnly));
-    network.write("load ball.nrrd ball\ncreate VxIsosurface head\nhead data connect ball\nhead doIt hit\n"
-                  "head fire\nhead exportData ply out.ply\n");
-    network.close();
-    QDir::setCurrent(dir.path());
-    initSoQt();
-    VxHostSession host;
-    host.loadPackages();
-    VxMainWindow window(host);
-    window.setQuiet(true);
-    window.show();
-    ASSERT_TRUE(window.open(network.fileName()));
-    ASSERT_TRUE(QFile::remove(dir.path() + "/out.ply"));
-    tcl("remove -all");
-
-    const WhenExtracting closer(&window, [&] { window.close(); });
-    EXPECT_FALSE(window.open(network.fileName()));
-    ASSERT_TRUE(closer.acted());
-    EXPECT_FALSE(window.isVisible());
-    EXPECT_EQ(dynamic_cast<VxExtractionReport*>(host.find("head"))->lastFailure(), "interrupted");
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), (QStringList{"ball.nrrd", "net.tcl"}));
-    EXPECT_FALSE(window.run({"head", "exportData", "ply", dir.path() + "/late.ply"}));
-    tcl("remove -all");
-}
-
-// The live viewer draws a slice made right after the window is shown, with nothing else in the
-// scene to draw again later (its first frame came before the window was ready, and stayed black).
-TEST(Window, TheViewerDrawsASliceMadeAtStartUp)
-{
-    VX_UNDER_XVFB();
-    QTemporaryDir dir;
-    const QString ball = writeBall(dir.path(), 100);
-    ASSERT_FALSE(ball.isEmpty());
-    initSoQt();
-    VxHostSession host;
-    host.loadPackages();
-    VxMainWindow window(host);
-    window.setQuiet(true);
-    window.show();
-    for (const QStringList& words :
-         {QStringList{"load", ball, "ball"}, QStringList{"create", "VxOrthoSlice", "slice"},
-          QStringList{"slice", "data", "connect", "ball"}, QStringList{"slice", "fire"}})
-        ASSERT_TRUE(window.run(words)) << words.join(' ').toStdString();
+    ASSERT_TRUE(
+        window.run({"eval", "load ball.nrrd ball; create VxOrthoSlice s; s data connect ball; s fire"}));
     window.viewAll();
-    auto* gl = window.findChild<QGLWidget*>();
-    ASSERT_TRUE(gl);
     // The slice's grey ramp rises to white at its corners; the background is dark grey.
-    auto bright = [gl] {
+    auto bright = [gl = window.findChild<QGLWidget*>()] {
         const QImage frame = gl->grabFrameBuffer();
         int n = 0;
         for (int y = 0; y < frame.height(); y += 4)
@@ -285,5 +198,27 @@ TEST(Window, TheViewerDrawsASliceMadeAtStartUp)
         return n;
     };
     EXPECT_TRUE(QTest::qWaitFor([&] { return bright() > 500; }, 5000)) << bright() << " bright pixels";
+
+    ASSERT_TRUE(window.run({"eval", "create VxIsosurface head; head data connect ball"}));
+    auto* head = dynamic_cast<VxExtractionReport*>(host.find("head"));
+    for (QPushButton* stop : window.findChildren<QPushButton*>())
+        if (stop->text() == "Stop")
+            whenExtracting(window, [stop] { QTest::mouseClick(stop, Qt::LeftButton); });
+    ASSERT_TRUE(window.run({"head", "doIt", "hit"})); // the module extracts once the command is done
+    EXPECT_EQ(head->lastFailure(), "interrupted");
+    EXPECT_EQ(tcl("head getNumTriangles"), "0");
+    EXPECT_FALSE(window.findChild<QProgressBar*>()->isVisible());
+    const QString script = "head doIt hit; head fire; head exportData ply out.ply";
+    ASSERT_TRUE(window.run({"eval", script}));
+    EXPECT_EQ(head->lastFailure(), "");
+    ASSERT_TRUE(QFile::remove("out.ply"));
+
+    ASSERT_TRUE(window.run({"head", "threshold", "setValue", "50"}));
+    whenExtracting(window, [&] { window.close(); });
+    EXPECT_FALSE(window.run({"eval", script}));
+    EXPECT_FALSE(window.isVisible());
+    EXPECT_EQ(head->lastFailure(), "interrupted");
+    EXPECT_EQ(QDir().entryList(QDir::Files), QStringList{"ball.nrrd"});
+    EXPECT_FALSE(window.run({"head", "fire"})) << "nothing runs once the window is closed";
     tcl("remove -all");
 }
