@@ -222,6 +222,8 @@ void VxIsosurface::computeBlockScalarField3()
 {
     auto* blocks = vxconnection_cast<VxBlockStructuredScalarField3>(portData);
     const auto start = std::chrono::steady_clock::now();
+    KxProgressInterface* progress = VxApplication::instance()->progress();
+    progress->startWorking(tr("Extracting Isosurface")); // fail() ends it when a block throws
     KxHandle<SoTriSurface> result(new SoTriSurface);
     std::vector<SbVec3f> coords, normals;
     std::vector<SbVec3i32> triangles;
@@ -233,10 +235,11 @@ void VxIsosurface::computeBlockScalarField3()
         const unsigned long dims[3] = {(unsigned long)d.nx, (unsigned long)d.ny, (unsigned long)d.nz};
         KxHandle<SoTriSurface> part(new SoTriSurface);
         VxIsosurfaceExternal external(dims, portThreshold.getValue(), compactify() ? 1 : 0, m_paramCC,
-                                      part.get(), field->lattice().coords(),
-                                      VxApplication::instance()->progress());
+                                      part.get(), field->lattice().coords(), progress);
         external.setIntersectionCallback(m_intersectionCallback, m_intersectionObject);
         external.computeCurvilinear(field);
+        // The block extractor stops at an interruption with part of a block: none of it is kept.
+        if (progress->wasInterrupted()) throw KxInterrupted();
         const int offset = int(coords.size());
         const SbVec3f* c = part->coords.getValues(0);
         coords.insert(coords.end(), c, c + part->coords.getNum());
@@ -254,6 +257,7 @@ void VxIsosurface::computeBlockScalarField3()
     result->triangles.setValues(0, int(triangles.size()), triangles.data());
     replaceTriSurface(result.get());
     message()->printf("Isosurface contains %lu triangles", (unsigned long)triangles.size());
+    progress->stopWorking();
     m_lastRun =
         Figures{-1, std::size_t(n),
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), KxDim3l()};
