@@ -7,6 +7,7 @@
 
 #include <io/VxBlockReader.h>
 #include <io/VxMeshReader.h>
+#include <io/VxRawReader.h>
 #include <io/VxSurfaceWriter.h>
 #include <io/VxVolumeReader.h>
 #include <kx/KxBitfield.h>
@@ -36,6 +37,7 @@
 #include <array>
 #include <cmath>
 #include <optional>
+#include <set>
 #include <thread>
 
 namespace py = pybind11;
@@ -576,7 +578,51 @@ py::tuple blockArrays(VxBlockStructuredScalarField3* blocks)
     return py::make_tuple(values, placement);
 }
 
-py::tuple readFile(const std::string& path, bool labels, const std::optional<std::string>& scalars)
+// A headerless volume's description from a dict: dims and dtype, optionally spacing, origin, offset,
+// swap_bytes and undefined, as the command's raw options give them.
+VxRawDescription rawDescription(const py::dict& raw)
+{
+    static const std::set<std::string> keys{"dims",   "dtype",      "spacing",  "origin",
+                                            "offset", "swap_bytes", "undefined"};
+    for (const auto& item : raw)
+        if (!keys.count(str(item.first)))
+            throw py::value_error(
+                "raw has no key " + str(py::repr(item.first)) +
+                "; it takes dims, dtype, spacing, origin, offset, swap_bytes and undefined");
+    if (!raw.contains("dims") || !raw.contains("dtype")) throw py::value_error("raw needs dims and dtype");
+    VxRawDescription d;
+    const std::array<double, 3> dims = triple("raw dims", raw["dims"]);
+    for (int a = 0; a < 3; ++a) {
+        if (dims[a] != std::floor(dims[a])) throw py::value_error("raw dims must be whole numbers");
+        d.dims[a] = int64_t(dims[a]);
+    }
+    d.type = primTypeOf(py::dtype::from_args(raw["dtype"]));
+    if (!d.type.isValid())
+        throw py::value_error("raw dtype " + str(py::repr(raw["dtype"])) +
+                              " is none of uint8, int8, uint16, int16, uint32, int32, float32, float64");
+    auto vec = [&raw](const char* key) {
+        const std::array<double, 3> v = triple((std::string("raw ") + key).c_str(), raw[key]);
+        return KxVec3d(v[0], v[1], v[2]);
+    };
+    if (raw.contains("spacing")) d.spacing = vec("spacing");
+    if (raw.contains("origin")) d.origin = vec("origin");
+    if (raw.contains("offset")) {
+        const int64_t offset = py::int_(raw["offset"]).cast<int64_t>();
+        if (offset < 0) throw py::value_error("raw offset must not be negative");
+        d.offset = uint64_t(offset);
+    }
+    d.swapBytes = raw.contains("swap_bytes") && py::bool_(raw["swap_bytes"]);
+    if (raw.contains("undefined") && !raw["undefined"].is_none()) {
+        d.hasUndefined = true;
+        d.undefinedValue = py::float_(raw["undefined"]).cast<double>();
+    }
+    const QString problem = VxRawReader::checkDescription(d);
+    if (!problem.isEmpty()) throw py::value_error(problem.toStdString());
+    return d;
+}
+
+py::tuple readFile(const std::string& path, bool labels, const std::optional<std::string>& scalars,
+                   const std::optional<py::dict>& raw)
 {
     const QString qpath = QString::fromStdString(path);
     QString error;
@@ -588,6 +634,14 @@ py::tuple readFile(const std::string& path, bool labels, const std::optional<std
                               " cannot be read as labels");
     if (scalars && !mesh)
         throw py::value_error("scalars chooses the field of a mesh file (.vtu, .msh, .vtk)");
+    VxReadOptions options;
+    options.labels = labels;
+    if (raw) {
+        options.raw = rawDescription(*raw);
+        VxSpatialData* data = VxVolumeReader::read(qpath, options, &error, &info);
+        if (!data) readFailed(path, error);
+        return latticeArrays(data, info.format);
+    }
     if (blocks) {
         VxBlockStructuredScalarField3* data = VxBlockReader::read(qpath, &error);
         if (!data) readFailed(path, error);
@@ -599,8 +653,6 @@ py::tuple readFile(const std::string& path, bool labels, const std::optional<std
         if (!data) readFailed(path, error);
         return meshArrays(data, info);
     }
-    VxReadOptions options;
-    options.labels = labels;
     VxSpatialData* data = VxVolumeReader::read(qpath, options, &error, &info);
     if (!data) readFailed(path, error);
     return latticeArrays(data, info.format);
@@ -699,6 +751,7 @@ points above. Each normal is the area-weighted mean of its triangles' normals, a
 the module's surface. The GIL is released; progress(fraction) is called now and then, and Ctrl-C
 (or an exception of progress) stops the extraction with KeyboardInterrupt (or that exception).)");
     m.def("read", &readFile, "path"_a, py::kw_only(), "labels"_a = false, "scalars"_a = py::none(),
+          "raw"_a = py::none(),
           R"(A data file as (values, placement), values read in place (not copied); placement["kind"]
 says what the file holds, placement["format"] its format, placement["transform"] a 4 x 4 matrix
 (column vectors) or None.
@@ -706,7 +759,9 @@ Volumes: an F-ordered array indexed [x, y, z] in the file's own axes and undefin
 None); kind "uniform" with spacing and origin (as marching_cubes takes them), "rectilinear" with
 axes (the x, y and z of the planes of nodes), or "curvilinear" with points (nx, ny, nz, 3), the
 position of every node. labels=True reads an integer volume as labels (kind "labels", uint8,
-uint16 or int32, 0 the background; uniform volumes only).
+uint16 or int32, 0 the background; uniform volumes only). raw, a dict, reads the file as headerless
+values (x fastest), as the command's raw options do: dims and dtype, optionally spacing, origin,
+offset (bytes to skip), swap_bytes and undefined.
 Meshes (.vtk unstructured grids, .vtu, .msh): the values (one a node, corner or cell: per) and
 points (n, 3), cells (m, 4) or (m, 8) and kind "tetrahedra" or "hexahedra"; scalars names the
 field to read (default: the first node field, else the first cell field).

@@ -126,6 +126,7 @@ def test_mask_keeps_the_surface_inside():
     (lambda v: vxiso.isolines(v, [float("nan")], 0, 1), ValueError, "values must be numbers, not nan"),
     (lambda v: vxiso.read("/nonexistent/head.nii"), OSError, "/nonexistent/head.nii"),
     (lambda v: vxiso.read("head.nii", scalars="v"), ValueError, "scalars chooses the field of a mesh file"),
+    (lambda v: vxiso.read("v.raw", raw={"dims": (2, 2, 2)}), ValueError, "raw needs dims and dtype"),
     (lambda v: vxiso.write("/tmp/x.xyz", np.zeros((3, 3)), [[0, 1, 2]]), ValueError, "unknown mesh format"),
     (lambda v: vxiso.write("/tmp/x.ply", np.zeros((3, 3)), [[0, 1, 3]]), ValueError, "refers to vertex 3"),
     (lambda v: vxiso.write("/nonexistent/x.ply", np.zeros((3, 3)), [[0, 1, 2]]), OSError, "/nonexistent/x.ply"),
@@ -288,3 +289,9 @@ def test_read_gives_every_kind_of_lattice_with_its_placement(tmp_path):
     np.testing.assert_array_equal(v, want)
     with pytest.raises(ValueError, match="labels need uniform coordinates"):
         vxiso.read(rect, labels=True)
+    # Headerless values after a header of 7 bytes, in the other byte order.
+    (tmp_path / "v.raw").write_bytes(b"header!" + want.astype(">i2").tobytes(order="F"))
+    v, p = vxiso.read(str(tmp_path / "v.raw"), raw=dict(dims=(3, 2, 2), dtype="int16", offset=7, swap_bytes=True,
+                                                        spacing=(1, 2, 3)))
+    assert (p["kind"], p["spacing"], p["format"]) == ("uniform", (1, 2, 3), "raw")
+    np.testing.assert_array_equal(v, want)
