@@ -719,8 +719,19 @@ void writeFile(const std::string& path, const py::object& vertsArg, const py::ob
 PYBIND11_MODULE(vxiso, m)
 {
     using namespace py::literals;
-    m.doc() = "Isosurfaces of NumPy volumes with the vxiso marching-cubes engine, and its file readers and "
-              "writers.";
+    m.doc() =
+        R"(Isosurfaces of NumPy volumes with the vxiso marching-cubes engine, and its file readers and writers.
+
+marching_cubes(volume, level, ...) -> (verts, faces, normals) of a 3-D array, read in place.
+isolines(volume, values, axis, index) -> [(value, points), ...] on a slice of nodes.
+tetra_surface(points, tetrahedra, values, level) -> (verts, faces, normals) of a tetrahedral mesh.
+read(path, *, labels=False, scalars=None, raw=None) -> (values, placement) of every volume and mesh
+    the readers take; placement["kind"] is "uniform", "rectilinear", "curvilinear", "labels",
+    "tetrahedra", "hexahedra" or "blocks" and says which other keys it has (see read's help).
+write(path, verts, faces, normals=None) writes a surface in the format of the path's extension.
+marching_cubes and tetra_surface release the GIL, call progress(fraction) as they go and stop on
+Ctrl-C with KeyboardInterrupt. Bad input raises ValueError, files that cannot be opened or written
+OSError, exhausted memory MemoryError, with the command's texts.)";
     m.def("marching_cubes", &marchingCubes, "volume"_a, "level"_a, "spacing"_a = py::make_tuple(1, 1, 1),
           "origin"_a = py::make_tuple(0, 0, 0), py::kw_only(), "compactify"_a = false,
           "undefined"_a = py::none(), "mask"_a = py::none(), "relaxed"_a = false, "cores"_a = py::none(),
