@@ -7,6 +7,7 @@
 #include <vx/VxPortColormap.h>
 #include <vx/VxPortDrawStyle.h>
 
+#include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
 
 #include <cmath>
@@ -132,7 +133,7 @@ void VxIsoHexa::computeSurface()
             else
                 computeSurfaceMC(xyz, triangles);
         }
-    } catch (...) {
+    } catch (...) { // the previous surface stays
         s.coords.enableNotify(TRUE);
         s.triangles.enableNotify(TRUE);
         s.colors.enableNotify(TRUE);
@@ -168,9 +169,18 @@ KxVec3f VxIsoHexa::computeIntersection(const int* cellNodes, int edge) const
     return {t * p.x + (1 - t) * q.x, t * p.y + (1 - t) * q.y, t * p.z + (1 - t) * q.z};
 }
 
+// Progress now and then; an interruption stops the extraction, which then keeps nothing.
+static void reportProgress(std::size_t done, std::size_t all)
+{
+    KxProgressInterface* progress = VxApplication::instance()->progress();
+    progress->setProgressValue(float(done) / float(all));
+    if (progress->wasInterrupted()) throw KxInterrupted();
+}
+
 void VxIsoHexa::computeSurfaceMC(KxDArray<float>& xyz, KxDArray<int32_t>& triangles)
 {
     for (int32_t h = 0; h < m_grid->getNumHexas(); ++h) {
+        if ((h & 0xffff) == 0) reportProgress(std::size_t(h), std::size_t(m_grid->getNumHexas()));
         const int* nodes = m_grid->getHexa(h).nodes;
         m_case = computeIndex(nodes);
         const signed char* r = LUT[m_case];
@@ -195,9 +205,8 @@ void VxIsoHexa::computeSurfacePerCell(KxDArray<float>& xyz, KxDArray<int32_t>& t
     xyz.resize(3 * numNodes);
     if (numNodes) std::memcpy(xyz.data(), m_grid->getNodes(), 3 * numNodes * sizeof(float));
     const std::vector<VxHexaGrid::Face>& faces = m_grid->getFaces();
-    KxProgressInterface* progress = VxApplication::instance()->progress();
     for (std::size_t i = 0; i < faces.size(); ++i) {
-        if (i % 1000 == 0) progress->setProgressValue(float(i) / float(faces.size()));
+        if (i % 1000 == 0) reportProgress(i, faces.size());
         const VxHexaGrid::Face& f = faces[i];
         if (f.cells[1] == VxHexaGrid::NO_CELL) continue;
         const bool firstBelow = m_threshold > m_values[f.cells[0]];

@@ -8,6 +8,8 @@
 #include <vxiso/VxIsoHexa.h>
 #include <vxiso/VxIsoTetra.h>
 
+#include <kx/KxProgressInterface.h>
+
 #include <cmath>
 #include <random>
 #include <set>
@@ -244,6 +246,40 @@ TEST_F(CellModule, BlockySurfaceLiesOnInteriorFacesFacingTheHigherCell)
         const KxVec3f ahead = centre + normal * 0.25f;
         const int cell = (int(ahead.z) * 3 + int(ahead.y)) * 3 + int(ahead.x);
         EXPECT_EQ(cells[std::size_t(cell)], 1.f) << "triangle " << t;
+    }
+}
+
+// Work stopped from outside (the viewer's Stop button): both modules keep their previous surface
+// and say why.
+TEST_F(CellModule, AnInterruptedExtractionKeepsThePreviousSurface)
+{
+    struct Stoppable : KxProgressInterface
+    {
+        bool stop = false;
+        void setProgressValue(float) override {}
+        bool wasInterrupted() override { return stop; }
+    };
+    auto* progress = new Stoppable;
+    VxApplication::instance()->setProgress(std::unique_ptr<KxProgressInterface>(progress));
+    KxHandle<VxTetraGrid> tetras(kuhnGrid(5, true));
+    KxHandle<VxHexaGrid> hexas(hexaBlock(4, 4, 4)); // the same nodes
+    std::vector<float> ramp(std::size_t(tetras->getNumNodes()));
+    for (std::size_t n = 0; n < ramp.size(); ++n) ramp[n] = tetras->getNode(int32_t(n)).x;
+    addObject(new VxTetraScalarField3(tetras.get(), ramp, VxTetraScalarField3::PER_NODE), "t");
+    addObject(new VxHexaScalarField3(hexas.get(), ramp, 0), "h");
+    for (const char* module : {"VxIsoTetra", "VxIsoHexa"}) {
+        tcl(QString(
+                "create %1 iso; iso data connect %2; iso threshold setMinMax 0 5; iso threshold setValue 1.5")
+                .arg(module, module[5] == 'T' ? "t" : "h"));
+        const TestMesh before = surfaceOf("iso");
+        ASSERT_GT(before.numTriangles(), 0) << module;
+        messages()->clearRecords();
+        progress->stop = true;
+        tcl("iso threshold setValue 2.5");
+        EXPECT_EQ(surfaceOf("iso").coords, before.coords) << module << ": the plane x = 1.5 stays";
+        EXPECT_EQ(messages()->errors(), QStringList{"interrupted"}) << module;
+        progress->stop = false;
+        tcl("remove iso");
     }
 }
 
