@@ -243,6 +243,15 @@ VxMainWindow::VxMainWindow(VxHostSession& host) : m_host(host)
 VxMainWindow::~VxMainWindow()
 {
     VxApplication::instance()->message()->setListener(nullptr);
+    // The host outlives the window: its work reports to no window from now on.
+    struct Unseen : KxProgressInterface
+    {
+        void setProgressValue(float) override {}
+    };
+    VxApplication::instance()->setProgress(std::make_unique<Unseen>());
+    // The viewer is no Qt object, so its widget's parent would not delete it, and its pending
+    // redraw would later run on a widget that is gone.
+    delete m_viewer;
 }
 
 void VxMainWindow::say(const QString& line, int kind)
