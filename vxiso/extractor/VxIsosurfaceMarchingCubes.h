@@ -54,6 +54,14 @@ public:
         NoUserData none;
         computeBox(box, none, progress);
     }
+    // After a walk: the vertex numbers of the top edges (5, 6, 7, 8) of the cells of the box's last
+    // cell layer, four per cell, rows of cells along x; meaningful for cells some surface crosses.
+    std::vector<int> takeLastLayerTopEdges()
+    {
+        std::vector<int>& last = m_prevSlice == m_slices[0].data() ? m_slices[0] : m_slices[1];
+        m_bufferCellsX = m_bufferCellsY = -1; // the buffer leaves with the caller
+        return std::move(last);
+    }
 
 private:
     template <class UserData> void computeRow(const KxBox3i& box, int j, int k, UserData& userData);
@@ -79,6 +87,7 @@ private:
     int* m_curSlice = nullptr;
     int m_rowsDone = 0, m_slicesDone = 0;
     std::size_t m_slicePos = 0;
+    std::size_t m_cursor = 0; // the walk's place in the classification, which walks may share
     int m_bufferCellsX = -1, m_bufferCellsY = -1;
 };
 
@@ -124,7 +133,6 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
     if (!tools::hasCells(box)) return;
 
     sizeBuffers(cellsX, cellsY);
-    m_index.rewind();
     m_slicesDone = 0;
 
     if (progress) progress->setProgressValue(0.f);
@@ -136,6 +144,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
         }
         m_rowsDone = 0;
         m_slicePos = 0;
+        m_cursor = m_index.sliceOffset(k);
         for (int j = box.ymin; j < box.ymax - 1; ++j) {
             computeRow(box, j, k, userData);
             std::swap(m_prevRow, m_curRow);
@@ -143,7 +152,6 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
         }
         std::swap(m_prevSlice, m_curSlice);
         ++m_slicesDone;
-        m_index.nextSlice(m_tools.accessor, m_tools.iso, k);
     }
     if (progress) progress->setProgressValue(1.f);
 }
@@ -157,7 +165,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
     m_slicePos += 4 * std::size_t(box.xmax - 1 - box.xmin);
     // Empty cells are never visited: their buffer slots stay stale, which is safe because no
     // neighbour asks for an edge that is not cut.
-    m_index.forEachCutCell(j, [&](int i, unsigned c) {
+    m_index.forEachCutCellAt(m_cursor, j, [&](int i, unsigned c) {
         const KxVec3i cell(i, j, k);
         if (!m_tools.filter.acceptCell(cell)) return;
         const std::size_t rowPos = 4 * std::size_t(i - box.xmin);

@@ -20,8 +20,16 @@ namespace vxiso {
 // fills it from the slab below's face table. The result has exactly the sequential vertices, in the
 // sequential order.
 //
+// Without a node filter the counts are exact, and each slab is walked in chunks of its cell layers
+// along z (the walk's outermost loop), which the scheduler hands to whichever thread is free: a
+// slab with more surface than its neighbour, or a thread that the machine takes away for a while,
+// no longer holds the others up. Chunks number their vertices as the slab's one walk would, so the
+// output is the same whatever the chunks; a chunk leaves the cut edges of its first plane open, and
+// the finish fills them from the top edges of the chunk below's last layer.
+//
 // With a node filter the counts are upper bounds (the filter rejects edges the classification
-// counts): the slabs then write at provisional offsets and the finish moves them down, in order.
+// counts): each slab is one chunk, written at provisional offsets that the finish moves down, in
+// order.
 template <class Tools, class Axis> class VxIsosurfaceParallelStandardCubes
 {
     using Traits = tools::AxisTraits<Axis>;
@@ -33,10 +41,27 @@ public:
         int32_t triangle, corner, x, y, z, edge;
     };
 
+    struct ThreadSpecificData;
+
+    // A run of a slab's cell layers along z, walked by one thread.
+    struct Chunk
+    {
+        ThreadSpecificData* slab = nullptr;          // set once all slabs are classified
+        KxBox3i box;                                 // its node box: the slab's, cut along z
+        uint64_t vertexStart = 0, triangleStart = 0; // its first vertex and triangle in the slab's numbering
+        uint64_t vertexRoom = 0, triangleRoom = 0;
+        uint64_t verticesMade = 0, trianglesMade = 0;
+        int64_t layersOwned = 0;              // its share of the slab's layers, for progress
+        KxDArray<PendingCorner> slabCorners;  // open corners that the slab below fills
+        KxDArray<PendingCorner> chunkCorners; // open corners that the chunk below fills
+        std::vector<int> lastLayerTopEdges;   // for the chunk above
+    };
+
     struct ThreadSpecificData
     {
         typename Tools::Index index; // the slab's node classification, kept from the first pass
         KxBox3i box;
+        std::vector<Chunk> chunks;
         uint64_t vertexRoom = 0, triangleRoom = 0; // counted in the first pass
         uint64_t verticesMade = 0, trianglesMade = 0;
         uint64_t firstLayer = 0;
@@ -78,55 +103,91 @@ public:
                                    -1);
     }
 
-    // First pass, per slab: the classification and the room the slab needs. The cut edges in the
-    // slab's first plane are the slab below's vertices.
+    // Chunks a slab is walked in, without a filter; each gets at least minChunkLayers cell layers.
+    static constexpr int chunksPerSlab = 4;
+    static constexpr int minChunkLayers = 4;
+
+    // First pass, per slab: the classification, the slab's chunks and the room each needs. The cut
+    // edges in the slab's first plane are the slab below's vertices, those in a chunk's first z
+    // plane the chunk below's.
     void classify(const KxBox3i& box, ThreadSpecificData& d) const
     {
         d.box = box;
         if (!tools::hasCells(box)) return;
         d.index.beginBox(m_tools.accessor, m_tools.iso, box);
-        d.vertexRoom = d.index.countCutEdges();
-        if (d.firstLayer != 0) d.vertexRoom -= d.index.countCutEdgesInPlane(Axis::index, int(d.firstLayer));
-        d.triangleRoom = d.index.countTriangles();
+        const int cellLayers = box.zmax - 1 - box.zmin;
+        const int chunks =
+            m_tools.filter.active() ? 1 : std::clamp(cellLayers / minChunkLayers, 1, chunksPerSlab);
+        d.chunks.resize(std::size_t(chunks));
+        const int64_t owned = ownedLayers(d);
+        for (int c = 0; c < chunks; ++c) {
+            Chunk& ch = d.chunks[std::size_t(c)];
+            const int k0 = box.zmin + int(int64_t(cellLayers) * c / chunks);
+            const int k1 = box.zmin + int(int64_t(cellLayers) * (c + 1) / chunks); // its last node slice
+            ch.box = KxBox3i(box.xmin, box.xmax, box.ymin, box.ymax, k0, k1 + 1);
+            ch.layersOwned = owned * (c + 1) / chunks - owned * c / chunks;
+            ch.vertexStart = d.vertexRoom;
+            ch.triangleStart = d.triangleRoom;
+            ch.vertexRoom = d.index.countCutEdges(k0, k1);
+            if (c > 0) ch.vertexRoom -= d.index.countCutEdgesInPlane(2, k0);
+            // The slab's first plane: across z it is the first chunk's first plane; across x or y it
+            // crosses every chunk, meeting a chunk's first plane on a line that was subtracted above.
+            if (d.firstLayer != 0 && (Axis::index != 2 || c == 0)) {
+                ch.vertexRoom -= d.index.countCutEdgesInPlane(Axis::index, int(d.firstLayer), k0, k1);
+                if (Axis::index != 2 && c > 0)
+                    ch.vertexRoom += d.index.countCutEdgesOnLine(Axis::index, int(d.firstLayer), k0);
+            }
+            ch.triangleRoom = d.index.countTriangles(k0, k1);
+            d.vertexRoom += ch.vertexRoom;
+            d.triangleRoom += ch.triangleRoom;
+        }
     }
 
     void beginBox(const Tools&, const KxBox3i&, ThreadSpecificData&) const {}
     void reserve(uint64_t, uint64_t, ThreadSpecificData&) const {}
 
-    int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge,
-                ThreadSpecificData& d) const
+    // Vertices are numbered within the slab; a chunk's numbers follow those of the chunks below it.
+    int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge, Chunk& ch) const
     {
-        const int c = cell[Axis::index];
-        if (c != 0 && c == box.min(Axis::index) && Traits::isFirstPlaneEdge(edge))
-            return -1; // the slab below's
+        const ThreadSpecificData& d = *ch.slab;
+        if (onSlabsFirstPlane(d, cell, edge)) return -1;   // the slab below's
+        if (onChunksFirstPlane(ch, cell, edge)) return -1; // the chunk below's
         KxVec3f p, n;
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
-        const uint64_t at = d.vertexOffset + d.verticesMade;
-        m_coordsOut[at] = p;
-        m_normalsOut[at] = tools::unitNormal(n);
-        return int(d.verticesMade++);
+        const uint64_t k = ch.vertexStart + ch.verticesMade++;
+        m_coordsOut[d.vertexOffset + k] = p;
+        m_normalsOut[d.vertexOffset + k] = tools::unitNormal(n);
+        return int(k);
     }
 
-    void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k,
-                    ThreadSpecificData& d) const
+    // Open edges are left to the chunk below, which writes the slab's face table there itself.
+    void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k, Chunk& ch) const
     {
+        ThreadSpecificData& d = *ch.slab;
         const int c = cell[Axis::index];
-        if (c < m_dims[Axis::index] - 1 && uint64_t(c) + 1 == d.lastLayer && Traits::isEndPlaneEdge(edge))
+        if (k >= 0 && c < m_dims[Axis::index] - 1 && uint64_t(c) + 1 == d.lastLayer &&
+            Traits::isEndPlaneEdge(edge))
             d.faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
     }
 
-    // Corners are written as output numbers at the slab's offset; open corners stay -1.
-    void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t,
-                     ThreadSpecificData& d) const
+    // Corners are written as output numbers at the slab's offset; open corners stay -1 and are
+    // recorded for the finish.
+    void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t, Chunk& ch) const
     {
-        const int32_t index = int32_t(d.trianglesMade++);
+        const ThreadSpecificData& d = *ch.slab;
+        const int32_t index = int32_t(ch.triangleStart + ch.trianglesMade++);
         const int32_t offset = int32_t(d.vertexOffset);
         m_trianglesOut[d.triangleOffset + uint64_t(index)] =
             KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset, t.z < 0 ? t.z : t.z + offset);
-        if (d.firstLayer == 0 || uint64_t(cell[Axis::index]) != d.firstLayer) return;
+        if (t.x >= 0 && t.y >= 0 && t.z >= 0) return;
         for (int corner = 0; corner < 3; ++corner)
-            if (t[corner] == -1)
-                d.pendingCorners.push_back({index, corner, cell.x, cell.y, cell.z, edges[corner]});
+            if (t[corner] == -1) {
+                const PendingCorner r{index, corner, cell.x, cell.y, cell.z, edges[corner]};
+                if (onSlabsFirstPlane(d, cell, edges[corner]))
+                    ch.slabCorners.push_back(r);
+                else
+                    ch.chunkCorners.push_back(r);
+            }
     }
 
     // After the first pass: ranges for the slabs in layer order, the output allocated once, the
@@ -144,12 +205,20 @@ public:
         m_coordsOut = m_coords.data();
         m_normalsOut = m_normals.data();
         m_trianglesOut = m_triangles.data();
-        forEachSlab(slabs, [this, progress](ThreadSpecificData& d) {
+        std::vector<Chunk*> chunks;
+        for (ThreadSpecificData* d : slabs)
+            for (Chunk& ch : d->chunks) {
+                ch.slab = d; // records have stopped moving: the slabs are all made
+                chunks.push_back(&ch);
+            }
+        forEachSlab(chunks, [this, progress](Chunk& ch) {
+            ThreadSpecificData& d = *ch.slab;
             VxIsosurfaceMarchingCubes<Tools, Self> walk(m_tools, *this, d.index);
-            walk.walkBox(d.box, d, progress ? progress->interruption() : nullptr);
-            d.index = typename Tools::Index(); // the classification's memory, no longer needed
-            if (progress) progress->slabDone(ownedLayers(d));
+            walk.walkBox(ch.box, ch, progress ? progress->interruption() : nullptr);
+            if (&ch != &d.chunks.back()) ch.lastLayerTopEdges = walk.takeLastLayerTopEdges();
+            if (progress) progress->slabDone(ch.layersOwned);
         });
+        for (ThreadSpecificData* d : slabs) joinChunks(*d);
         uint64_t vertexEnd = 0, triangleEnd = 0;
         for (ThreadSpecificData* d : slabs) closeSlab(*d, vertexEnd, triangleEnd);
         m_coords.resize(vertexEnd);
@@ -158,6 +227,46 @@ public:
     }
 
 private:
+    // An edge on the slab's first plane, in a slab above another: the slab below makes its vertex.
+    static bool onSlabsFirstPlane(const ThreadSpecificData& d, const KxVec3i& cell, int edge)
+    {
+        return d.firstLayer != 0 && uint64_t(cell[Axis::index]) == d.firstLayer &&
+               Traits::isFirstPlaneEdge(edge);
+    }
+    // An edge on the chunk's first z plane, in a chunk above another of its slab.
+    static bool onChunksFirstPlane(const Chunk& ch, const KxVec3i& cell, int edge)
+    {
+        return cell.z == ch.box.zmin && ch.box.zmin != ch.slab->box.zmin &&
+               tools::AxisTraits<tools::Zaxis>::isFirstPlaneEdge(edge);
+    }
+
+    // After the walks, per slab: the chunks' open corners on their first z planes filled from the
+    // chunk below (bottom edges 1 to 4 are that cell's top edges 5 to 8), their open corners on
+    // the slab's first plane gathered for the close, and the slab's counts summed. Counts made
+    // ahead are exact here: a difference would mean overlapping or lost vertices.
+    void joinChunks(ThreadSpecificData& d)
+    {
+        const std::size_t cellsX = std::size_t(d.box.xmax - 1 - d.box.xmin);
+        for (std::size_t c = 0; c < d.chunks.size(); ++c) {
+            Chunk& ch = d.chunks[c];
+            if (!m_tools.filter.active() &&
+                (ch.verticesMade != ch.vertexRoom || ch.trianglesMade != ch.triangleRoom))
+                throw KxException("isosurface: a chunk made other counts than its classification");
+            for (const PendingCorner& r : ch.chunkCorners) {
+                const std::vector<int>& below = d.chunks[c - 1].lastLayerTopEdges;
+                const std::size_t cell =
+                    std::size_t(r.y - d.box.ymin) * cellsX + std::size_t(r.x - d.box.xmin);
+                m_trianglesOut[d.triangleOffset + uint64_t(r.triangle)][r.corner] =
+                    int32_t(d.vertexOffset) + below[4 * cell + std::size_t(r.edge - 1)];
+            }
+            for (const PendingCorner& r : ch.slabCorners) d.pendingCorners.push_back(r);
+            d.verticesMade += ch.verticesMade;
+            d.trianglesMade += ch.trianglesMade;
+        }
+        d.chunks.clear();
+        d.index = typename Tools::Index(); // the classification's memory, no longer needed
+    }
+
     // The layers a slab owns: all it reads but the last, which is the next slab's first, if any.
     int64_t ownedLayers(const ThreadSpecificData& d) const
     {

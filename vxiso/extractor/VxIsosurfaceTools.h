@@ -32,35 +32,40 @@ public:
         m_sliceWords = std::size_t(m_rowsPerSlice) * std::size_t(m_words);
         m_bits.assign(m_sliceWords * std::size_t(box.zmax - box.zmin), 0);
         m_bytes.assign(std::size_t(m_words) * 64, 0);
-        for (int k = box.zmin; k < box.zmax; ++k) classifySlice(a, iso, k, m_bits.data() + slice(k));
-        m_slice = 0;
+        for (int k = box.zmin; k < box.zmax; ++k) classifySlice(a, iso, k, m_bits.data() + sliceOffset(k));
     }
-    // Moves on from slice k to k + 1.
-    void nextSlice(const Accessor&, float, int k) { m_slice = slice(k + 1); }
-    // Back to the box's first slice, for a walk of a box classified before.
-    void rewind() { m_slice = 0; }
 
-    // Grid edges of the box whose nodes lie on different sides: the vertices of standard cubes.
-    uint64_t countCutEdges() const
+    // Where node slice k starts: the cursor of a walk. Walks keep their own cursors, so that several
+    // walks of parts of one box may share its classification.
+    std::size_t sliceOffset(int k) const { return std::size_t(k - m_box.zmin) * m_sliceWords; }
+
+    // Grid edges of the box whose nodes lie on different sides: the vertices of standard cubes. The
+    // second form counts those with both nodes in node slices [zFirst, zLast].
+    uint64_t countCutEdges() const { return countCutEdges(m_box.zmin, m_box.zmax - 1); }
+    uint64_t countCutEdges(int zFirst, int zLast) const
     {
         uint64_t cut = 0;
-        const int slices = m_box.zmax - m_box.zmin;
-        for (int z = 0; z < slices; ++z)
+        for (int z = zFirst - m_box.zmin; z <= zLast - m_box.zmin; ++z)
             for (int y = 0; y < m_rowsPerSlice; ++y) {
                 const uint64_t* row = rowBits(y, z);
                 cut += cutAlongX(row);
                 if (y + 1 < m_rowsPerSlice) cut += cutBetween(row, row + m_words);
-                if (z + 1 < slices) cut += cutBetween(row, row + m_sliceWords);
+                if (z < zLast - m_box.zmin) cut += cutBetween(row, row + m_sliceWords);
             }
         return cut;
     }
 
     // The cut edges that lie in one node plane of the box, across axis (0, 1, 2) at that layer:
-    // the vertices a slab shares with its neighbour on that side.
+    // the vertices a slab shares with its neighbour on that side. The second form counts those with
+    // both nodes in node slices [zFirst, zLast].
     uint64_t countCutEdgesInPlane(int axis, int layer) const
     {
+        return countCutEdgesInPlane(axis, layer, m_box.zmin, m_box.zmax - 1);
+    }
+    uint64_t countCutEdgesInPlane(int axis, int layer, int zFirst, int zLast) const
+    {
         uint64_t cut = 0;
-        const int slices = m_box.zmax - m_box.zmin;
+        const int first = zFirst - m_box.zmin, last = zLast - m_box.zmin;
         if (axis == 2) {
             const int z = layer - m_box.zmin;
             for (int y = 0; y < m_rowsPerSlice; ++y) {
@@ -69,67 +74,51 @@ public:
             }
         } else if (axis == 1) {
             const int y = layer - m_box.ymin;
-            for (int z = 0; z < slices; ++z) {
+            for (int z = first; z <= last; ++z) {
                 cut += cutAlongX(rowBits(y, z));
-                if (z + 1 < slices) cut += cutBetween(rowBits(y, z), rowBits(y, z + 1));
+                if (z < last) cut += cutBetween(rowBits(y, z), rowBits(y, z + 1));
             }
         } else {
             const int x = layer - m_box.xmin;
-            for (int z = 0; z < slices; ++z)
+            for (int z = first; z <= last; ++z)
                 for (int y = 0; y < m_rowsPerSlice; ++y) {
                     const unsigned b = bit_(rowBits(y, z), x);
                     if (y + 1 < m_rowsPerSlice) cut += b ^ bit_(rowBits(y + 1, z), x);
-                    if (z + 1 < slices) cut += b ^ bit_(rowBits(y, z + 1), x);
+                    if (z < last) cut += b ^ bit_(rowBits(y, z + 1), x);
                 }
         }
         return cut;
     }
 
-    // Triangles the case table gives the box's cells (before any is dropped).
-    uint64_t countTriangles() const
+    // The cut edges on the line where node slice z meets the node plane across axis 0 or 1 at layer.
+    uint64_t countCutEdgesOnLine(int axis, int layer, int z) const
+    {
+        z -= m_box.zmin;
+        if (axis == 1) return cutAlongX(rowBits(layer - m_box.ymin, z));
+        const int x = layer - m_box.xmin;
+        uint64_t cut = 0;
+        for (int y = 0; y + 1 < m_rowsPerSlice; ++y)
+            cut += bit_(rowBits(y, z), x) ^ bit_(rowBits(y + 1, z), x);
+        return cut;
+    }
+
+    // Triangles the case table gives the box's cells (before any is dropped); the second form those of
+    // the cells in cell layers [kFirst, kEnd).
+    uint64_t countTriangles() const { return countTriangles(m_box.zmin, m_box.zmax - 1); }
+    uint64_t countTriangles(int kFirst, int kEnd) const
     {
         uint64_t n = 0;
-        for (int k = m_box.zmin; k < m_box.zmax - 1; ++k)
+        for (int k = kFirst; k < kEnd; ++k)
             for (int j = m_box.ymin; j < m_box.ymax - 1; ++j)
-                forEachCutCellOf(slice(k), j, [&](int, unsigned c) {
+                forEachCutCellAt(sliceOffset(k), j, [&](int, unsigned c) {
                     n += unsigned(tables::g_marchingCases[c][tables::TRIANGLE_COUNT]);
                 });
         return n;
     }
 
-    // Calls f(i, index) for every cell of row (j, k) that some surface crosses, in order of i.
-    template <class F> void forEachCutCell(int j, F&& f) const { forEachCutCellOf(m_slice, j, f); }
-
-private:
-    std::size_t slice(int k) const { return std::size_t(k - m_box.zmin) * m_sliceWords; }
-    // The bits of node row y of slice z, both counted from the box's corner.
-    const uint64_t* rowBits(int y, int z) const
-    {
-        return m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
-    }
-    // Cut edges along x in one row: node x against node x + 1, for x + 1 inside the row.
-    uint64_t cutAlongX(const uint64_t* row) const
-    {
-        uint64_t cut = 0;
-        for (int w = 0; w < m_words; ++w) {
-            uint64_t next = row[w] >> 1;
-            if (w + 1 < m_words) next |= row[w + 1] << 63;
-            uint64_t along = row[w] ^ next;
-            const int left = m_nodesX - 1 - 64 * w;
-            if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
-            cut += uint64_t(__builtin_popcountll(along));
-        }
-        return cut;
-    }
-    // Cut edges between two rows, node by node (the bits past a row's end are 0 in both).
-    uint64_t cutBetween(const uint64_t* a, const uint64_t* b) const
-    {
-        uint64_t cut = 0;
-        for (int w = 0; w < m_words; ++w) cut += uint64_t(__builtin_popcountll(a[w] ^ b[w]));
-        return cut;
-    }
-
-    template <class F> void forEachCutCellOf(std::size_t sliceStart, int j, F&& f) const
+    // Calls f(i, index) for every cell of row (j, k) that some surface crosses, in order of i; the
+    // cell slice k is the node slice at sliceOffset(k) and the next one.
+    template <class F> void forEachCutCellAt(std::size_t sliceStart, int j, F&& f) const
     {
         const uint64_t* a =
             m_bits.data() + sliceStart + std::size_t(j - m_box.ymin) * std::size_t(m_words); // (j, k)
@@ -159,6 +148,34 @@ private:
         }
     }
 
+private:
+    // The bits of node row y of slice z, both counted from the box's corner.
+    const uint64_t* rowBits(int y, int z) const
+    {
+        return m_bits.data() + std::size_t(z) * m_sliceWords + std::size_t(y) * std::size_t(m_words);
+    }
+    // Cut edges along x in one row: node x against node x + 1, for x + 1 inside the row.
+    uint64_t cutAlongX(const uint64_t* row) const
+    {
+        uint64_t cut = 0;
+        for (int w = 0; w < m_words; ++w) {
+            uint64_t next = row[w] >> 1;
+            if (w + 1 < m_words) next |= row[w + 1] << 63;
+            uint64_t along = row[w] ^ next;
+            const int left = m_nodesX - 1 - 64 * w;
+            if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
+            cut += uint64_t(__builtin_popcountll(along));
+        }
+        return cut;
+    }
+    // Cut edges between two rows, node by node (the bits past a row's end are 0 in both).
+    uint64_t cutBetween(const uint64_t* a, const uint64_t* b) const
+    {
+        uint64_t cut = 0;
+        for (int w = 0; w < m_words; ++w) cut += uint64_t(__builtin_popcountll(a[w] ^ b[w]));
+        return cut;
+    }
+
     static unsigned bit_(const uint64_t* row, int x) { return unsigned(row[x >> 6] >> (x & 63)) & 1u; }
 
     void classifySlice(const Accessor& a, float iso, int k, uint64_t* words)
@@ -180,7 +197,7 @@ private:
 
     KxBox3i m_box;
     int m_nodesX = 0, m_words = 0, m_rowsPerSlice = 0;
-    std::size_t m_sliceWords = 0, m_slice = 0;
+    std::size_t m_sliceWords = 0;
     std::vector<uint64_t> m_bits;
     // Zero past the row's end, so that the packing never sees stale bytes.
     std::vector<unsigned char> m_bytes;
