@@ -4,6 +4,7 @@
 #include <vx/VxConnection.h>
 #include <vx/VxObject.h>
 #include <vx/VxObjectPool.h>
+#include <vx/VxPort3DPointList.h>
 #include <vx/VxPortButtonList.h>
 #include <vx/VxPortColorList.h>
 #include <vx/VxPortDrawStyle.h>
@@ -315,6 +316,35 @@ QWidget* VxPortPanel::widgetFor(VxPort* port)
             layout->addWidget(cull);
         }
         return row;
+    }
+    if (auto* points = dynamic_cast<VxPort3DPointList*>(port)) {
+        // One row of x, y and z per point, each with its remove button, and a button for one more.
+        auto* box = new QWidget;
+        auto* rows = new QVBoxLayout(box);
+        rows->setContentsMargins(0, 0, 0, 0);
+        for (int i = 0; i < points->getNum(); ++i) {
+            auto* row = new QWidget;
+            auto* layout = new QHBoxLayout(row);
+            layout->setContentsMargins(0, 0, 0, 0);
+            const SbVec3f p = points->getValue(i);
+            QLineEdit* xyz[3];
+            for (int c = 0; c < 3; ++c) {
+                xyz[c] = new QLineEdit(number(double(p[c])));
+                layout->addWidget(xyz[c]);
+            }
+            for (QLineEdit* field : xyz)
+                connect(field, &QLineEdit::editingFinished, [i, x = xyz[0], y = xyz[1], z = xyz[2], set] {
+                    set({"setValue", QString::number(i), x->text(), y->text(), z->text()});
+                });
+            auto* remove = new QPushButton(tr("Remove"));
+            connect(remove, &QPushButton::clicked, [i, set] { set({"removePoint", QString::number(i)}); });
+            layout->addWidget(remove);
+            rows->addWidget(row);
+        }
+        auto* add = new QPushButton(tr("Add point"));
+        connect(add, &QPushButton::clicked, [set] { set({"appendPoint", "0", "0", "0"}); });
+        rows->addWidget(add);
+        return box;
     }
     return new QLabel(tr("(set by scripts: %1)").arg(port->getName()));
 }

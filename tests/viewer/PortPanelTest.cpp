@@ -6,6 +6,7 @@
 #include <viewer/VxPortPanel.h>
 
 #include <vx/VxModule.h>
+#include <vx/VxPort3DPointList.h>
 #include <vx/VxPortFloatSlider.h>
 #include <vx/VxPortFloatTextN.h>
 #include <vx/VxPortGeneric.h>
@@ -19,6 +20,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QRadioButton>
 #include <QSlider>
 #include <QTemporaryDir>
@@ -34,7 +36,8 @@ public:
         : portLevel(this, "Level", "level"), portSize(this, "Size", "size", 2),
           portMode(this, "Mode", "mode", 3), portFlags(this, "Flags", "flags", 2),
           portMenu(this, "Menu", "menu", 1), portFormat(this, "Format", "format"),
-          portName(this, "Name", "name"), portSecret(this, "Secret", "secret")
+          portName(this, "Name", "name"), portSecret(this, "Secret", "secret"),
+          portSeeds(this, "Seeds", "seeds", 1)
     {
         portLevel.setMinMax(0, 10);
         portMode.setLabel(0, "a");
@@ -53,6 +56,7 @@ public:
     VxPortGeneric portFormat;
     VxPortText portName;
     VxPortText portSecret;
+    VxPort3DPointList portSeeds;
 };
 KX_SOURCE(PanelTestModule, VxModule)
 
@@ -105,6 +109,13 @@ TEST(PortPanel, WidgetsSetThePortsAsScriptsDo)
     edit(2, "4"); // the second field of Size
     EXPECT_EQ(tcl("m size getValue 1"), "4");
     EXPECT_EQ(commands.first(), "m mode setValue 2");
+    QLineEdit* seedY = panel.findChildren<QLineEdit*>().at(panel.findChildren<QLineEdit*>().size() - 2);
+    seedY->setText("-3");
+    emit seedY->editingFinished();
+    EXPECT_EQ(tcl("m seeds getValue 0"), "0 -3 0");
+    for (QPushButton* b : panel.findChildren<QPushButton*>())
+        if (b->text() == "Add point") b->click();
+    EXPECT_EQ(tcl("m seeds getNum"), "2");
 
     // Port to widget, and greyed when insensitive.
     tcl("m level setValue 2.25; m mode setValue 0");
