@@ -10,11 +10,13 @@
 #include <vx/VxColormap.h>
 #include <vx/VxHexaScalarField3.h>
 #include <vx/VxLocation3.h>
+#include <vx/VxMessage.h>
 #include <vx/VxPortColormap.h>
 #include <vx/VxRangeProviderSpatialData.h>
 #include <vx/VxRegScalarField3.h>
 #include <vx/VxTetraScalarField3.h>
 
+#include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
 
 #include <Inventor/SbViewportRegion.h>
@@ -194,6 +196,10 @@ bool VxAnnotatedIsolines::sample(SbVec3f& origin, SbVec3f& du, SbVec3f& dv, int&
     std::unique_ptr<VxLocation3> at = field->createLocation();
     values.assign(std::size_t(n) * std::size_t(n), PoMesh::NO_VALUE);
     for (int r = 0; at && r < n; ++r) {
+        if ((r & 15) == 0 && progress->wasInterrupted()) {
+            progress->stopWorking();
+            throw KxInterrupted(); // before the mesh is replaced: the last run's stays
+        }
         bool found = false;
         for (int c = 0; c < n; ++c) {
             const SbVec3f p = origin + du * float(c) + dv * float(r);
@@ -216,8 +222,9 @@ void VxAnnotatedIsolines::doGenerate2DMesh()
     SbVec3f origin, du, dv;
     int n = 0;
     std::vector<float> values;
+    const bool sampled = sample(origin, du, dv, n, values); // first: it throws when interrupted
     auto* grid = new PoCartesianGrid2D;
-    if (sample(origin, du, dv, n, values)) grid->grid.setGeometry(origin, du, dv, n, n, values.data());
+    if (sampled) grid->grid.setGeometry(origin, du, dv, n, n, values.data());
     setMesh(grid);
 }
 
@@ -226,8 +233,9 @@ void VxAnnotatedIsolines::doGenerateQuadrangleMesh()
     SbVec3f origin, du, dv;
     int n = 0;
     std::vector<float> values;
+    const bool sampled = sample(origin, du, dv, n, values); // first: it throws when interrupted
     auto* mesh = new PoQuadrangleMesh;
-    if (sample(origin, du, dv, n, values)) {
+    if (sampled) {
         // Only the cells whose four samples have values, with the samples they use.
         std::vector<int32_t> index(values.size(), -1), quads;
         std::vector<SbVec3f> points;
@@ -382,10 +390,16 @@ void VxAnnotatedIsolines::compute()
     determineIsoValues();
     const bool unstructured = kx_type_cast<VxTetraScalarField3>(field) != nullptr ||
                               kx_type_cast<VxHexaScalarField3>(field) != nullptr;
-    if (unstructured)
-        doGenerateQuadrangleMesh();
-    else
-        doGenerate2DMesh();
+    try {
+        if (unstructured)
+            doGenerateQuadrangleMesh();
+        else
+            doGenerate2DMesh();
+    } catch (const KxInterrupted&) {
+        VxApplication::instance()->message()->warning(
+            tr("Contoured slice interrupted; it shows the last run."));
+        return;
+    }
     SbVec3f o, du, dv;
     getSamplingParameters(int(portParameters.getValue(0)), o, du, dv);
     pushPorts(field, du);

@@ -314,12 +314,14 @@ void VxIsolines::computeIsolines()
     auto* field = vxconnection_cast<VxScalarField3>(portData);
     SoLineSet* lineSet = getLineSet();
     auto* property = static_cast<SoVertexProperty*>(lineSet->vertexProperty.getValue());
-    // Every run replaces the lines, also by none.
-    property->vertex.setNum(0);
-    property->orderedRGBA.setNum(0);
-    lineSet->numVertices.setNum(0);
-    m_lineValues.clear();
-    if (!slice->hasPlane()) return;
+    // Every run replaces the lines, also by none; one that is interrupted (it throws) keeps them.
+    auto clear = [&] {
+        property->vertex.setNum(0);
+        property->orderedRGBA.setNum(0);
+        lineSet->numVertices.setNum(0);
+        m_lineValues.clear();
+    };
+    if (!slice->hasPlane()) return clear();
 
     VxIsolineContouring contouring;
     contouring.setIsoValues(m_isoValues.data(), int(m_isoValues.size()));
@@ -328,6 +330,14 @@ void VxIsolines::computeIsolines()
     contouring.setPackedColors(colors.data(), int(colors.size()));
     SbMatrix transform;
     contouring.setTransform(getTransform(transform) ? &transform : nullptr);
+    KxProgressInterface* progress = VxApplication::instance()->progress();
+    contouring.setInterruption(progress);
+    progress->startWorking(tr("Extracting Isolines"));
+    struct Phase
+    {
+        KxProgressInterface* progress;
+        ~Phase() { progress->stopWorking(); }
+    } phase{progress};
 
     auto* tetra = kx_type_cast<VxTetraScalarField3>(field);
     if (tetra && !portOptions.getValue(RESAMPLE)) {
@@ -338,11 +348,12 @@ void VxIsolines::computeIsolines()
         std::unique_ptr<VxLocation3> location = field->createLocation();
         if (!location || !slice->getSamplingParameters(sampling.resolution, sampling.origin, sampling.uStep,
                                                        sampling.vStep))
-            return;
+            return clear();
         Location at{*location};
         contouring.doGeneric(sampling, slice->getBoundingBox(), at);
     }
 
+    clear();
     VxIsolineLines& lines = contouring.lines();
     m_lineValues = lines.lineValues;
     if (!lines.lineColors.empty())
@@ -363,6 +374,10 @@ void VxIsolines::compute()
         computeIsolines();
     } catch (const std::bad_alloc&) {
         VxApplication::instance()->message()->error(tr("Not enough memory for the isolines."));
+        return;
+    } catch (const KxInterrupted&) {
+        VxApplication::instance()->message()->warning(tr("Isoline extraction interrupted; the lines are "
+                                                         "those of the last run."));
         return;
     } catch (const KxException& e) {
         VxApplication::instance()->message()->error(e.text());

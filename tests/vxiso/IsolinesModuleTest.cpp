@@ -30,6 +30,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -358,6 +359,41 @@ TEST_F(Isolines, FacingLabelsFaceEveryViewAndReadBackFromFiles)
 // The annotated contoured slice: its ports after the cut's own, its scene in order, the iso values
 // handed to the contouring, a sampled grid with "no value" outside the field, and a quadrangle mesh
 // of only the cells inside a tetrahedral field.
+// Work stopped from outside (the viewer's Stop button): both modules keep the last run's lines and
+// say so.
+TEST_F(Isolines, AnInterruptedRunKeepsTheLastLines)
+{
+    struct Stoppable : KxProgressInterface
+    {
+        bool stop = false;
+        void setProgressValue(float) override {}
+        bool wasInterrupted() override { return stop; }
+    };
+    auto* progress = new Stoppable;
+    VxApplication::instance()->setProgress(std::unique_ptr<KxProgressInterface>(progress));
+    ballOnSlice();
+    tcl("iso spacing setValue 1; iso explicit setValue {3 6 9}; create VxAnnotatedIsolines a; a data connect "
+        "ball; "
+        "a origin setValue 2 10; a explicit setValue {3 6}; a fire");
+    const std::vector<float> values(iso().getLineValues().begin(), iso().getLineValues().end());
+    const SoNode* mesh = object<VxAnnotatedIsolines>("a")->getMesh();
+    ASSERT_EQ(std::set<float>(values.begin(), values.end()), (std::set<float>{3, 6, 9}));
+    progress->stop = true;
+    messages()->clearRecords();
+    tcl("iso explicit setValue {4}; a origin setValue 2 12; a fire");
+    EXPECT_EQ(std::vector<float>(iso().getLineValues().begin(), iso().getLineValues().end()), values);
+    EXPECT_EQ(object<VxAnnotatedIsolines>("a")->getMesh(), mesh);
+    QStringList said = messages()->lines();
+    said.sort();
+    EXPECT_EQ(said,
+              QStringList({"Warning: Contoured slice interrupted; it shows the last run.",
+                           "Warning: Isoline extraction interrupted; the lines are those of the last run."}));
+    progress->stop = false;
+    tcl("iso fire");
+    ASSERT_GT(iso().getLineValues().size(), 0);
+    EXPECT_EQ(iso().getLineValues()[0], 4.f);
+}
+
 TEST_F(Isolines, AnnotatedSliceSamplesTheFieldIntoTheKit)
 {
     EXPECT_NE(KxTypeInfo::fromName("VxAnnotatedIsolines"), nullptr);

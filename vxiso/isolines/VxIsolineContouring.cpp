@@ -186,6 +186,7 @@ void VxIsolineContouring::doIntersection(const VxTetraScalarField3& field, const
     const float* values = field.getValues();
     const VxTetraGrid::Tetra* tetras = grid->getTetras();
     for (int32_t t = 0; t < grid->getNumTetras(); ++t) {
+        if ((t & 0xffff) == 0) checkInterruption();
         const int32_t* nodes = tetras[t].nodes;
         int code = 0;
         for (int i = 0; i < 4; ++i) code |= dist[std::size_t(nodes[i])] >= 0.f ? 1 << i : 0;

@@ -3,6 +3,8 @@
 
 #include <kx/KxBox3.h>
 #include <kx/KxDArray.h>
+#include <kx/KxException.h>
+#include <kx/KxProgressInterface.h>
 
 #include <Inventor/SbMatrix.h>
 #include <Inventor/SbVec3f.h>
@@ -54,6 +56,9 @@ public:
     // The map between the slice's and the field's frames when they differ (the module's
     // getTransform); null for none.
     void setTransform(const SbMatrix* m);
+    // Asked now and then during a run, which throws KxInterrupted when it reports an interruption.
+    // Null for none.
+    void setInterruption(KxProgressInterface* progress) { m_interruption = progress; }
 
     // Contours the sampled slice. The cell whose far corner (row r, column c + 1) lies outside
     // sliceBox (no tolerance) is left out, as is every cell with an invalid corner (the location
@@ -94,11 +99,16 @@ public:
 private:
     void chain(const KxDArray<SbVec3f>& points, const KxDArray<int>& links);
     void labelNewLines(int value);
+    void checkInterruption() const
+    {
+        if (m_interruption && m_interruption->wasInterrupted()) throw KxInterrupted();
+    }
     void addPolygonSegment(SbVec3f a, SbVec3f b, int value, bool quad);
     template <int N> void isoPoly(const Polygon& polygon);
 
     std::vector<float> m_isoValues;
     std::vector<uint32_t> m_colors;
+    KxProgressInterface* m_interruption = nullptr;
     bool m_useTransform = false;
     SbMatrix m_transform = SbMatrix::identity();
     bool m_mapPoints = false;
@@ -150,6 +160,7 @@ void VxIsolineContouring::doGeneric(const VxIsolineSampling& sampling, const KxB
     std::vector<int> columnCarry(std::size_t(res > 1 ? res - 1 : 0) * std::size_t(nValues), -1);
 
     for (int r = 0; r < res; ++r) {
+        if ((r & 15) == 0) checkInterruption();
         std::swap(values[0], values[1]);
         std::swap(valid[0], valid[1]);
         std::swap(band[0], band[1]);
