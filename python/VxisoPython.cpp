@@ -277,8 +277,15 @@ py::tuple marchingCubes(const py::object& object, double level, const py::object
     if (cOrder) {
         // Back to NumPy's index order; the swap mirrors space, so each triangle turns round too to
         // keep facing along its normals.
-        for (KxVec3f& v : coords) std::swap(v.x, v.z);
-        for (KxVec3f& v : normals) std::swap(v.x, v.z);
+        // One pass over both: the arrays are far larger than the caches.
+        const std::size_t both = std::min(coords.size(), normals.size());
+        KxVec3f *c = coords.data(), *n = normals.data();
+        for (std::size_t i = 0; i < both; ++i) {
+            std::swap(c[i].x, c[i].z);
+            std::swap(n[i].x, n[i].z);
+        }
+        for (std::size_t i = both; i < coords.size(); ++i) std::swap(c[i].x, c[i].z);
+        for (std::size_t i = both; i < normals.size(); ++i) std::swap(n[i].x, n[i].z);
         for (KxVec3i& t : triangles) std::swap(t.y, t.z);
     }
     return py::make_tuple(adopt<float>(coords), adopt<int32_t>(triangles), adopt<float>(normals));

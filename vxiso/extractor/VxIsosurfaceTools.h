@@ -15,6 +15,20 @@
 
 namespace vxiso::tools {
 
+// Set bits of a word. Without the popcnt instruction (the default build targets every x86-64) the
+// builtin is a call into the compiler's library; this is the same sum of bit fields, inlined.
+inline uint64_t bitCount(uint64_t x)
+{
+#ifdef __POPCNT__
+    return uint64_t(__builtin_popcountll(x));
+#else
+    x = x - ((x >> 1) & 0x5555555555555555ull);
+    x = (x & 0x3333333333333333ull) + ((x >> 2) & 0x3333333333333333ull);
+    x = (x + (x >> 4)) & 0x0f0f0f0f0f0f0f0full;
+    return (x * 0x0101010101010101ull) >> 56;
+#endif
+}
+
 // Case indices of the cells of a box: whole node rows of a slice are classified into bits once, so
 // that a row of cells is walked by its non-empty cells only, 64 cells per test, and each index is
 // assembled from bits without reading a value.
@@ -164,7 +178,7 @@ private:
             uint64_t along = row[w] ^ next;
             const int left = m_nodesX - 1 - 64 * w;
             if (left < 64) along &= left > 0 ? (uint64_t(1) << left) - 1 : 0;
-            cut += uint64_t(__builtin_popcountll(along));
+            cut += bitCount(along);
         }
         return cut;
     }
@@ -172,7 +186,7 @@ private:
     uint64_t cutBetween(const uint64_t* a, const uint64_t* b) const
     {
         uint64_t cut = 0;
-        for (int w = 0; w < m_words; ++w) cut += uint64_t(__builtin_popcountll(a[w] ^ b[w]));
+        for (int w = 0; w < m_words; ++w) cut += bitCount(a[w] ^ b[w]);
         return cut;
     }
 
