@@ -208,6 +208,7 @@ void VxIsosurface::computeRegScalarField3()
     extractor.isoValue = portThreshold.getValue();
     extractor.snapFraction = 0.5f;
     extractor.numberOfCores = portNumberOfCores.getValue();
+    extractor.slabCount = int64_t(m_slabCount);
     extractIsoSurfaceFromRegField3(field, extractor);
 
     replaceTriSurface(result.get());
