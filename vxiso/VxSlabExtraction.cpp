@@ -2,6 +2,7 @@
 
 #include <vxiso/VxIsosurfaceFilter.h>
 #include <vxiso/extractor/VxIsosurfaceAxis.h>
+#include <vxiso/extractor/VxParallelIsosurfaceMarchingCubes.h>
 
 #include <kx/KxException.h>
 
@@ -23,6 +24,19 @@ std::unique_ptr<VxSlabExtraction> makeSlabExtraction(const VxVolumeWindow& windo
 }
 
 VxSlabExtraction::~VxSlabExtraction() = default;
+
+std::vector<VxSlabExtraction::Slab> VxSlabExtraction::evenSlabs(uint64_t firstCell, uint64_t endCell,
+                                                                uint64_t count, uint64_t n)
+{
+    std::vector<Slab> slabs;
+    for (const vxiso::SlabLayers& s : vxiso::evenSlabs(firstCell, endCell, count, n)) slabs.push_back({s.begin, s.end});
+    return slabs;
+}
+
+void VxSlabExtraction::checkSlabCount(uint64_t nodes, uint64_t slabs, int axis)
+{
+    vxiso::tools::checkSlabCount(nodes, slabs, axis);
+}
 
 namespace {
 

@@ -46,6 +46,12 @@ public:
         uint64_t count;
     };
 
+    // count even slabs over the cell layers [firstCell, endCell) of n node layers along the axis:
+    // the cut of the threaded path with a slab count, so that the same count gives the same slabs.
+    static std::vector<Slab> evenSlabs(uint64_t firstCell, uint64_t endCell, uint64_t count, uint64_t n);
+    // Throws KxException when nodes along an axis cannot give slabs cells each.
+    static void checkSlabCount(uint64_t nodes, uint64_t slabs, int axis);
+
     // Throws KxException for a value type of none of the eight kinds or an axis other than 0 to 2.
     static std::unique_ptr<VxSlabExtraction> create(const VxVolumeWindow& window, int axis, bool compact,
                                                     float isoValue, float snapFraction);
