@@ -2,6 +2,8 @@
 
 #include "VxisoOptions.h"
 
+#include <io/VxMetaImageReader.h>
+#include <io/VxNiftiReader.h>
 #include <io/VxNrrdReader.h>
 #include <io/VxRawReader.h>
 #include <kx/KxException.h>
@@ -54,14 +56,19 @@ VxVolumeLayout locate(const VxisoOptions& o)
         found = VxRawReader::locate(path, o.raw, l, &error);
     else if (name.endsWith(".nrrd") || name.endsWith(".nhdr"))
         found = VxNrrdReader::locate(path, l, &error);
+    else if (name.endsWith(".mha") || name.endsWith(".mhd"))
+        found = VxMetaImageReader::locate(path, l, &error);
+    else if (VxNiftiReader::isNiftiPath(path))
+        found = VxNiftiReader::locate(path, l, &error);
     else
-        throw KxException(QString("%1: vxiso-mpi reads raw volumes (--raw FILE --dims --type) and NRRD files "
-                                  "(.nrrd, .nhdr) with raw values; convert other formats first")
+        throw KxException(QString("%1: vxiso-mpi reads raw volumes (--raw FILE --dims --type), NIfTI (.nii, "
+                                  ".hdr/.img), NRRD (.nrrd, .nhdr) and MetaImage (.mha, .mhd) files with "
+                                  "uncompressed values; convert other formats first")
                               .arg(path));
     if (!found) throw KxException(error);
     if (l.encoding == VxEncoding::Gzip)
-        throw KxException(QString("%1: its values are gzip-compressed; the ranks read their slabs straight "
-                                  "from the file, so decompress it first (e.g. unu save -e raw)")
+        throw KxException(QString("%1: its values are compressed; the ranks read their slabs straight from "
+                                  "the file, so decompress it first")
                               .arg(path));
     if (l.encoding == VxEncoding::Ascii)
         throw KxException(QString("%1: its values are text; the ranks read their slabs at byte offsets, so "

@@ -10,7 +10,7 @@
 struct VxisoOptions;
 
 // The input of vxiso-mpi: where the volume's values lie, from the options (a raw description) or
-// from the header of a NRRD file, and a box of nodes read from there with MPI-IO. Failures are
+// from the header of a NIfTI, NRRD or MetaImage file, and a box of nodes read from there with MPI-IO. Failures are
 // KxExceptions naming the file.
 namespace VxMpiInput {
 

@@ -140,6 +140,38 @@ TEST_F(VxisoMpi, StandardCubesMatchTheThreadedFileByteForByte)
     }
 }
 
+// The header formats, in both byte orders, give the file vxiso writes from the same header.
+TEST_F(VxisoMpi, HeaderFormatsGiveVxisosFile)
+{
+    const Volume v = kVolumes[2]; // int16, split along y
+    const std::string values = valuesOf(v), swapped = byteSwapped(values, 2);
+    NiftiFile nifti;
+    nifti.datatype = 4;
+    nifti.dim[1] = v.dims[0], nifti.dim[2] = v.dims[1], nifti.dim[3] = v.dims[2];
+    const double spacing[3] = {0.5, 2, 1}, origin[3] = {10, -4, 3};
+    nifti.place(spacing, origin);
+    nifti.values = values;
+    nifti.swap = true;
+    writeNifti(nifti, path("n"));
+    const std::string dims = std::to_string(v.dims[0]) + " " + std::to_string(v.dims[1]) + " " +
+                             std::to_string(v.dims[2]);
+    spit(path("m.mha"), "ObjectType = Image\nNDims = 3\nDimSize = " + dims +
+                            "\nElementType = MET_SHORT\nElementSpacing = 0.5 2 1\nBinaryDataByteOrderMSB = "
+                            "True\nElementDataFile = LOCAL\n" +
+                            (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? values : swapped));
+    spit(path("d.raw"), values);
+    spit(path("d.nhdr"), "NRRD0004\ntype: short\ndimension: 3\nsizes: " + dims +
+                             "\nencoding: raw\nendian: little\nspacings: 0.5 2 1\ndata file: d.raw\n");
+    for (const char* input : {"n.nii", "m.mha", "d.nhdr"}) {
+        const std::string args = std::string(input) + " -t 300 --slabs 5";
+        ASSERT_EQ(vxiso(args + " -o threaded.ply").status, 0) << input;
+        const Result r = mpi(3, args + " -o mpi.ply");
+        ASSERT_EQ(r.status, 0) << input << ": " << r.err;
+        EXPECT_GT(readPly(slurp(path("mpi.ply"))).numTriangles(), 100) << input;
+        EXPECT_TRUE(slurp(path("mpi.ply")) == slurp(path("threaded.ply"))) << input;
+    }
+}
+
 // Compact cubes fold what the slab above snapped onto the shared layer into the slab below: the
 // same surface as the threaded merge, and one file whatever the number of ranks.
 TEST_F(VxisoMpi, CompactCubesMergeAsTheThreadedPath)
@@ -212,7 +244,7 @@ TEST_F(VxisoMpi, RefusesCompressedInputAndImpossiblePlans)
                              deflated(std::string(64, '\1')));
     Result r = mpi(2, "z.nrrd -t 0.5 -o z.ply");
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("z.nrrd: its values are gzip-compressed; the ranks read their slabs straight from the "
+    EXPECT_NE(r.err.find("z.nrrd: its values are compressed; the ranks read their slabs straight from the "
                          "file, so decompress it first"),
               std::string::npos)
         << r.err;
