@@ -18,7 +18,8 @@ class UndefinedValue
 public:
     UndefinedValue(const VxRegScalarField3& field)
         : UndefinedValue(field.lattice().dataPtr(), field.primType(), KxVec3i(0, 0, 0), dimsOf(field),
-                         field.hasUndefinedValue(), field.hasUndefinedValue() ? field.getUndefinedValue() : 0.0)
+                         field.hasUndefinedValue(),
+                         field.hasUndefinedValue() ? field.getUndefinedValue() : 0.0)
     {
     }
     // The same for a volume of which only a box is in memory: values holds the stored.x * stored.y *

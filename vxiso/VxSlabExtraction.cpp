@@ -29,7 +29,8 @@ std::vector<VxSlabExtraction::Slab> VxSlabExtraction::evenSlabs(uint64_t firstCe
                                                                 uint64_t count, uint64_t n)
 {
     std::vector<Slab> slabs;
-    for (const vxiso::SlabLayers& s : vxiso::evenSlabs(firstCell, endCell, count, n)) slabs.push_back({s.begin, s.end});
+    for (const vxiso::SlabLayers& s : vxiso::evenSlabs(firstCell, endCell, count, n))
+        slabs.push_back({s.begin, s.end});
     return slabs;
 }
 
@@ -47,14 +48,14 @@ std::unique_ptr<VxSlabExtraction> make(const VxVolumeWindow& w, bool compact, fl
     if (compact)
         return vxiso::detail::makeSlabExtraction<T, vxiso::VxIsosurfaceParallelCompactCubes, UndefinedValue,
                                                  Axis>(w, iso, snap);
-    return vxiso::detail::makeSlabExtraction<T, vxiso::VxIsosurfaceParallelStandardCubes, UndefinedValue, Axis>(
-        w, iso, snap);
+    return vxiso::detail::makeSlabExtraction<T, vxiso::VxIsosurfaceParallelStandardCubes, UndefinedValue,
+                                             Axis>(w, iso, snap);
 }
 
 } // namespace
 
-std::unique_ptr<VxSlabExtraction> VxSlabExtraction::create(const VxVolumeWindow& window, int axis, bool compact,
-                                                           float isoValue, float snapFraction)
+std::unique_ptr<VxSlabExtraction> VxSlabExtraction::create(const VxVolumeWindow& window, int axis,
+                                                           bool compact, float isoValue, float snapFraction)
 {
     std::unique_ptr<VxSlabExtraction> made;
     const bool known = kxDispatchPrimType(window.type, nullptr, [&](auto* typed) {

@@ -10,8 +10,8 @@
 struct VxisoOptions;
 
 // The input of vxiso-mpi: where the volume's values lie, from the options (a raw description) or
-// from the header of a NIfTI, NRRD or MetaImage file, and a box of nodes read from there with MPI-IO. Failures are
-// KxExceptions naming the file.
+// from the header of a NIfTI, NRRD or MetaImage file, and a box of nodes read from there with MPI-IO.
+// Failures are KxExceptions naming the file.
 namespace VxMpiInput {
 
 // The layout of the input; refuses what cannot be read in parts: compressed or text values.

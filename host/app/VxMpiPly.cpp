@@ -46,8 +46,9 @@ int writeRecords(MPI_Comm comm, MPI_File file, MPI_Offset at, uint64_t n, int re
         char* o = buffer.data();
         for (uint64_t r = begin; r < end; ++r) o = fill(r, o);
         MPI_Status status;
-        const int callCode = MPI_File_write_at_all(file, at + MPI_Offset(begin) * recordBytes, buffer.data(),
-                                                   int((end - begin) * uint64_t(recordBytes)), MPI_BYTE, &status);
+        const int callCode =
+            MPI_File_write_at_all(file, at + MPI_Offset(begin) * recordBytes, buffer.data(),
+                                  int((end - begin) * uint64_t(recordBytes)), MPI_BYTE, &status);
         if (code == MPI_SUCCESS) code = callCode;
     }
     return code;
@@ -60,9 +61,11 @@ namespace VxMpiPly {
 QByteArray header(uint64_t vertices, uint64_t triangles)
 {
     return QByteArray("ply\nformat binary_little_endian 1.0\ncomment written by vxiso\nelement vertex ") +
-           QByteArray::number(qulonglong(vertices)) + "\nproperty float x\nproperty float y\nproperty float z\n" +
+           QByteArray::number(qulonglong(vertices)) +
+           "\nproperty float x\nproperty float y\nproperty float z\n" +
            (vertices ? "property float nx\nproperty float ny\nproperty float nz\n" : "") + "element face " +
-           QByteArray::number(qulonglong(triangles)) + "\nproperty list uchar int vertex_indices\nend_header\n";
+           QByteArray::number(qulonglong(triangles)) +
+           "\nproperty list uchar int vertex_indices\nend_header\n";
 }
 
 void write(MPI_Comm comm, const QString& path, const Part& part)
@@ -82,20 +85,20 @@ void write(MPI_Comm comm, const QString& path, const Part& part)
     const MPI_Offset vertexBlock = MPI_Offset(head.size()), vertexBytes = 24;
     const KxVec3f* c = part.coords->data();
     const KxVec3f* nv = part.normals->data();
-    const int vertexCode =
-        writeRecords(comm, file, vertexBlock + MPI_Offset(part.firstVertex) * vertexBytes, part.coords->size(), 24,
-                     [&](uint64_t v, char* o) {
-                         for (int k = 0; k < 3; ++k) o = putFloat(o, c[v][k]);
-                         for (int k = 0; k < 3; ++k) o = putFloat(o, nv[v][k]);
-                         return o;
-                     });
+    const int vertexCode = writeRecords(comm, file, vertexBlock + MPI_Offset(part.firstVertex) * vertexBytes,
+                                        part.coords->size(), 24, [&](uint64_t v, char* o) {
+                                            for (int k = 0; k < 3; ++k) o = putFloat(o, c[v][k]);
+                                            for (int k = 0; k < 3; ++k) o = putFloat(o, nv[v][k]);
+                                            return o;
+                                        });
     const MPI_Offset faceBlock = vertexBlock + MPI_Offset(part.vertices) * vertexBytes;
     const KxVec3i* t = part.triangles->data();
     const int32_t base = int32_t(part.firstVertex);
     const int faceCode = writeRecords(comm, file, faceBlock + MPI_Offset(part.firstTriangle) * 13,
                                       part.triangles->size(), 13, [&](uint64_t i, char* o) {
                                           *o++ = 3;
-                                          for (int k = 0; k < 3; ++k) o = little32(o, uint32_t(t[i][k] + base));
+                                          for (int k = 0; k < 3; ++k)
+                                              o = little32(o, uint32_t(t[i][k] + base));
                                           return o;
                                       });
     const int closeCode = MPI_File_close(&file);

@@ -12,12 +12,12 @@
 #include <QFileInfo>
 #include <tbb/info.h>
 
-#include <chrono>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -55,9 +55,10 @@ Slabs planFor(const VxMpiRanks& ranks, const KxDim3l& dims, int axis, long long 
     if (slabs > 0) {
         VxSlabExtraction::checkSlabCount(n, uint64_t(slabs), axis);
         if (uint64_t(slabs) < count)
-            throw KxException(QString("--slabs %1 is fewer than the %2 ranks: each rank runs one slab or more")
-                                  .arg(slabs)
-                                  .arg(count));
+            throw KxException(
+                QString("--slabs %1 is fewer than the %2 ranks: each rank runs one slab or more")
+                    .arg(slabs)
+                    .arg(count));
         const Slabs all = VxSlabExtraction::evenSlabs(0, cells, uint64_t(slabs), n);
         return Slabs(all.begin() + long(r * uint64_t(slabs) / count),
                      all.begin() + long((r + 1) * uint64_t(slabs) / count));
@@ -110,7 +111,8 @@ uint64_t nodesOf(const VxVolumeWindow& w)
 void checkMemory(const VxMpiSettings& s, const VxVolumeWindow& w, int axis)
 {
     if (!s.maxMemory) return;
-    const uint64_t a = uint64_t(axis == 0 ? w.dims.y : w.dims.x), b = uint64_t(axis == 2 ? w.dims.y : w.dims.z);
+    const uint64_t a = uint64_t(axis == 0 ? w.dims.y : w.dims.x),
+                   b = uint64_t(axis == 2 ? w.dims.y : w.dims.z);
     const uint64_t need = nodesOf(w) * uint64_t(w.type.size()) + nodesOf(w) / 8 + 2 * (2 * a) * (2 * b) * 4;
     if (need > s.maxMemory)
         throw KxException(QString("this rank's slab needs %1 MB for its values and tables alone, more than "
@@ -122,10 +124,13 @@ void checkMemory(const VxMpiSettings& s, const VxVolumeWindow& w, int axis)
 // The writers refuse what no reader takes; the message names the vertex by its number in the file.
 void checkFinite(const VxSlabExtraction& e, uint64_t firstVertex, const QString& path)
 {
-    const auto finite = [](const KxVec3f& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); };
+    const auto finite = [](const KxVec3f& v) {
+        return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+    };
     for (std::size_t v = 0; v < e.coords().size(); ++v)
         if (!finite(e.coords()[v]) || !finite(e.normals()[v]))
-            throw KxException(QString("cannot write %1: vertex %2 is not finite").arg(path).arg(firstVertex + v));
+            throw KxException(
+                QString("cannot write %1: vertex %2 is not finite").arg(path).arg(firstVertex + v));
 }
 
 // The face table of the rank below in, this rank's up; compact cubes send their folds back down.
@@ -152,8 +157,8 @@ std::string joinRanks(const VxMpiRanks& ranks, VxSlabExtraction& e, uint64_t fir
     MPI_Sendrecv(&sending, 1, MPI_UINT64_T, below, 2, &coming, 1, MPI_UINT64_T, above, 2, ranks.comm(),
                  MPI_STATUS_IGNORE);
     std::vector<VxSlabExtraction::Fold> fromAbove(coming / sizeof(VxSlabExtraction::Fold));
-    MPI_Sendrecv(folds.data(), int(sending), MPI_BYTE, below, 3, fromAbove.data(), int(coming), MPI_BYTE, above, 3,
-                 ranks.comm(), MPI_STATUS_IGNORE);
+    MPI_Sendrecv(folds.data(), int(sending), MPI_BYTE, below, 3, fromAbove.data(), int(coming), MPI_BYTE,
+                 above, 3, ranks.comm(), MPI_STATUS_IGNORE);
     if (error.empty()) e.addFolds(fromAbove, int64_t(firstVertex));
     return error;
 }
@@ -165,8 +170,8 @@ double peakMegabytes()
     return double(usage.ru_maxrss) / 1024.0;
 }
 
-void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, uint64_t dropped, double seconds,
-            std::size_t slabs)
+void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, uint64_t dropped,
+            double seconds, std::size_t slabs)
 {
     const double mine = peakMegabytes();
     std::vector<double> peaks(std::size_t(ranks.size()));
@@ -181,7 +186,8 @@ void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, 
     std::printf("Elapsed time: %.3f s\n", seconds);
     if (!o.verbose) return;
     std::printf("ranks: %d\nslabs: %llu\n", ranks.size(), (unsigned long long)allSlabs);
-    for (std::size_t r = 0; r < peaks.size(); ++r) std::printf("rank %zu peak memory: %.1f MB\n", r, peaks[r]);
+    for (std::size_t r = 0; r < peaks.size(); ++r)
+        std::printf("rank %zu peak memory: %.1f MB\n", r, peaks[r]);
     std::fflush(stdout);
 }
 
@@ -219,9 +225,10 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
     const uint64_t vertices = ranks.total(extraction->vertexCount());
     ranks.step([&] {
         if (vertices > uint64_t(INT32_MAX))
-            throw KxException(QString("the surface would have %1 vertices; a PLY file of ours numbers at most %2")
-                                  .arg(vertices)
-                                  .arg(INT32_MAX));
+            throw KxException(
+                QString("the surface would have %1 vertices; a PLY file of ours numbers at most %2")
+                    .arg(vertices)
+                    .arg(INT32_MAX));
     });
     ranks.agree(joinRanks(ranks, *extraction, firstVertex));
     ranks.step([&] {
@@ -237,12 +244,12 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
     try {
         ranks.step([&] {
             VxMpiPly::write(ranks.comm(), temporary,
-                            {&extraction->coords(), &extraction->normals(), &extraction->triangles(), firstVertex,
-                             firstTriangle, vertices, triangles});
+                            {&extraction->coords(), &extraction->normals(), &extraction->triangles(),
+                             firstVertex, firstTriangle, vertices, triangles});
         });
         ranks.step([&] {
-            if (ranks.rank() == 0 && std::rename(temporary.toLocal8Bit().constData(),
-                                                 output.toLocal8Bit().constData()) != 0)
+            if (ranks.rank() == 0 &&
+                std::rename(temporary.toLocal8Bit().constData(), output.toLocal8Bit().constData()) != 0)
                 throw KxException(QString("cannot write %1: %2").arg(output, std::strerror(errno)));
         });
     } catch (const VxMpiRanks::Failure&) {

@@ -75,9 +75,11 @@ void refuseWhatRanksCannotDo(const VxisoOptions& o)
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) != VxSurfaceWriter::PLY)
         throw VxisoUsageError{"vxiso-mpi writes PLY: give -o FILE.ply, not '" + o.output + "'"};
     const std::size_t inputs = o.inputs.size() + (o.rawFile.empty() ? 0 : 1);
-    if (inputs != 1) throw VxisoUsageError{inputs ? "more than one input" : "no input: give FILE or --raw FILE"};
+    if (inputs != 1)
+        throw VxisoUsageError{inputs ? "more than one input" : "no input: give FILE or --raw FILE"};
     if (o.rawFile.empty() && (o.describesRaw || o.haveDims || o.haveType))
-        throw VxisoUsageError{"--dims, --type, --spacing, --origin, --offset and --swap-bytes describe a --raw file"};
+        throw VxisoUsageError{
+            "--dims, --type, --spacing, --origin, --offset and --swap-bytes describe a --raw file"};
     if (!o.rawFile.empty() && (!o.haveDims || !o.haveType))
         throw VxisoUsageError{"--raw needs --dims NX NY NZ and --type TYPE"};
 }
@@ -87,7 +89,8 @@ uint64_t dataSegmentBytes()
 {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);)
-        if (line.compare(0, 7, "VmData:") == 0) return uint64_t(std::strtoull(line.c_str() + 7, nullptr, 10)) << 10;
+        if (line.compare(0, 7, "VmData:") == 0)
+            return uint64_t(std::strtoull(line.c_str() + 7, nullptr, 10)) << 10;
     return 0;
 }
 

@@ -292,18 +292,19 @@ template <class Use> auto withValues(const QString& path, Use use)
         seekValues(*data, h, dims);
         return use(*data, h, dims, where);
     }
-    if (!h.attached) file.fail("the header names no data file and ends without the blank line before the data");
+    if (!h.attached)
+        file.fail("the header names no data file and ends without the blank line before the data");
     seekValues(file, h, dims);
     return use(file, h, dims, where);
 }
 
 VxUniformScalarField3* readNrrd(const QString& path)
 {
-    return withValues(path, [&](VxInputFile& data, const Header& h, const KxDim3l& dims,
-                                const VxVolumePlacement& where) {
-        void* values = VxValueReader::read(data, dims, h.type, h.encoding, h.bigEndian);
-        return VxReadSupport::uniformField(dims, h.type, values, where, path);
-    });
+    return withValues(
+        path, [&](VxInputFile& data, const Header& h, const KxDim3l& dims, const VxVolumePlacement& where) {
+            void* values = VxValueReader::read(data, dims, h.type, h.encoding, h.bigEndian);
+            return VxReadSupport::uniformField(dims, h.type, values, where, path);
+        });
 }
 
 } // namespace

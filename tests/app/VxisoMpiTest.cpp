@@ -1,7 +1,7 @@
 // vxiso-mpi as a user runs it under mpirun on this machine: the file it writes against the one
 // vxiso writes with the same slabs, whatever the number of ranks, and how the ranks fail together.
-#include "../support/TestFormats.h"
 #include "../support/TestFields.h"
+#include "../support/TestFormats.h"
 
 #include <QFileInfo>
 
@@ -68,7 +68,6 @@ std::string valuesOf(const Volume& v)
     return valuesOf<float>(v, 1, 0);
 }
 
-
 class VxisoMpi : public TempDirTest
 {
 protected:
@@ -81,8 +80,7 @@ protected:
     }
     Result shell(const std::string& command) const
     {
-        const int raw =
-            std::system(("cd " + path("") + " && " + command + " >out.txt 2>err.txt").c_str());
+        const int raw = std::system(("cd " + path("") + " && " + command + " >out.txt 2>err.txt").c_str());
         return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(path("out.txt")), slurp(path("err.txt"))};
     }
     Result mpi(int ranks, const std::string& args) const
@@ -96,9 +94,9 @@ protected:
     std::string write(const Volume& v) const
     {
         spit(path("v.raw"), valuesOf(v));
-        std::string args = "--raw v.raw --dims " + std::to_string(v.dims[0]) + " " + std::to_string(v.dims[1]) +
-                           " " + std::to_string(v.dims[2]) + " --type " + v.type + " --spacing 0.5 1 1.5" +
-                           " --origin 3 -2 1 -t " + std::to_string(v.threshold);
+        std::string args = "--raw v.raw --dims " + std::to_string(v.dims[0]) + " " +
+                           std::to_string(v.dims[1]) + " " + std::to_string(v.dims[2]) + " --type " + v.type +
+                           " --spacing 0.5 1 1.5" + " --origin 3 -2 1 -t " + std::to_string(v.threshold);
         if (v.undefinedEvery) args += " --undefined " + undefinedOf(v);
         return args;
     }
@@ -153,8 +151,8 @@ TEST_F(VxisoMpi, HeaderFormatsGiveVxisosFile)
     nifti.values = values;
     nifti.swap = true;
     writeNifti(nifti, path("n"));
-    const std::string dims = std::to_string(v.dims[0]) + " " + std::to_string(v.dims[1]) + " " +
-                             std::to_string(v.dims[2]);
+    const std::string dims =
+        std::to_string(v.dims[0]) + " " + std::to_string(v.dims[1]) + " " + std::to_string(v.dims[2]);
     spit(path("m.mha"), "ObjectType = Image\nNDims = 3\nDimSize = " + dims +
                             "\nElementType = MET_SHORT\nElementSpacing = 0.5 2 1\nBinaryDataByteOrderMSB = "
                             "True\nElementDataFile = LOCAL\n" +
@@ -203,7 +201,8 @@ TEST_F(VxisoMpi, DefaultPlanGivesTheThreadedSurface)
     for (int ranks : {1, 3}) {
         const Result r = mpi(ranks, args + " --verbose -o mpi.ply");
         ASSERT_EQ(r.status, 0) << r.err;
-        EXPECT_NE(r.out.find("rank " + std::to_string(ranks - 1) + " peak memory: "), std::string::npos) << r.out;
+        EXPECT_NE(r.out.find("rank " + std::to_string(ranks - 1) + " peak memory: "), std::string::npos)
+            << r.out;
         EXPECT_TRUE(triangleSet(readPly(slurp(path("mpi.ply")))) == want) << ranks << " ranks";
     }
 }
@@ -223,9 +222,10 @@ TEST_F(VxisoMpi, OneFailingRankStopsAllWithOneError)
     // mpirun adds its own note on the exit status; ours is one line.
     std::smatch error;
     ASSERT_TRUE(std::regex_search(r.err, error, std::regex("vxiso-mpi: error: .*\n"))) << r.err;
-    EXPECT_EQ(error.str(), "vxiso-mpi: error: rank 2 of 3: ./v.data: the file holds 51408 bytes, but this rank's "
-                           "slab reaches to byte 57120; the file is truncated or its header is wrong; nothing "
-                           "was written\n");
+    EXPECT_EQ(error.str(),
+              "vxiso-mpi: error: rank 2 of 3: ./v.data: the file holds 51408 bytes, but this rank's "
+              "slab reaches to byte 57120; the file is truncated or its header is wrong; nothing "
+              "was written\n");
     EXPECT_EQ(r.err.find("vxiso-mpi:", error.position() + 1), std::string::npos) << r.err;
     EXPECT_EQ(slurp(path("old.ply")), "kept");
     spit(path("old.ply"), "");

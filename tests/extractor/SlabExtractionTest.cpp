@@ -87,8 +87,9 @@ Arrays ranks(const VxRegScalarField3& field, int compact, int slabs, int count, 
                             std::size_t(w.stored.x) * std::size_t(size));
         w.values = p.values.data();
         w.origin = box.getMin();
-        w.voxelSize = KxVec3f((box.xmax - box.xmin) / float(d.nx - 1), (box.ymax - box.ymin) / float(d.ny - 1),
-                              (box.zmax - box.zmin) / float(d.nz - 1));
+        w.voxelSize =
+            KxVec3f((box.xmax - box.xmin) / float(d.nx - 1), (box.ymax - box.ymin) / float(d.ny - 1),
+                    (box.zmax - box.zmin) / float(d.nz - 1));
         w.gradientSpacing = w.voxelSize;
         w.hasUndefined = field.hasUndefinedValue();
         w.undefinedValue = field.getUndefinedValue();

@@ -39,7 +39,10 @@ public:
     }
 
     const KxVec3i& dims() const { return m_dims; }
-    int64_t index(int i, int j, int k) const { return int64_t(k) * m_sliceStride + int64_t(j) * m_rowStride + i - m_base; }
+    int64_t index(int i, int j, int k) const
+    {
+        return int64_t(k) * m_sliceStride + int64_t(j) * m_rowStride + i - m_base;
+    }
 
     float value(int i, int j, int k) const { return float(m_data[index(i, j, k)]); }
 

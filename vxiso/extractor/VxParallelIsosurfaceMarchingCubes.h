@@ -201,17 +201,18 @@ template <class Body>
 void runSlabs(const Body& body, const std::vector<SlabLayers>& slabs, int axis, const unsigned long n[3])
 {
     using Range = typename Body::Range;
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, slabs.size(), 1),
-                      [&](const tbb::blocked_range<std::size_t>& r) {
-                          for (std::size_t i = r.begin(); i != r.end(); ++i) {
-                              unsigned long b[3] = {0, 0, 0}, e[3] = {n[0], n[1], n[2]};
-                              b[axis] = slabs[i].begin;
-                              e[axis] = slabs[i].end;
-                              body(Range(b[2], e[2], std::max(e[2] - b[2], 1ul), b[1], e[1],
-                                         std::max(e[1] - b[1], 1ul), b[0], e[0], std::max(e[0] - b[0], 1ul)));
-                          }
-                      },
-                      tbb::simple_partitioner());
+    tbb::parallel_for(
+        tbb::blocked_range<std::size_t>(0, slabs.size(), 1),
+        [&](const tbb::blocked_range<std::size_t>& r) {
+            for (std::size_t i = r.begin(); i != r.end(); ++i) {
+                unsigned long b[3] = {0, 0, 0}, e[3] = {n[0], n[1], n[2]};
+                b[axis] = slabs[i].begin;
+                e[axis] = slabs[i].end;
+                body(Range(b[2], e[2], std::max(e[2] - b[2], 1ul), b[1], e[1], std::max(e[1] - b[1], 1ul),
+                           b[0], e[0], std::max(e[0] - b[0], 1ul)));
+            }
+        },
+        tbb::simple_partitioner());
 }
 
 } // namespace vxiso

@@ -25,8 +25,8 @@ class SlabExtractionOf final : public VxSlabExtraction
 
 public:
     SlabExtractionOf(const VxVolumeWindow& w, float iso, float snapFraction)
-        : m_accessor(static_cast<const T*>(w.values), w.dims, w.origin, w.voxelSize, w.gradientSpacing, w.first,
-                     w.stored),
+        : m_accessor(static_cast<const T*>(w.values), w.dims, w.origin, w.voxelSize, w.gradientSpacing,
+                     w.first, w.stored),
           m_filter(w.values, w.type, w.first, w.stored, w.hasUndefined, w.undefinedValue),
           m_tools(m_accessor, iso, m_filter), m_cubes(m_tools, snapFraction)
     {
@@ -77,10 +77,8 @@ public:
         if constexpr (compact) {
             std::vector<typename Emitter::Fold> in;
             for (const Fold& f : folds)
-                in.push_back({f.vertex,
-                              KxVec3f(f.coords[0], f.coords[1], f.coords[2]),
-                              KxVec3f(f.normals[0], f.normals[1], f.normals[2]),
-                              f.count});
+                in.push_back({f.vertex, KxVec3f(f.coords[0], f.coords[1], f.coords[2]),
+                              KxVec3f(f.normals[0], f.normals[1], f.normals[2]), f.count});
             m_cubes.addFolds(in, base);
         }
     }
@@ -119,6 +117,6 @@ std::unique_ptr<VxSlabExtraction> makeSlabExtraction(const VxVolumeWindow& windo
 
 // Explicit instantiations of the slab runs of one value type, per cubes policy and split axis.
 #define VXISO_INSTANTIATE_SLABS(Accessor, Cubes, Axis)                                                       \
-    template std::unique_ptr<VxSlabExtraction>                                                               \
-    vxiso::detail::makeSlabExtraction<typename Accessor::ValueType, Cubes, vxiso::filter::UndefinedValue,    \
-                                      Axis>(const VxVolumeWindow&, float, float);
+    template std::unique_ptr<VxSlabExtraction> vxiso::detail::makeSlabExtraction<                            \
+        typename Accessor::ValueType, Cubes, vxiso::filter::UndefinedValue, Axis>(const VxVolumeWindow&,     \
+                                                                                  float, float);
