@@ -28,7 +28,7 @@ tsan: deps
 		-DVXISO_SANITIZE=thread -DVXISO_BUILD_BENCH=OFF > /dev/null
 	cmake --build $(TSAN_BUILD) -j $(JOBS) --target test_extractor
 	TSAN_OPTIONS="halt_on_error=1 exitcode=66 suppressions=$(CURDIR)/tests/tsan.supp" \
-		$(TSAN_BUILD)/bin/test_extractor --gtest_filter='SlabThreads.*:ParallelSlabs.*' --gtest_brief=1
+		$(TSAN_BUILD)/bin/test_extractor --gtest_filter='SlabThreads.*:ParallelSlabs.*:SlabExtraction.*' --gtest_brief=1
 
 # The volume readers under the address and undefined-behaviour sanitizers: their tests, then a
 # bounded libFuzzer run over every file format from the seeds in tests/io/fuzz-seeds. Clang builds

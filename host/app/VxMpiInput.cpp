@@ -81,7 +81,7 @@ VxVolumeLayout locate(const VxisoOptions& o)
     return l;
 }
 
-void checkBox(MPI_Comm comm, const VxVolumeLayout& l, const KxVec3i& first, const KxVec3i& stored)
+void checkBox(const VxVolumeLayout& l, const KxVec3i& first, const KxVec3i& stored)
 {
     MPI_File file;
     check(MPI_File_open(MPI_COMM_SELF, l.dataPath.toLocal8Bit().constData(), MPI_MODE_RDONLY, MPI_INFO_NULL,
@@ -104,7 +104,6 @@ void checkBox(MPI_Comm comm, const VxVolumeLayout& l, const KxVec3i& first, cons
                               .arg(l.dataPath)
                               .arg(uint64_t(size))
                               .arg(end));
-    (void)comm;
 }
 
 void readBox(MPI_Comm comm, const VxVolumeLayout& l, const KxVec3i& first, const KxVec3i& stored, char* out)

@@ -19,7 +19,7 @@ VxVolumeLayout locate(const VxisoOptions& o);
 
 // Checks that the file holds the box's values: a file shorter than its header says fails on the
 // ranks whose box lies past its end.
-void checkBox(MPI_Comm comm, const VxVolumeLayout& l, const KxVec3i& first, const KxVec3i& stored);
+void checkBox(const VxVolumeLayout& l, const KxVec3i& first, const KxVec3i& stored);
 
 // Reads the box of nodes [first, first + stored) into out (native byte order). Collective: every
 // rank calls it, with a box of its own.

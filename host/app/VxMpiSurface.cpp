@@ -16,6 +16,7 @@
 #include <chrono>
 #include <climits>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -163,6 +164,24 @@ std::string joinRanks(const VxMpiRanks& ranks, VxSlabExtraction& e, uint64_t fir
     return error;
 }
 
+// The temporary file of a run that mpirun stops (Ctrl-C reaches the ranks as SIGINT or SIGTERM):
+// rank 0 removes it before it dies, so that no partial file is left.
+char g_temporary[4096];
+
+extern "C" void removeTemporary(int signal)
+{
+    unlink(g_temporary);
+    _exit(128 + signal);
+}
+
+void removeTemporaryOnSignal(const QString& path)
+{
+    const QByteArray local = path.toLocal8Bit();
+    std::snprintf(g_temporary, sizeof g_temporary, "%s", local.constData());
+    std::signal(SIGINT, removeTemporary);
+    std::signal(SIGTERM, removeTemporary);
+}
+
 double peakMegabytes()
 {
     rusage usage{};
@@ -170,9 +189,32 @@ double peakMegabytes()
     return double(usage.ru_maxrss) / 1024.0;
 }
 
-void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, uint64_t dropped,
-            double seconds, std::size_t slabs)
+// Seconds each stage took on this rank, from the end of the stage before.
+struct Stages
 {
+    enum
+    {
+        READ,
+        EXTRACT,
+        MERGE,
+        WRITE,
+        COUNT
+    };
+    void end(int stage)
+    {
+        const auto now = std::chrono::steady_clock::now();
+        seconds[stage] = std::chrono::duration<double>(now - last).count();
+        last = now;
+    }
+    std::chrono::steady_clock::time_point last = std::chrono::steady_clock::now();
+    double seconds[COUNT] = {0, 0, 0, 0};
+};
+
+void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, uint64_t dropped,
+            double seconds, std::size_t slabs, const Stages& stages, std::size_t tableEntries)
+{
+    double slowest[Stages::COUNT];
+    MPI_Reduce(stages.seconds, slowest, Stages::COUNT, MPI_DOUBLE, MPI_MAX, 0, ranks.comm());
     const double mine = peakMegabytes();
     std::vector<double> peaks(std::size_t(ranks.size()));
     MPI_Gather(&mine, 1, MPI_DOUBLE, peaks.data(), 1, MPI_DOUBLE, 0, ranks.comm());
@@ -186,6 +228,9 @@ void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, 
     std::printf("Elapsed time: %.3f s\n", seconds);
     if (!o.verbose) return;
     std::printf("ranks: %d\nslabs: %llu\n", ranks.size(), (unsigned long long)allSlabs);
+    std::printf("slowest rank: read %.3f s, extract %.3f s, merge %.3f s, write %.3f s\n", slowest[0],
+                slowest[1], slowest[2], slowest[3]);
+    std::printf("shared layer handed up: %llu bytes a rank\n", (unsigned long long)(4 * tableEntries));
     for (std::size_t r = 0; r < peaks.size(); ++r)
         std::printf("rank %zu peak memory: %.1f MB\n", r, peaks[r]);
     std::fflush(stdout);
@@ -196,6 +241,7 @@ void report(const VxMpiRanks& ranks, const VxisoOptions& o, uint64_t triangles, 
 void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSettings& settings)
 {
     const auto start = std::chrono::steady_clock::now();
+    Stages stages;
     const QString output = QString::fromStdString(o.output);
     VxVolumeLayout layout;
     ranks.step([&] { layout = VxMpiInput::locate(o); });
@@ -207,12 +253,13 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
         slabs = planFor(ranks, layout.dims, axis, o.slabs);
         window = windowOf(layout, axis, slabs);
         checkMemory(settings, window, axis);
-        VxMpiInput::checkBox(ranks.comm(), layout, window.first, window.stored);
+        VxMpiInput::checkBox(layout, window.first, window.stored);
         values.reset(new char[nodesOf(window) * uint64_t(layout.type.size())]);
     });
     if (ranks.rank() == 0 && isatty(2)) std::fprintf(stderr, "vxiso-mpi: reading the slabs\n");
     ranks.step([&] { VxMpiInput::readBox(ranks.comm(), layout, window.first, window.stored, values.get()); });
     window.values = values.get();
+    stages.end(Stages::READ);
 
     std::unique_ptr<VxSlabExtraction> extraction;
     RankProgress progress(ranks.rank() == 0 && isatty(2));
@@ -221,6 +268,7 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
         extraction->run(slabs, &progress);
     });
     values.reset(); // the surface is all that is needed from here on
+    stages.end(Stages::EXTRACT);
     const uint64_t firstVertex = ranks.before(extraction->vertexCount());
     const uint64_t vertices = ranks.total(extraction->vertexCount());
     ranks.step([&] {
@@ -236,17 +284,20 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
         checkFinite(*extraction, firstVertex, output);
     });
     const uint64_t mine = extraction->triangles().size();
+    stages.end(Stages::MERGE);
     const uint64_t firstTriangle = ranks.before(mine), triangles = ranks.total(mine);
 
     // Written under a name of its own and renamed when complete: a failed run leaves no file.
     const QString temporary =
         QFileInfo(output).absolutePath() + "/." + QFileInfo(output).fileName() + ".part";
+    if (ranks.rank() == 0) removeTemporaryOnSignal(temporary);
     try {
         ranks.step([&] {
             VxMpiPly::write(ranks.comm(), temporary,
                             {&extraction->coords(), &extraction->normals(), &extraction->triangles(),
                              firstVertex, firstTriangle, vertices, triangles});
         });
+        stages.end(Stages::WRITE);
         ranks.step([&] {
             if (ranks.rank() == 0 &&
                 std::rename(temporary.toLocal8Bit().constData(), output.toLocal8Bit().constData()) != 0)
@@ -257,5 +308,6 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
         throw;
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    report(ranks, o, triangles, ranks.total(extraction->degenerateCount()), seconds, slabs.size());
+    report(ranks, o, triangles, ranks.total(extraction->degenerateCount()), seconds, slabs.size(), stages,
+           extraction->topFaceTable(0).size());
 }
