@@ -73,8 +73,7 @@ void write(MPI_Comm comm, const QString& path, const Part& part)
     int rank = 0;
     MPI_Comm_rank(comm, &rank);
     MPI_File file;
-    int code = MPI_File_open(comm, path.toLocal8Bit().constData(), MPI_MODE_CREATE | MPI_MODE_WRONLY,
-                             MPI_INFO_NULL, &file);
+    int code = MPI_File_open(comm, path.toLocal8Bit().constData(), MPI_MODE_WRONLY, MPI_INFO_NULL, &file);
     if (code != MPI_SUCCESS) throw KxException(QString("cannot write %1: %2").arg(path, mpiError(code)));
     code = MPI_File_set_size(file, 0);
     const QByteArray head = header(part.vertices, part.triangles_);

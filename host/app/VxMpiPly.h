@@ -27,7 +27,8 @@ struct Part
     uint64_t vertices, triangles_; // totals of the whole surface
 };
 
-// Writes the file at path (made or emptied); collective. Throws KxException naming the file.
+// Writes the file at path (which exists; it is emptied first); collective. Throws KxException
+// naming the file.
 void write(MPI_Comm comm, const QString& path, const Part& part);
 
 } // namespace VxMpiPly

@@ -33,3 +33,12 @@ uint64_t VxMpiRanks::total(uint64_t mine) const
     MPI_Allreduce(&mine, &sum, 1, MPI_UINT64_T, MPI_SUM, m_comm);
     return sum;
 }
+
+std::string VxMpiRanks::fromRankZero(const std::string& text) const
+{
+    int length = m_rank == 0 ? int(text.size()) : 0;
+    MPI_Bcast(&length, 1, MPI_INT, 0, m_comm);
+    std::string out = m_rank == 0 ? text : std::string(std::size_t(length), ' ');
+    MPI_Bcast(out.data(), length, MPI_CHAR, 0, m_comm);
+    return out;
+}

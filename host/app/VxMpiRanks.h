@@ -37,6 +37,8 @@ public:
         agree(error);
     }
 
+    // Rank 0's text, on every rank.
+    std::string fromRankZero(const std::string& text) const;
     // Sums of the ranks below this one (exclusive scan) and of all ranks.
     uint64_t before(uint64_t mine) const;
     uint64_t total(uint64_t mine) const;

@@ -5,20 +5,16 @@
 
 #include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
+#include <kx/KxTempFile.h>
 #include <vxiso/VxIsosurfaceExtractor.h>
 #include <vxiso/VxSlabExtraction.h>
 
-#include <QFile>
-#include <QFileInfo>
 #include <tbb/info.h>
 
-#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -164,24 +160,6 @@ std::string joinRanks(const VxMpiRanks& ranks, VxSlabExtraction& e, uint64_t fir
     return error;
 }
 
-// The temporary file of a run that mpirun stops (Ctrl-C reaches the ranks as SIGINT or SIGTERM):
-// rank 0 removes it before it dies, so that no partial file is left.
-char g_temporary[4096];
-
-extern "C" void removeTemporary(int signal)
-{
-    unlink(g_temporary);
-    _exit(128 + signal);
-}
-
-void removeTemporaryOnSignal(const QString& path)
-{
-    const QByteArray local = path.toLocal8Bit();
-    std::snprintf(g_temporary, sizeof g_temporary, "%s", local.constData());
-    std::signal(SIGINT, removeTemporary);
-    std::signal(SIGTERM, removeTemporary);
-}
-
 double peakMegabytes()
 {
     rusage usage{};
@@ -287,26 +265,27 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
     stages.end(Stages::MERGE);
     const uint64_t firstTriangle = ranks.before(mine), triangles = ranks.total(mine);
 
-    // Written under a name of its own and renamed when complete: a failed run leaves no file.
+    // Written under a name of its own that rank 0 makes and renames when every rank has written: a
+    // failed or interrupted run leaves no file, and an old OUTPUT as it was.
+    std::unique_ptr<KxTempFile> file;
+    ranks.step([&] {
+        if (ranks.rank() != 0) return;
+        file = std::make_unique<KxTempFile>(output);
+        QString error;
+        if (!file->open(&error)) throw KxException(error);
+    });
     const QString temporary =
-        QFileInfo(output).absolutePath() + "/." + QFileInfo(output).fileName() + ".part";
-    if (ranks.rank() == 0) removeTemporaryOnSignal(temporary);
-    try {
-        ranks.step([&] {
-            VxMpiPly::write(ranks.comm(), temporary,
-                            {&extraction->coords(), &extraction->normals(), &extraction->triangles(),
-                             firstVertex, firstTriangle, vertices, triangles});
-        });
-        stages.end(Stages::WRITE);
-        ranks.step([&] {
-            if (ranks.rank() == 0 &&
-                std::rename(temporary.toLocal8Bit().constData(), output.toLocal8Bit().constData()) != 0)
-                throw KxException(QString("cannot write %1: %2").arg(output, std::strerror(errno)));
-        });
-    } catch (const VxMpiRanks::Failure&) {
-        if (ranks.rank() == 0) QFile::remove(temporary);
-        throw;
-    }
+        QString::fromStdString(ranks.fromRankZero(file ? file->tempPath().toStdString() : std::string()));
+    ranks.step([&] {
+        VxMpiPly::write(ranks.comm(), temporary,
+                        {&extraction->coords(), &extraction->normals(), &extraction->triangles(), firstVertex,
+                         firstTriangle, vertices, triangles});
+    });
+    stages.end(Stages::WRITE);
+    ranks.step([&] {
+        QString error;
+        if (file && !file->commit(&error)) throw KxException(error);
+    });
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report(ranks, o, triangles, ranks.total(extraction->degenerateCount()), seconds, slabs.size(), stages,
            extraction->topFaceTable(0).size());

@@ -104,7 +104,7 @@ protected:
     bool onlyInputsLeft() const
     {
         for (const QString& name : entries())
-            if (name.endsWith(".ply") || name.contains(".part")) return false;
+            if (name.endsWith(".ply") || name.endsWith(".tmp")) return false;
         return true;
     }
 };
@@ -229,7 +229,7 @@ TEST_F(VxisoMpi, OneFailingRankStopsAllWithOneError)
     EXPECT_EQ(r.err.find("vxiso-mpi:", error.position() + 1), std::string::npos) << r.err;
     EXPECT_EQ(slurp(path("old.ply")), "kept");
     spit(path("old.ply"), "");
-    EXPECT_EQ(entries().filter(".part").size(), 0);
+    EXPECT_EQ(entries().filter(".tmp").size(), 0);
     // Memory: the ranks refuse a slab beyond their limit before reading it.
     const Result small = mpi(2, write({"float64", {40, 40, 200}, 0, 0.1}) + " --max-memory 1 -o m.ply");
     EXPECT_EQ(small.status, 1);
