@@ -11,6 +11,7 @@
 
 #include <tbb/info.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <cmath>
@@ -19,28 +20,32 @@
 #include <vector>
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 namespace {
 
 using Slabs = std::vector<VxSlabExtraction::Slab>;
 
-// Rank 0's share of the work stands for all: the ranks' slabs are of one size.
+// Rank 0's share of the work stands for all: the ranks' slabs are of one size. Slabs end on any
+// of the rank's threads; each tenth is printed once, as a line: under mpirun stderr is a pipe to
+// the launcher, never a terminal, and a job's log keeps lines.
 class RankProgress : public KxProgressInterface
 {
 public:
     explicit RankProgress(bool show) : m_show(show) {}
     void setProgressValue(float value) override
     {
-        const int percent = int(value * 100.f);
-        if (!m_show || percent / 10 == m_shown / 10) return;
-        m_shown = percent;
-        std::fprintf(stderr, "vxiso-mpi: extracting %3d%%\n", percent);
+        const int tenth = int(value * 10.f);
+        int shown = m_shown.load();
+        while (m_show && tenth > shown)
+            if (m_shown.compare_exchange_weak(shown, tenth)) {
+                std::fprintf(stderr, "vxiso-mpi: extracting %3d%%\n", 10 * tenth);
+                return;
+            }
     }
 
 private:
     bool m_show;
-    int m_shown = 0;
+    std::atomic<int> m_shown{0};
 };
 
 // Slabs along the longest axis, split evenly across the ranks, then across each rank's threads;
@@ -234,13 +239,14 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
         VxMpiInput::checkBox(layout, window.first, window.stored);
         values.reset(new char[nodesOf(window) * uint64_t(layout.type.size())]);
     });
-    if (ranks.rank() == 0 && isatty(2)) std::fprintf(stderr, "vxiso-mpi: reading the slabs\n");
+    const bool talk = ranks.rank() == 0;
+    if (talk) std::fprintf(stderr, "vxiso-mpi: reading %d ranks' slabs\n", ranks.size());
     ranks.step([&] { VxMpiInput::readBox(ranks.comm(), layout, window.first, window.stored, values.get()); });
     window.values = values.get();
     stages.end(Stages::READ);
 
     std::unique_ptr<VxSlabExtraction> extraction;
-    RankProgress progress(ranks.rank() == 0 && isatty(2));
+    RankProgress progress(talk);
     ranks.step([&] {
         extraction = VxSlabExtraction::create(window, axis, o.compactify, float(o.threshold), 0.5f);
         extraction->run(slabs, &progress);
@@ -256,6 +262,7 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
                     .arg(vertices)
                     .arg(INT32_MAX));
     });
+    if (talk) std::fprintf(stderr, "vxiso-mpi: merging\n");
     ranks.agree(joinRanks(ranks, *extraction, firstVertex));
     ranks.step([&] {
         extraction->finish();
@@ -267,6 +274,7 @@ void vxMpiSurface(const VxMpiRanks& ranks, const VxisoOptions& o, const VxMpiSet
 
     // Written under a name of its own that rank 0 makes and renames when every rank has written: a
     // failed or interrupted run leaves no file, and an old OUTPUT as it was.
+    if (talk) std::fprintf(stderr, "vxiso-mpi: writing %s\n", qPrintable(output));
     std::unique_ptr<KxTempFile> file;
     ranks.step([&] {
         if (ranks.rank() != 0) return;

@@ -30,7 +30,7 @@ const char* kHelp =
     "The isosurface of vxiso surface, extracted by the ranks of an MPI job so that no rank holds\n"
     "more than its slab of the volume: each rank reads its slab (with the one node layer it shares\n"
     "with the slab above and one more on each side for the normals), runs the threaded engine on it,\n"
-    "and the ranks write one binary PLY file together.\n"
+    "and the ranks write one binary PLY file together. Rank 0 reports progress on stderr.\n"
     "\n"
     "Slabs: the volume is cut along its longest axis (ties go to x, then y), split evenly across\n"
     "the ranks, then across each rank's threads (no split under 16 node layers a thread). With\n"
