@@ -1,4 +1,6 @@
 #pragma once
+#include <kx/KxException.h>
+
 #include <mpi.h>
 
 #include <string>
@@ -28,8 +30,9 @@ public:
         std::string error;
         try {
             f();
-        } catch (const std::bad_alloc&) {
-            error = "out of memory";
+        } catch (const std::bad_alloc& e) {
+            // The foundation's allocator says how much it could not get.
+            error = dynamic_cast<const KxOutOfMemory*>(&e) ? e.what() : "out of memory";
         } catch (const std::exception& e) {
             error = e.what();
             if (error.empty()) error = "failed";

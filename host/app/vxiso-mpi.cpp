@@ -132,7 +132,14 @@ int run(const VxMpiRanks& ranks, std::vector<std::string> words)
         const rlimit limit{most, most};
         setrlimit(RLIMIT_DATA, &limit);
     }
-    vxMpiSurface(ranks, o, settings);
+    try {
+        vxMpiSurface(ranks, o, settings);
+    } catch (VxMpiRanks::Failure& f) {
+        if (settings.maxMemory && f.text.compare(0, 13, "out of memory") == 0)
+            f.text +=
+                " within --max-memory " + std::to_string(settings.maxMemory >> 20) + " MB; run more ranks";
+        throw;
+    }
     return 0;
 }
 

@@ -235,6 +235,23 @@ TEST_F(VxisoMpi, OneFailingRankStopsAllWithOneError)
     EXPECT_EQ(small.status, 1);
     EXPECT_NE(small.err.find("more than --max-memory 1 MB; run more ranks"), std::string::npos) << small.err;
     EXPECT_FALSE(QFileInfo::exists(qpath("m.ply")));
+    // A slab that fits but whose surface does not: the allocation fails cleanly within the limit.
+    std::mt19937 random(11);
+    std::string noise;
+    for (int i = 0; i < 96 * 96 * 96; ++i) {
+        const float f = std::uniform_real_distribution<float>(0, 1)(random);
+        noise.append(reinterpret_cast<const char*>(&f), 4);
+    }
+    spit(path("noise.raw"), noise);
+    const Result full =
+        mpi(2, "--raw noise.raw --dims 96 96 96 --type float32 -t 0.5 --max-memory 10 -o n.ply");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_TRUE(
+        std::regex_search(full.err, std::regex("vxiso-mpi: error: rank [01] of 2: out of memory: could "
+                                               "not get .* within --max-memory 10 MB; run more "
+                                               "ranks; nothing was written\n")))
+        << full.err;
+    EXPECT_FALSE(QFileInfo::exists(qpath("n.ply")));
 }
 
 // What the ranks cannot read in parts is refused, saying what to do.
