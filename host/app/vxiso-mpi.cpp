@@ -35,8 +35,8 @@ const char* kHelp =
     "Slabs: the volume is cut along its longest axis (ties go to x, then y), split evenly across\n"
     "the ranks, then across each rank's threads (no split under 16 node layers a thread). With\n"
     "--slabs N it is cut into exactly N even slabs, dealt out to the ranks in order and not split\n"
-    "further: the file is then byte for byte the one `vxiso surface --slabs N -o OUTPUT.ply` writes\n"
-    "(with --compactify, the same surface up to the order of vertices and triangles).\n"
+    "further: the file is then byte for byte the one `vxiso surface --slabs N -o OUTPUT.ply` writes,\n"
+    "with --compactify too.\n"
     "\n"
     "INPUT is one of:\n"
     "  FILE   .nii, .hdr/.img (NIfTI), .nrrd, .nhdr (NRRD), .mha, .mhd (MetaImage) with uncompressed\n"
@@ -53,7 +53,8 @@ const char* kHelp =
     "  --max-memory MB         each rank refuses a slab whose values and tables exceed MB megabytes,\n"
     "                          and allocates at most MB beyond what it holds at start (more fails\n"
     "                          cleanly, stopping every rank)\n"
-    "  --verbose               also print the number of slabs and every rank's peak memory\n"
+    "  --verbose               also print the slabs, the slowest rank's time per stage, the bytes\n"
+    "                          handed across a rank boundary and every rank's peak memory\n"
     "  -h, --help              this text\n";
 
 // vxiso's options that need the whole volume in one process, or write what this program does not.
