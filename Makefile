@@ -3,7 +3,7 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=Release
 
-.PHONY: all deps configure build test demo bench peer-bench tetra-bench isoline-bench python python-bench clean tsan fuzz-asan format format-check
+.PHONY: all deps configure build test demo bench mpi-bench peer-bench tetra-bench isoline-bench python python-bench clean tsan fuzz-asan format format-check
 
 all: build
 
@@ -28,7 +28,7 @@ tsan: deps
 		-DVXISO_SANITIZE=thread -DVXISO_BUILD_BENCH=OFF > /dev/null
 	cmake --build $(TSAN_BUILD) -j $(JOBS) --target test_extractor
 	TSAN_OPTIONS="halt_on_error=1 exitcode=66 suppressions=$(CURDIR)/tests/tsan.supp" \
-		$(TSAN_BUILD)/bin/test_extractor --gtest_filter='SlabThreads.*:ParallelSlabs.*' --gtest_brief=1
+		$(TSAN_BUILD)/bin/test_extractor --gtest_filter='SlabThreads.*:ParallelSlabs.*:SlabExtraction.*' --gtest_brief=1
 
 # The volume readers under the address and undefined-behaviour sanitizers: their tests, then a
 # bounded libFuzzer run over every file format from the seeds in tests/io/fuzz-seeds. Clang builds
@@ -66,6 +66,11 @@ bench: build
 # Side by side with VTK's flying edges; built only where VTK 9 (libvtk9-dev) is installed. First both
 # warm in one process, then cold: a fresh process per run, ours and the peer's interleaved.
 COLD_RUNS ?= 7
+# vxiso-mpi on 1, 2 and 4 ranks of this machine under a per-rank memory limit (bench/mpi_bench.sh).
+mpi-bench: deps configure
+	cmake --build $(BUILD) -j $(JOBS) --target vxiso-mpi vxiso_gyroid_raw
+	bench/mpi_bench.sh $(BUILD)
+
 peer-bench: deps configure
 	@cmake --build $(BUILD) -j $(JOBS) --target vxiso_peer_bench vxiso vxiso_package || \
 	  { echo "peer-bench: vxiso_peer_bench did not build (it needs VTK 9: libvtk9-dev)"; exit 1; }

@@ -8,6 +8,7 @@ packages=(
   libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core libfontconfig-dev
   libsoqt520-dev xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev
+  libopenmpi-dev openmpi-bin
   clang libclang-rt-14-dev clang-format
   mricron-data
   python3-dev python3-pybind11 python3-numpy

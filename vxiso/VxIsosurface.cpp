@@ -208,6 +208,9 @@ void VxIsosurface::computeRegScalarField3()
     extractor.isoValue = portThreshold.getValue();
     extractor.snapFraction = 0.5f;
     extractor.numberOfCores = portNumberOfCores.getValue();
+    // A slab count asks for the parallel path, also on a machine of one core.
+    extractor.slabCount = int64_t(m_slabCount);
+    if (m_slabCount) extractor.numberOfCores = std::max<int64_t>(extractor.numberOfCores, 2);
     extractIsoSurfaceFromRegField3(field, extractor);
 
     replaceTriSurface(result.get());

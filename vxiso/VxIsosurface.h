@@ -9,6 +9,7 @@
 #include <vx/VxPortRangeTplSlider.h>
 #include <vx/VxPortToggleList.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxSlabPlan.h>
 #include <vx/VxTriBase.h>
 
 class VxIsosurfaceExtractor;
@@ -16,7 +17,7 @@ class VxIsosurfaceExtractor;
 // The isosurface of a scalar field on a regular lattice (or of a multi-block field) where it
 // equals "Threshold", extracted when "Apply" is hit. While the threshold is dragged on a large
 // uniform field it may extract from a down-sampled copy; "Down Sample" does so always.
-class VxIsosurface : public VxTriBase, public VxExtractionReport
+class VxIsosurface : public VxTriBase, public VxExtractionReport, public VxSlabPlan
 {
     KX_PACKAGE_HEADER(VxIsosurface)
 
@@ -59,6 +60,7 @@ public:
     int getResampleFactor(int axis) const { return m_resampleFactors[axis]; }
     Figures lastExtraction() const override { return m_lastRun; }
     QString lastFailure() const override { return m_lastFailure; }
+    void setSlabCount(std::size_t slabs) override { m_slabCount = slabs; }
 
 protected:
     // Runs the extractor; the default node filter skips cubes touching undefined values.
@@ -81,6 +83,7 @@ private:
     KxHandle<VxRegScalarField3> m_resampled;
     int m_resampleFactors[3] = {1, 1, 1};
     Figures m_lastRun;
+    std::size_t m_slabCount = 0;
     QString m_lastFailure;
     IntersectionCallback m_intersectionCallback = nullptr;
     VxObject* m_intersectionObject = nullptr;

@@ -32,6 +32,7 @@ public:
     float isoValue = 0.f;      // the surface is where the field equals this value
     float snapFraction = 0.5f; // compact cubes: snapping distance as a fraction of an edge
     int64_t numberOfCores = 1; // 1 runs the sequential traversal, any other value the parallel one
+    int64_t slabCount = 0;     // parallel: 0 cuts slabs by the hardware threads, N exactly N even slabs
 
     // Extraction with the undefined-value filter of the field.
     void compute();

@@ -1,7 +1,10 @@
 #pragma once
+#include <kx/KxPrimType.h>
 #include <kx/KxVec3.h>
 #include <vx/VxLabelLattice3.h>
 #include <vx/VxRegScalarField3.h>
+
+#include <type_traits>
 
 // Node filters of the marching-cubes traversals: which nodes may carry surface. An edge gets a
 // vertex only when both its nodes are accepted; triangles that use a rejected edge are dropped.
@@ -14,8 +17,19 @@ class UndefinedValue
 {
 public:
     UndefinedValue(const VxRegScalarField3& field)
-        : m_field(&field), m_hasUndefined(field.hasUndefinedValue()),
-          m_undefined(field.hasUndefinedValue() ? field.getUndefinedValue() : 0.0)
+        : UndefinedValue(field.lattice().dataPtr(), field.primType(), KxVec3i(0, 0, 0), dimsOf(field),
+                         field.hasUndefinedValue(),
+                         field.hasUndefinedValue() ? field.getUndefinedValue() : 0.0)
+    {
+    }
+    // The same for a volume of which only a box is in memory: values holds the stored.x * stored.y *
+    // stored.z nodes from node first on, which are addressed by their indices in the whole volume.
+    UndefinedValue(const void* values, KxPrimType type, const KxVec3i& first, const KxVec3i& stored,
+                   bool hasUndefined, double undefined)
+        : m_values(values), m_read(readerOf(type)), m_rowStride(stored.x),
+          m_sliceStride(int64_t(stored.x) * stored.y),
+          m_base((int64_t(first.z) * stored.y + first.y) * stored.x + first.x), m_hasUndefined(hasUndefined),
+          m_undefined(hasUndefined ? undefined : 0.0)
     {
     }
 
@@ -23,12 +37,33 @@ public:
     bool acceptCell(const KxVec3i&) const { return true; }
     bool acceptNode(const KxVec3i& n) const
     {
-        const double v = m_field->evalRegDouble(n.x, n.y, n.z);
+        const double v = m_read(m_values, n.z * m_sliceStride + n.y * m_rowStride + n.x - m_base);
         return !(v == m_undefined || (v != v && m_undefined != m_undefined));
     }
 
 private:
-    const VxRegScalarField3* m_field;
+    using Reader = double (*)(const void*, int64_t);
+    template <class T> static double read(const void* values, int64_t i)
+    {
+        return double(static_cast<const T*>(values)[i]);
+    }
+    static double readNothing(const void*, int64_t) { return 0.0; }
+    static Reader readerOf(KxPrimType type)
+    {
+        Reader reader = &readNothing;
+        kxDispatchPrimType(type, nullptr,
+                           [&](auto* typed) { reader = &read<std::remove_pointer_t<decltype(typed)>>; });
+        return reader;
+    }
+    static KxVec3i dimsOf(const VxRegScalarField3& field)
+    {
+        const KxDim3l& d = field.getDims();
+        return KxVec3i(int32_t(d.nx), int32_t(d.ny), int32_t(d.nz));
+    }
+
+    const void* m_values;
+    Reader m_read;
+    int64_t m_rowStride, m_sliceStride, m_base;
     bool m_hasUndefined;
     double m_undefined;
 };

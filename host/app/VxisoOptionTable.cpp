@@ -12,6 +12,8 @@ using Value = VxisoOption::Value;
 
 // More threads than any machine of ours has; the scheduler would not start them anyway.
 constexpr long long kMaxCores = 4096;
+// A slab needs a cell layer; no axis we can number has more.
+constexpr long long kMaxSlabs = 1 << 30;
 
 constexpr unsigned kSurface = unsigned(VxisoCommand::Surface);
 constexpr unsigned kIsolines = unsigned(VxisoCommand::Isolines);
@@ -50,6 +52,14 @@ void storeCores(VxisoOptions& o, int, const Value& v)
         throw VxisoUsageError{"--cores takes 1 to " + std::to_string(kMaxCores) + " threads, not " +
                               std::to_string(v.integer)};
     o.cores = v.integer;
+}
+
+void storeSlabs(VxisoOptions& o, int, const Value& v)
+{
+    if (v.integer < 1 || v.integer > kMaxSlabs)
+        throw VxisoUsageError{"--slabs takes 1 to " + std::to_string(kMaxSlabs) + " slabs, not " +
+                              std::to_string(v.integer)};
+    o.slabs = v.integer;
 }
 
 void storeSlice(VxisoOptions& o, int i, const Value& v)
@@ -215,6 +225,10 @@ const std::vector<VxisoOption>& vxisoOptionTable()
         {"--cores", nullptr, "N", Kind::Integer, kSurface,
          "1 runs sequentially; more (up to 4096) run in parallel on at most N threads (default: all cores)",
          storeCores},
+        {"--slabs", nullptr, "N", Kind::Integer, kSurface,
+         "cut the volume into exactly N even slabs along its longest axis (default: by the cores); the "
+         "same N gives vxiso-mpi's file byte for byte",
+         storeSlabs},
 
         // The contour lines.
         {"--slice", nullptr, "AXIS [INDEX]", Kind::Text, kSliced,

@@ -46,6 +46,7 @@ struct VxisoOptions
     bool blocky = false;           // per-cell surfaces of a hexahedral mesh's per-cell values
     int downsample[3] = {0, 0, 0}; // 0: not asked for
     long long cores = 0;           // 0: all cores
+    long long slabs = 0;           // 0: slabs by the hardware threads
     double view[3] = {0, 0, -1}, up[3] = {0, 1, 0};
     bool haveView = false;
 

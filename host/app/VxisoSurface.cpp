@@ -19,6 +19,7 @@
 #include <vx/VxPortFloatSlider.h>
 #include <vx/VxPortIntTextN.h>
 #include <vx/VxRegScalarField3.h>
+#include <vx/VxSlabPlan.h>
 #include <vx/VxTetraScalarField3.h>
 #include <vx/VxTriBase.h>
 #include <vx/VxUniformLabelField3.h>
@@ -55,6 +56,10 @@ void checkSurfaceOptions(const VxisoOptions& o)
             "--mask restricts the surface of a scalar volume; a label volume's region is chosen "
             "with --label N"};
     if (o.output.empty()) throw VxisoUsageError{"no output: give -o FILE"};
+    if (o.slabs && o.cores == 1)
+        throw VxisoUsageError{"--slabs cuts the volume for the parallel path; --cores 1 runs sequentially"};
+    if (o.slabs && (o.mesh || o.blocks))
+        throw VxisoUsageError{"--slabs cuts a regular volume into slabs, not a mesh or multi-block data"};
     if (VxSurfaceWriter::formatForPath(QString::fromStdString(o.output)) == VxSurfaceWriter::UNKNOWN)
         throw VxisoUsageError{"cannot write '" + o.output + "': unknown format " +
                               VxSurfaceWriter::extensionHint().toStdString()};
@@ -153,6 +158,11 @@ void setUpModule(VxHostSession& host, const VxisoOptions& o, const VxisoModuleIn
     setThreshold(host, o.threshold);
     if (o.cores)
         host.run({"isosurface", "numberOfCores", "setValue", QString::number(o.cores)}, "cannot set --cores");
+    if (o.slabs) {
+        auto* plan = dynamic_cast<VxSlabPlan*>(host.find("isosurface"));
+        if (!plan) throw KxException("the module " + module + " cannot cut its volume into --slabs");
+        plan->setSlabCount(std::size_t(o.slabs));
+    }
     if (o.downsample[0]) {
         host.run({"isosurface", "downSampleOnOff", "setValue", "1"}, "cannot set --downsample");
         for (int i = 0; i < 3; ++i)

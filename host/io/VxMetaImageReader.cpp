@@ -4,6 +4,7 @@
 #include <io/VxInputFile.h>
 #include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
+#include <io/VxVolumeLayout.h>
 #include <io/VxVolumePlacement.h>
 #include <vx/VxRegScalarField3.h>
 
@@ -73,7 +74,9 @@ bool numbers(VxInputFile& f, const std::map<std::string, std::string>& keys,
     return false;
 }
 
-VxUniformScalarField3* readMeta(const QString& path)
+// The header understood and the values' file standing at the first value: what read() reads on
+// from and locate() reports, as use(file, dims, type, encoding, msb, placement).
+template <class Use> auto withValues(const QString& path, Use use)
 {
     VxInputFile file(path, "a MetaImage file");
     const std::map<std::string, std::string> keys = parseHeader(file);
@@ -163,8 +166,16 @@ VxUniformScalarField3* readMeta(const QString& path)
                            .arg(headerSize));
         data->seek(data->tell() + uint64_t(headerSize));
     }
-    void* values = VxValueReader::read(*data, dims, type, encoding, msb);
-    return VxReadSupport::uniformField(dims, type, values, where, path);
+    return use(*data, dims, type, encoding, msb, where);
+}
+
+VxUniformScalarField3* readMeta(const QString& path)
+{
+    return withValues(path, [&](VxInputFile& data, const KxDim3l& dims, KxPrimType type, VxEncoding encoding,
+                                bool msb, const VxVolumePlacement& where) {
+        void* values = VxValueReader::read(data, dims, type, encoding, msb);
+        return VxReadSupport::uniformField(dims, type, values, where, path);
+    });
 }
 
 } // namespace
@@ -172,4 +183,22 @@ VxUniformScalarField3* readMeta(const QString& path)
 VxUniformScalarField3* VxMetaImageReader::read(const QString& path, QString* error)
 {
     return VxReadSupport::reportFailure(error, [&] { return readMeta(path); });
+}
+
+bool VxMetaImageReader::locate(const QString& path, VxVolumeLayout& layout, QString* error)
+{
+    return VxReadSupport::reportFailure(error, [&] {
+               return withValues(path, [&](VxInputFile& data, const KxDim3l& dims, KxPrimType type,
+                                           VxEncoding encoding, bool msb, const VxVolumePlacement& where) {
+                   layout.format = "MetaImage";
+                   layout.dataPath = data.path();
+                   layout.offset = data.tell();
+                   layout.dims = dims;
+                   layout.type = type;
+                   layout.encoding = encoding;
+                   layout.bigEndian = msb;
+                   layout.placement = where;
+                   return &layout;
+               });
+           }) != nullptr;
 }

@@ -2,6 +2,7 @@
 #include <QString>
 
 class VxUniformScalarField3;
+struct VxVolumeLayout;
 
 // Reads a MetaImage volume: one file (.mha) or a header (.mhd) naming its data file (ElementDataFile
 // LOCAL or a file name); raw or zlib-compressed (CompressedData) binary or text values; either byte
@@ -13,4 +14,7 @@ class VxMetaImageReader
 public:
     // A new field (reference count 0), or null with a message naming the file and the problem.
     static VxUniformScalarField3* read(const QString& path, QString* error);
+    // Where the values lie, from the header alone (the data file is opened, not read); false with a
+    // message naming the file and the problem.
+    static bool locate(const QString& path, VxVolumeLayout& layout, QString* error);
 };

@@ -5,6 +5,7 @@
 #include <io/VxInputFile.h>
 #include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
+#include <io/VxVolumeLayout.h>
 #include <io/VxVolumePlacement.h>
 #include <kx/KxLatticeSize.h>
 #include <kx/KxPrimType.h>
@@ -285,7 +286,32 @@ VxUniformScalarField3* readNifti(const QString& path, VxNiftiInfo* info)
     return field;
 }
 
+VxVolumeLayout locateNifti(const QString& path)
+{
+    const PairNames names = pairNames(path);
+    VxInputFile headerFile(names.header, "a NIfTI file");
+    VxGzipInput header(headerFile);
+    const Header h = parse(VxBinaryHeader::read(header, {kHeaderSize1, kHeaderSize2}, "NIfTI"), names.header);
+    VxVolumeLayout l;
+    checkHeader(h, names.header, l.dims, l.type);
+    l.placement = placement(h, l.dims, names.header);
+    l.format = "NIfTI";
+    l.dataPath = h.singleFile ? names.header : imageFor(names);
+    l.offset = uint64_t(h.voxOffset);
+    l.encoding = l.dataPath.endsWith(".gz", Qt::CaseInsensitive) ? VxEncoding::Gzip : VxEncoding::Raw;
+    l.bigEndian = (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__) != h.swapped;
+    return l;
+}
+
 } // namespace
+
+bool VxNiftiReader::locate(const QString& path, VxVolumeLayout& layout, QString* error)
+{
+    return VxReadSupport::reportFailure(error, [&] {
+               layout = locateNifti(path);
+               return &layout;
+           }) != nullptr;
+}
 
 bool VxNiftiInfo::hasScaling() const
 {

@@ -2,6 +2,7 @@
 #include <QString>
 
 class VxUniformScalarField3;
+struct VxVolumeLayout;
 
 // What a NIfTI header says beyond what the field itself carries.
 struct VxNiftiInfo
@@ -36,6 +37,9 @@ public:
     // A new field (reference count 0), or null with a message naming the file and the problem.
     // info, when given, receives the header's particulars (scaling above all).
     static VxUniformScalarField3* read(const QString& path, QString* error, VxNiftiInfo* info = nullptr);
+    // Where the values lie, from the header alone; false with a message naming the file and the
+    // problem.
+    static bool locate(const QString& path, VxVolumeLayout& layout, QString* error);
     // True for the names this reader takes: .nii, .nii.gz, .hdr, .hdr.gz, .img, .img.gz (any case).
     static bool isNiftiPath(const QString& path);
 };

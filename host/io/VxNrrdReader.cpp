@@ -4,6 +4,7 @@
 #include <io/VxInputFile.h>
 #include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
+#include <io/VxVolumeLayout.h>
 #include <io/VxVolumePlacement.h>
 #include <kx/KxMemory.h>
 #include <vx/VxRegScalarField3.h>
@@ -250,7 +251,8 @@ std::unique_ptr<VxInputFile> openDataFile(const VxInputFile& f, const std::strin
     return VxReadSupport::openDataFile(f, name);
 }
 
-void* readValues(VxInputFile& data, const Header& h, const KxDim3l& dims)
+// Moves to the first value: past the lines and bytes the header says to skip.
+void seekValues(VxInputFile& data, const Header& h, const KxDim3l& dims)
 {
     for (int64_t i = 0; i < h.lineSkip; ++i)
         if (!data.skipLine())
@@ -275,25 +277,34 @@ void* readValues(VxInputFile& data, const Header& h, const KxDim3l& dims)
                           .arg(h.byteSkip));
         data.seek(data.tell() + uint64_t(h.byteSkip));
     }
-    return VxValueReader::read(data, dims, h.type, h.encoding, h.bigEndian);
 }
 
-VxUniformScalarField3* readNrrd(const QString& path)
+// The header understood and the values' file standing at the first value: what read() reads on
+// from and locate() reports.
+template <class Use> auto withValues(const QString& path, Use use)
 {
     VxInputFile file(path, "a NRRD file");
     Header h = parseHeader(file);
     const KxDim3l dims = dimensionsOf(file, h);
     const VxVolumePlacement where = placementOf(file, h, dims);
-
-    void* values = nullptr;
     if (!h.dataFile.empty()) {
-        values = readValues(*openDataFile(file, h.dataFile), h, dims);
-    } else {
-        if (!h.attached)
-            file.fail("the header names no data file and ends without the blank line before the data");
-        values = readValues(file, h, dims);
+        std::unique_ptr<VxInputFile> data = openDataFile(file, h.dataFile);
+        seekValues(*data, h, dims);
+        return use(*data, h, dims, where);
     }
-    return VxReadSupport::uniformField(dims, h.type, values, where, path);
+    if (!h.attached)
+        file.fail("the header names no data file and ends without the blank line before the data");
+    seekValues(file, h, dims);
+    return use(file, h, dims, where);
+}
+
+VxUniformScalarField3* readNrrd(const QString& path)
+{
+    return withValues(
+        path, [&](VxInputFile& data, const Header& h, const KxDim3l& dims, const VxVolumePlacement& where) {
+            void* values = VxValueReader::read(data, dims, h.type, h.encoding, h.bigEndian);
+            return VxReadSupport::uniformField(dims, h.type, values, where, path);
+        });
 }
 
 } // namespace
@@ -301,4 +312,22 @@ VxUniformScalarField3* readNrrd(const QString& path)
 VxUniformScalarField3* VxNrrdReader::read(const QString& path, QString* error)
 {
     return VxReadSupport::reportFailure(error, [&] { return readNrrd(path); });
+}
+
+bool VxNrrdReader::locate(const QString& path, VxVolumeLayout& layout, QString* error)
+{
+    return VxReadSupport::reportFailure(error, [&] {
+               return withValues(path, [&](VxInputFile& data, const Header& h, const KxDim3l& dims,
+                                           const VxVolumePlacement& where) {
+                   layout.format = "NRRD";
+                   layout.dataPath = data.path();
+                   layout.offset = data.tell();
+                   layout.dims = dims;
+                   layout.type = h.type;
+                   layout.encoding = h.encoding;
+                   layout.bigEndian = h.bigEndian;
+                   layout.placement = where;
+                   return &layout;
+               });
+           }) != nullptr;
 }

@@ -3,6 +3,7 @@
 #include <io/VxInputFile.h>
 #include <io/VxReadSupport.h>
 #include <io/VxValueReader.h>
+#include <io/VxVolumeLayout.h>
 #include <io/VxVolumePlacement.h>
 #include <kx/KxLatticeSize.h>
 #include <vx/VxRegScalarField3.h>
@@ -11,7 +12,7 @@ namespace {
 
 constexpr bool kHostBigEndian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
 
-VxUniformScalarField3* readRaw(const QString& path, const VxRawDescription& d)
+VxVolumeLayout locateRaw(const QString& path, const VxRawDescription& d)
 {
     const QString bad = VxRawReader::checkDescription(d);
     if (!bad.isEmpty()) throw VxReadFailure{path, bad};
@@ -33,17 +34,31 @@ VxUniformScalarField3* readRaw(const QString& path, const VxRawDescription& d)
                       .arg(have - end)
                       .arg(what));
 
-    VxVolumePlacement where;
+    VxVolumeLayout l;
+    l.format = "raw";
+    l.dataPath = file.path();
+    l.offset = d.offset;
+    l.dims = d.dims;
+    l.type = d.type;
+    l.bigEndian = kHostBigEndian != d.swapBytes;
+    l.hasUndefined = d.hasUndefined;
+    l.undefinedValue = d.undefinedValue;
     for (int a = 0; a < 3; ++a) {
-        where.origin[a] = d.origin[a];
-        where.spacing[a] = d.spacing[a];
+        l.placement.origin[a] = d.origin[a];
+        l.placement.spacing[a] = d.spacing[a];
     }
-    const QString badPlace = where.normalise(d.dims);
+    const QString badPlace = l.placement.normalise(d.dims);
     if (!badPlace.isEmpty()) file.fail(badPlace);
+    return l;
+}
 
+VxUniformScalarField3* readRaw(const QString& path, const VxRawDescription& d)
+{
+    const VxVolumeLayout l = locateRaw(path, d);
+    VxInputFile file(path, "a raw volume");
     file.seek(d.offset);
-    void* values = VxValueReader::read(file, d.dims, d.type, VxEncoding::Raw, kHostBigEndian != d.swapBytes);
-    VxUniformScalarField3* field = VxReadSupport::uniformField(d.dims, d.type, values, where, path);
+    void* values = VxValueReader::read(file, d.dims, d.type, VxEncoding::Raw, l.bigEndian);
+    VxUniformScalarField3* field = VxReadSupport::uniformField(d.dims, d.type, values, l.placement, path);
     if (d.hasUndefined) field->setUndefinedValue(d.undefinedValue);
     return field;
 }
@@ -69,4 +84,13 @@ QString VxRawReader::checkDescription(const VxRawDescription& d)
 VxUniformScalarField3* VxRawReader::read(const QString& path, const VxRawDescription& d, QString* error)
 {
     return VxReadSupport::reportFailure(error, [&] { return readRaw(path, d); });
+}
+
+bool VxRawReader::locate(const QString& path, const VxRawDescription& d, VxVolumeLayout& layout,
+                         QString* error)
+{
+    return VxReadSupport::reportFailure(error, [&] {
+               layout = locateRaw(path, d);
+               return &layout;
+           }) != nullptr;
 }

@@ -5,6 +5,7 @@
 #include <QString>
 
 class VxUniformScalarField3;
+struct VxVolumeLayout;
 
 // Reads a headerless volume: values of one primitive type, x fastest, native byte order. The
 // description (dimensions, type, spacing, origin) comes from the caller.
@@ -26,6 +27,10 @@ class VxRawReader
 public:
     // A new field (reference count 0), or null with a message naming the file and the problem.
     static VxUniformScalarField3* read(const QString& path, const VxRawDescription& d, QString* error);
+    // Where the described values lie, after the checks read() makes; false with a message naming
+    // the file and the problem.
+    static bool locate(const QString& path, const VxRawDescription& d, VxVolumeLayout& layout,
+                       QString* error);
     // Checks the description alone; an empty string when it is usable.
     static QString checkDescription(const VxRawDescription& d);
 };

@@ -16,6 +16,8 @@ public:
     KxTempFile& operator=(const KxTempFile&) = delete;
 
     int fd() const { return m_fd; }
+    // The temporary file's name once open, for other processes that write into it too.
+    QString tempPath() const { return QString::fromLocal8Bit(m_tempName); }
 
     // Each returns false with "cannot write <target>: <reason>" in error.
     bool open(QString* error);

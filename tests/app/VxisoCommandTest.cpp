@@ -241,6 +241,10 @@ TEST_F(VxisoCommand, BadCommandLinesGiveOneLineAndWriteNothing)
         {sphere + "--cores 0", 2, "--cores takes 1 to 4096 threads, not 0"},
         // Options are checked before anything is read, and no error shows the commands run inside.
         {sphere + "--cores 99999999999", 2, "--cores takes 1 to 4096 threads, not 99999999999"},
+        {sphere + "--slabs 0", 2, "--slabs takes 1 to 1073741824 slabs, not 0"},
+        {sphere + "--slabs 2 --cores 1", 2, "--slabs cuts the volume for the parallel path"},
+        {sphere + "--slabs 8 -o s.ply", 1, "cannot cut the 7 cell layers along x into 8 slabs"},
+        {"surface tet.vtk -t 2 --slabs 2", 2, "--slabs cuts a regular volume into slabs, not a mesh"},
         {"surface --raw missing.raw --dims 4 4 4 --type uint8 -t 1 --png p.png --view 0 0 0", 2,
          "--view 0 0 0 is not a direction"},
         {sphere + "--up 0 0 2", 2, "--up 0 0 2 runs along --view 0 0 -1"},
@@ -453,6 +457,10 @@ TEST_F(VxisoCommand, VerboseReportsTheEngineRun)
         std::regex_search(par.out, std::regex("\nsplit axis: x\nslabs: [0-9]+\nengine time: [0-9.]+ ms\n")));
     EXPECT_EQ(firstLine(seq.out), firstLine(par.out));
     EXPECT_TRUE(seq.err.empty()); // no progress bar when stderr is not a terminal
+    // --slabs: exactly that many, whatever the cores; the surface stays the same.
+    const Result cut = vxiso("surface --field gyroid --size 80 -t 0 --slabs 7 --cores 2 --verbose -o c.ply");
+    EXPECT_NE(cut.out.find("\nsplit axis: x\nslabs: 7\n"), std::string::npos) << cut.out;
+    EXPECT_EQ(triangleSet(ply("c.ply")), triangleSet(ply("p.ply")));
     // A factor above half its axis is lowered by the module, and the command says so.
     const Result low = vxiso("surface --field gyroid --size 80 -t 0 --downsample 2 4 60 --verbose -o l.ply");
     ASSERT_EQ(low.status, 0) << low.err;

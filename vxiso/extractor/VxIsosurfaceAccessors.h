@@ -24,14 +24,25 @@ public:
     // of the gradient.
     RegField3Accessor(const T* data, const KxVec3i& dims, const KxVec3f& origin, const KxVec3f& voxelSize,
                       const KxVec3f& gradientSpacing)
-        : m_data(data), m_dims(dims), m_sliceStride(int64_t(dims.x) * dims.y), m_origin(origin),
+        : RegField3Accessor(data, dims, origin, voxelSize, gradientSpacing, KxVec3i(0, 0, 0), dims)
+    {
+    }
+    // The same for a volume of which only a box is in memory (a rank's slab): data holds the
+    // stored.x * stored.y * stored.z nodes from node first on. Nodes are still addressed, placed and
+    // told from the border by their indices in the whole volume of dims nodes.
+    RegField3Accessor(const T* data, const KxVec3i& dims, const KxVec3f& origin, const KxVec3f& voxelSize,
+                      const KxVec3f& gradientSpacing, const KxVec3i& first, const KxVec3i& stored)
+        : m_data(data), m_dims(dims), m_rowStride(stored.x), m_sliceStride(int64_t(stored.x) * stored.y),
+          m_base((int64_t(first.z) * stored.y + first.y) * stored.x + first.x), m_origin(origin),
           m_voxelSize(voxelSize), m_gradientSpacing(gradientSpacing)
     {
     }
 
     const KxVec3i& dims() const { return m_dims; }
-    const T* data() const { return m_data; }
-    int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
+    int64_t index(int i, int j, int k) const
+    {
+        return int64_t(k) * m_sliceStride + int64_t(j) * m_rowStride + i - m_base;
+    }
 
     float value(int i, int j, int k) const { return float(m_data[index(i, j, k)]); }
 
@@ -55,7 +66,7 @@ public:
         const int64_t c = index(i, j, k);
         KxVec3f g;
         g.x = difference(c, i, m_dims.x, 1) / m_gradientSpacing.x;
-        g.y = difference(c, j, m_dims.y, m_dims.x) / m_gradientSpacing.y;
+        g.y = difference(c, j, m_dims.y, m_rowStride) / m_gradientSpacing.y;
         g.z = difference(c, k, m_dims.z, m_sliceStride) / m_gradientSpacing.z;
         return g;
     }
@@ -71,7 +82,7 @@ private:
 
     const T* m_data;
     KxVec3i m_dims;
-    int64_t m_sliceStride;
+    int64_t m_rowStride, m_sliceStride, m_base;
     KxVec3f m_origin;
     KxVec3f m_voxelSize;
     KxVec3f m_gradientSpacing;

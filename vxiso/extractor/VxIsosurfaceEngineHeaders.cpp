@@ -14,6 +14,7 @@
 #include <vxiso/extractor/VxIsosurfaceTools.h>
 #include <vxiso/extractor/VxParallelIsosurfaceMarchingCubes.h>
 #include <vxiso/extractor/VxRaceAnnotations.h>
+#include <vxiso/extractor/VxSlabExtractionImpl.h>
 
 #ifdef TCL_VERSION
 #error "an engine header includes tcl.h"

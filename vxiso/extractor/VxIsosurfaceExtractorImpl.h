@@ -83,20 +83,26 @@ void VxIsosurfaceExtractor::computeParallel(const Filter& filter)
 
     const auto start = std::chrono::steady_clock::now();
     const unsigned long n[3] = {(unsigned long)tools.nx, (unsigned long)tools.ny, (unsigned long)tools.nz};
-    // Slabs are at most extent / threads node layers thick; with 16 or fewer layers per thread the
-    // field is not split at all.
     const unsigned long extent = n[Axis::index];
-    unsigned long threads = hardwareThreadsForSlabs();
-    if (extent / threads <= 16) threads = 1;
-    unsigned long grain[3] = {std::max(n[0], 1ul), std::max(n[1], 1ul), std::max(n[2], 1ul)};
-    grain[Axis::index] = std::max(extent / threads, 1ul);
-    const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(
-        0, n[2], grain[2], 0, n[1], grain[1], 0, n[0], grain[0]);
     vxiso::SlabProgress progress(&m_workerProgress, int64_t(std::max(extent, 1ul)));
     vxiso::VxParallelIsosurfaceMarchingCubes<Tools, Emitter, Axis> body(tools, cubes, &progress);
-    tbb::affinity_partitioner partitioner;
     VXISO_HAPPENS_BEFORE(cubes.sync.handOver());
-    tbb::parallel_for(range, body, partitioner);
+    if (slabCount > 0) {
+        // A fixed number of even slabs, whatever the machine: the cut another run can repeat.
+        vxiso::tools::checkSlabCount(extent, uint64_t(slabCount), Axis::index);
+        vxiso::runSlabs(body, vxiso::evenSlabs(0, extent - 1, uint64_t(slabCount), extent), Axis::index, n);
+    } else {
+        // Slabs are at most extent / threads node layers thick; with 16 or fewer layers per thread
+        // the field is not split at all.
+        unsigned long threads = hardwareThreadsForSlabs();
+        if (extent / threads <= 16) threads = 1;
+        unsigned long grain[3] = {std::max(n[0], 1ul), std::max(n[1], 1ul), std::max(n[2], 1ul)};
+        grain[Axis::index] = std::max(extent / threads, 1ul);
+        const tbb::blocked_range3d<unsigned long, unsigned long, unsigned long> range(
+            0, n[2], grain[2], 0, n[1], grain[1], 0, n[0], grain[0]);
+        tbb::affinity_partitioner partitioner;
+        tbb::parallel_for(range, body, partitioner);
+    }
     VXISO_HAPPENS_AFTER(cubes.sync.handBack());
     m_slabCount = 0;
     for (const auto& perThread : cubes.store) m_slabCount += perThread.size();

@@ -181,8 +181,25 @@ public:
         }
     }
 
+    // A slab's contribution to a vertex of the slab below, when that slab's output is elsewhere.
+    struct Fold
+    {
+        int64_t vertex;
+        KxVec3f coords, normals;
+        uint64_t count;
+    };
+
     // The slabs have reported their progress as they were walked.
     void finishAll(SlabProgress* = nullptr)
+    {
+        joinSlabs();
+        averageVertices();
+    }
+
+    // The merge up to the sums: every slab copied to the output and joined to the slab below it.
+    // When the lowest slab begins on a layer it shares with a slab that ran elsewhere, its boundary
+    // corners wait for joinFromBelow.
+    void joinSlabs()
     {
         uint64_t vertices = 0, triangles = 0;
         std::vector<ThreadSpecificData*> slabs = orderSlabs<ThreadSpecificData>(
@@ -197,8 +214,52 @@ public:
         m_triangles.resize(triangles);
         // Fixing adds into vertices that copying has written: the two passes must not overlap.
         forEachSlab(slabs, [this](ThreadSpecificData& d) { copySlab(d); });
-        forEachSlab(slabs, [this](ThreadSpecificData& d) { joinSlabBelow(d); });
-        for (std::size_t v = 0; v < vertices; ++v) {
+        forEachSlab(slabs, [this](ThreadSpecificData& d) {
+            if (!d.previous) return;
+            joinSlab(d, d.previous->faceVertexIds.data(), int64_t(d.previous->vertexOffset),
+                     [this](int64_t g, const KxVec3f& p, const KxVec3f& n, uint64_t c) {
+                         addInto(std::size_t(g), p, n, c);
+                     });
+        });
+        m_slabs = std::move(slabs);
+    }
+
+    // Joins the lowest slab to the slab below it that ran elsewhere: corners become vertexOffset +
+    // the face table's entries (vertexOffset may be negative), and what the slab snapped onto those
+    // vertices comes back as folds, in the order the slab below must add them.
+    std::vector<Fold> joinFromBelow(const int* faceVertexIds, int64_t vertexOffset)
+    {
+        std::vector<Fold> folds;
+        if (m_slabs.empty()) return folds;
+        joinSlab(*m_slabs.front(), faceVertexIds, vertexOffset,
+                 [&](int64_t g, const KxVec3f& p, const KxVec3f& n, uint64_t c) {
+                     folds.push_back({g, p, n, c});
+                 });
+        return folds;
+    }
+
+    // Adds the slab above's folds into this output's vertices; vertex numbers start at base.
+    void addFolds(const std::vector<Fold>& folds, int64_t base)
+    {
+        for (const Fold& f : folds) addInto(std::size_t(f.vertex - base), f.coords, f.normals, f.count);
+    }
+
+    // The highest slab's end-layer table (doubled grid) with its vertices numbered from base on.
+    std::vector<int32_t> topFaceTable(int64_t base) const
+    {
+        std::vector<int32_t> table;
+        if (m_slabs.empty()) return table;
+        const ThreadSpecificData& top = *m_slabs.back();
+        table.assign(top.faceVertexIds.begin(), top.faceVertexIds.end());
+        for (int32_t& id : table)
+            if (id != -1) id = int32_t(base + int64_t(top.vertexOffset) + id);
+        return table;
+    }
+
+    // Sums to means: a merged vertex becomes the mean of the intersections gathered at its node.
+    void averageVertices()
+    {
+        for (std::size_t v = 0; v < m_out.coords.size(); ++v) {
             const float count = float(m_out.counts[v]);
             m_out.coords[v] =
                 KxVec3f(m_out.coords[v].x / count, m_out.coords[v].y / count, m_out.coords[v].z / count);
@@ -252,30 +313,34 @@ private:
             out[t] = KxVec3i(d.triangles[t].x + offset, d.triangles[t].y + offset, d.triangles[t].z + offset);
     }
 
-    // Points the slab's corners on its first plane at the vertices of the slab below, folding what it
-    // snapped onto shared nodes into them.
-    void joinSlabBelow(ThreadSpecificData& d)
+    void addInto(std::size_t g, const KxVec3f& p, const KxVec3f& n, uint64_t c)
+    {
+        m_out.coords[g] += p;
+        m_out.normals[g] += n;
+        m_out.counts[g] += (unsigned long)c;
+    }
+
+    // Points the slab's corners on its first plane at the vertices of the slab below (numbered from
+    // belowOffset on), handing what it snapped onto shared nodes to fold(vertex, sums, count).
+    template <class FoldInto>
+    void joinSlab(ThreadSpecificData& d, const int* belowIds, int64_t belowOffset, FoldInto fold)
     {
         KxVec3i* out = m_triangles.data() + d.triangleOffset;
         for (const CornerRecord& r : d.takenCorners) {
             const KxVec3i cell(r.second.x, r.second.y, r.second.z);
-            const int id =
-                d.previous->faceVertexIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
-            out[r.first.triangle][r.first.corner] = int32_t(d.previous->vertexOffset) + id;
+            const int id = belowIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
+            out[r.first.triangle][r.first.corner] = int32_t(belowOffset + id);
         }
         for (const CornerRecord& r : d.sharedCorners) {
             const KxVec3i cell(r.second.x, r.second.y, r.second.z);
-            const int id =
-                d.previous->faceVertexIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
+            const int id = belowIds[std::size_t(Traits::doubledPlace(cell, r.second.edge, m_dims))];
             if (id == -1) continue; // the slab below has no vertex there: this slab's stays
             int32_t& corner = out[r.first.triangle][r.first.corner];
             const std::size_t k = std::size_t(corner - int32_t(d.vertexOffset));
-            const std::size_t g = std::size_t(d.previous->vertexOffset) + std::size_t(id);
+            const int64_t g = belowOffset + id;
             corner = int32_t(g);
             // Fold this slab's contribution in once; later corners on the same vertex add nothing.
-            m_out.coords[g] += d.nodes.coords[k];
-            m_out.normals[g] += d.nodes.normals[k];
-            m_out.counts[g] += (unsigned long)d.nodes.counts[k];
+            fold(g, d.nodes.coords[k], d.nodes.normals[k], uint64_t(d.nodes.counts[k]));
             d.nodes.coords[k] = KxVec3f();
             d.nodes.normals[k] = KxVec3f();
             d.nodes.counts[k] = 0;
@@ -286,6 +351,8 @@ private:
     types::AccumulatedNodes m_out;
     KxDArray<KxVec3i> m_triangles;
     uint64_t m_dropped = 0;
+    // The slabs in layer order, once joined.
+    std::vector<ThreadSpecificData*> m_slabs;
 };
 
 } // namespace vxiso

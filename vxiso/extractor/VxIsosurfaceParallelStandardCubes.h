@@ -191,7 +191,9 @@ public:
     }
 
     // After the first pass: ranges for the slabs in layer order, the output allocated once, the
-    // slabs walked into it, and the open corners filled from below.
+    // slabs walked into it, and the open corners filled from below. When the lowest slab begins on a
+    // layer it shares with a slab that ran elsewhere (another process), its open corners stay -1
+    // until fillFromBelow.
     void finishAll(SlabProgress* progress = nullptr)
     {
         uint64_t vertices = 0, triangles = 0;
@@ -220,10 +222,37 @@ public:
         });
         for (ThreadSpecificData* d : slabs) joinChunks(*d);
         uint64_t vertexEnd = 0, triangleEnd = 0;
-        for (ThreadSpecificData* d : slabs) closeSlab(*d, vertexEnd, triangleEnd);
+        for (ThreadSpecificData* d : slabs) {
+            closeSlab(*d, vertexEnd, triangleEnd);
+            if (d->previous)
+                fillOpenCorners(*d, d->previous->faceVertexIds.data(), int64_t(d->previous->vertexOffset));
+        }
         m_coords.resize(vertexEnd);
         m_normals.resize(vertexEnd);
         m_triangles.resize(triangleEnd);
+        m_slabs = std::move(slabs);
+    }
+
+    // The lowest slab's open corners, from the face table of the slab below it that ran elsewhere;
+    // a corner becomes vertexOffset + the table's entry (vertexOffset may be negative: numbers below
+    // this output's first vertex).
+    void fillFromBelow(const int* faceVertexIds, int64_t vertexOffset)
+    {
+        m_trianglesOut = m_triangles.data();
+        if (!m_slabs.empty()) fillOpenCorners(*m_slabs.front(), faceVertexIds, vertexOffset);
+    }
+
+    // The highest slab's end-layer face table with its vertices numbered from base on; -1 where
+    // the slab made no vertex. What the slab above, running elsewhere, fills its corners from.
+    std::vector<int32_t> topFaceTable(int64_t base) const
+    {
+        std::vector<int32_t> table;
+        if (m_slabs.empty()) return table;
+        const ThreadSpecificData& top = *m_slabs.back();
+        table.assign(top.faceVertexIds.begin(), top.faceVertexIds.end());
+        for (int32_t& id : table)
+            if (id != -1) id = int32_t(base + int64_t(top.vertexOffset) + id);
+        return table;
     }
 
 private:
@@ -297,11 +326,16 @@ private:
         d.triangleOffset = triangleEnd;
         vertexEnd += d.verticesMade;
         triangleEnd += d.trianglesMade;
+    }
+
+    // Points a slab's open corners at the vertices of the slab below, whose numbers start at offset.
+    void fillOpenCorners(const ThreadSpecificData& d, const int* belowIds, int64_t offset)
+    {
+        KxVec3i* tri = m_trianglesOut + d.triangleOffset;
         for (const PendingCorner& r : d.pendingCorners) {
             const KxVec3i cell(r.x, r.y, r.z);
             tri[r.triangle][r.corner] =
-                int32_t(d.previous->vertexOffset) +
-                d.previous->faceVertexIds[std::size_t(Traits::edgePlace(cell, r.edge, m_dims))];
+                int32_t(offset + belowIds[std::size_t(Traits::edgePlace(cell, r.edge, m_dims))]);
         }
     }
 
@@ -314,6 +348,8 @@ private:
     KxVec3f* m_coordsOut = nullptr;
     KxVec3f* m_normalsOut = nullptr;
     KxVec3i* m_trianglesOut = nullptr;
+    // The slabs in layer order, once finished.
+    std::vector<ThreadSpecificData*> m_slabs;
 };
 
 } // namespace vxiso

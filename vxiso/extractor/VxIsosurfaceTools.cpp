@@ -37,4 +37,15 @@ void checkSurfaceSize(uint64_t vertices, uint64_t triangles)
                           .arg(limit));
 }
 
+void checkSlabCount(uint64_t nodes, uint64_t slabs, int axis)
+{
+    const uint64_t cells = nodes > 0 ? nodes - 1 : 0;
+    if (slabs >= 1 && slabs <= cells) return;
+    throw KxException(QString("cannot cut the %1 cell layers along %2 into %3 slabs: a slab needs one cell "
+                              "layer or more")
+                          .arg(cells)
+                          .arg(QChar("xyz"[axis]))
+                          .arg(slabs));
+}
+
 } // namespace vxiso::tools

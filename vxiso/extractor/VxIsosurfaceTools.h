@@ -346,6 +346,10 @@ void setMaxSurfaceElements(uint64_t limit);
 // triangles than can be numbered; called with the counts made before anything is allocated.
 void checkSurfaceSize(uint64_t vertices, uint64_t triangles);
 
+// Refuses, with a KxException, a slab count that the nodes along the split axis (0, 1, 2) cannot
+// give every slab a cell layer of.
+void checkSlabCount(uint64_t nodes, uint64_t slabs, int axis);
+
 // A triangle whose corners are not three distinct vertices.
 inline bool isDegenerate(const KxVec3i& t)
 {

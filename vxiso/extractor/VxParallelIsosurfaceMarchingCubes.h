@@ -117,6 +117,27 @@ template <class Record, class F> void forEachSlab(std::vector<Record*>& slabs, F
     VXISO_HAPPENS_AFTER(sync.handBack());
 }
 
+// The node layers [begin, end) along the split axis that a slab owns; it also reads layer end, the
+// next slab's first, unless end is the last layer of the volume.
+struct SlabLayers
+{
+    uint64_t begin = 0, end = 0;
+};
+
+// The cell layers [firstCell, endCell) of a volume of n node layers along the axis, cut into count
+// slabs as evenly as integer division allows. A plan made this way is the same whoever makes it, so
+// a run cut into the same slabs elsewhere (on other machines) yields the same surface.
+inline std::vector<SlabLayers> evenSlabs(uint64_t firstCell, uint64_t endCell, uint64_t count, uint64_t n)
+{
+    std::vector<SlabLayers> slabs;
+    const uint64_t cells = endCell - firstCell;
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t b = firstCell + i * cells / count, e = firstCell + (i + 1) * cells / count;
+        slabs.push_back({b, e + 1 == n ? n : e});
+    }
+    return slabs;
+}
+
 // One slab of the parallel traversal: the sequential traversal on a box of node layers along the
 // split axis, writing into a record of its own. Copies share the tools, the emitter and the progress.
 template <class Tools, class Cubes, class Axis> class VxParallelIsosurfaceMarchingCubes
@@ -174,5 +195,29 @@ private:
     Cubes& m_cubes;
     SlabProgress* m_progress;
 };
+
+// Runs the body on exactly the given slabs, one task each; every other axis is taken whole. The
+// caller marks the body's hand-over before and waits for its hand-back after, as for parallel_for.
+template <class Body>
+void runSlabs(const Body& body, const std::vector<SlabLayers>& slabs, int axis, const unsigned long n[3])
+{
+    using Range = typename Body::Range;
+    tbb::parallel_for(
+        tbb::blocked_range<std::size_t>(0, slabs.size(), 1),
+        [&](const tbb::blocked_range<std::size_t>& r) {
+            for (std::size_t i = r.begin(); i != r.end(); ++i) {
+                // The plan and the body were written before the hand-over, which the body marks.
+                VXISO_IGNORE_READS_BEGIN();
+                unsigned long b[3] = {0, 0, 0}, e[3] = {n[0], n[1], n[2]};
+                b[axis] = slabs[i].begin;
+                e[axis] = slabs[i].end;
+                const Body& each = body;
+                VXISO_IGNORE_READS_END();
+                each(Range(b[2], e[2], std::max(e[2] - b[2], 1ul), b[1], e[1], std::max(e[1] - b[1], 1ul),
+                           b[0], e[0], std::max(e[0] - b[0], 1ul)));
+            }
+        },
+        tbb::simple_partitioner());
+}
 
 } // namespace vxiso
