@@ -253,14 +253,7 @@ TEST_F(CellModule, BlockySurfaceLiesOnInteriorFacesFacingTheHigherCell)
 // and say why.
 TEST_F(CellModule, AnInterruptedExtractionKeepsThePreviousSurface)
 {
-    struct Stoppable : KxProgressInterface
-    {
-        bool stop = false;
-        void setProgressValue(float) override {}
-        bool wasInterrupted() override { return stop; }
-    };
-    auto* progress = new Stoppable;
-    VxApplication::instance()->setProgress(std::unique_ptr<KxProgressInterface>(progress));
+    Stoppable* progress = installStoppable();
     KxHandle<VxTetraGrid> tetras(kuhnGrid(5, true));
     KxHandle<VxHexaGrid> hexas(hexaBlock(4, 4, 4)); // the same nodes
     std::vector<float> ramp(std::size_t(tetras->getNumNodes()));

@@ -363,14 +363,7 @@ TEST_F(Isolines, FacingLabelsFaceEveryViewAndReadBackFromFiles)
 // say so.
 TEST_F(Isolines, AnInterruptedRunKeepsTheLastLines)
 {
-    struct Stoppable : KxProgressInterface
-    {
-        bool stop = false;
-        void setProgressValue(float) override {}
-        bool wasInterrupted() override { return stop; }
-    };
-    auto* progress = new Stoppable;
-    VxApplication::instance()->setProgress(std::unique_ptr<KxProgressInterface>(progress));
+    Stoppable* progress = installStoppable();
     ballOnSlice();
     tcl("iso spacing setValue 1; iso explicit setValue {3 6 9}; create VxAnnotatedIsolines a; a data connect "
         "ball; "

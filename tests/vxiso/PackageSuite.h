@@ -3,7 +3,12 @@
 // the suite, and each test starts from an empty object pool and no recorded messages.
 #include "../support/TestHost.h"
 
+#include <vx/VxApplication.h>
 #include <vx/VxPackageManager.h>
+
+#include <kx/KxProgressInterface.h>
+
+#include <memory>
 
 class PackageSuite : public ::testing::Test
 {
@@ -27,6 +32,20 @@ protected:
     {
         vxtest::tcl("remove -all");
         vxtest::messages()->clearRecords();
+    }
+    // The host's progress replaced by one that reports an interruption while stop is set, as the
+    // viewer's Stop button does.
+    struct Stoppable : KxProgressInterface
+    {
+        bool stop = false;
+        void setProgressValue(float) override {}
+        bool wasInterrupted() override { return stop; }
+    };
+    static Stoppable* installStoppable()
+    {
+        auto* progress = new Stoppable;
+        VxApplication::instance()->setProgress(std::unique_ptr<KxProgressInterface>(progress));
+        return progress;
     }
     static inline VxPackageManager* packages = nullptr;
 };
