@@ -7,8 +7,11 @@
 
 #include <vx/VxModule.h>
 #include <vx/VxPort3DPointList.h>
+#include <vx/VxPortButtonList.h>
+#include <vx/VxPortDrawStyle.h>
 #include <vx/VxPortFloatSlider.h>
 #include <vx/VxPortFloatTextN.h>
+#include <vx/VxPortFontSelection.h>
 #include <vx/VxPortGeneric.h>
 #include <vx/VxPortMultiMenu.h>
 #include <vx/VxPortRadioBox.h>
@@ -23,6 +26,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSlider>
+#include <QSpinBox>
 #include <QTemporaryDir>
 
 using namespace vxtest;
@@ -37,7 +41,8 @@ public:
           portMode(this, "Mode", "mode", 3), portFlags(this, "Flags", "flags", 2),
           portMenu(this, "Menu", "menu", 1), portFormat(this, "Format", "format"),
           portName(this, "Name", "name"), portSecret(this, "Secret", "secret"),
-          portSeeds(this, "Seeds", "seeds", 1)
+          portStyle(this, "Style", "style"), portAction(this, "Action", "action", 1),
+          portFont(this, "Font", "font"), portSeeds(this, "Seeds", "seeds", 1)
     {
         portLevel.setMinMax(0, 10);
         portMode.setLabel(0, "a");
@@ -47,6 +52,7 @@ public:
         portFormat.insertComboBox(0, {"Auto", "Float"}, 0);
         portFormat.insertIntText(2, 3);
         portSecret.hide();
+        portAction.setLabel(0, "Go");
     }
     VxPortFloatSlider portLevel;
     VxPortFloatTextN portSize;
@@ -56,6 +62,9 @@ public:
     VxPortGeneric portFormat;
     VxPortText portName;
     VxPortText portSecret;
+    VxPortDrawStyle portStyle;
+    VxPortButtonList portAction;
+    VxPortFontSelection portFont;
     VxPort3DPointList portSeeds;
 };
 KX_SOURCE(PanelTestModule, VxModule)
@@ -116,6 +125,15 @@ TEST(PortPanel, WidgetsSetThePortsAsScriptsDo)
     for (QPushButton* b : panel.findChildren<QPushButton*>())
         if (b->text() == "Add point") b->click();
     EXPECT_EQ(tcl("m seeds getNum"), "2");
+    for (QComboBox* box : panel.findChildren<QComboBox*>())
+        if (box->itemText(0) == "lines") emit box->activated(3);
+    EXPECT_EQ(tcl("m style getValue"), "3");
+    panel.findChildren<QSpinBox*>().at(0)->setValue(14); // the font's size
+    EXPECT_EQ(tcl("m font getFontSize"), "14");
+    for (QPushButton* b : panel.findChildren<QPushButton*>())
+        if (b->text() == "Go") b->click();
+    EXPECT_TRUE(commands.contains("m action hit 0") && commands.contains("m fire"))
+        << commands.join("; ").toStdString();
 
     // Port to widget, and greyed when insensitive.
     tcl("m level setValue 2.25; m mode setValue 0");
