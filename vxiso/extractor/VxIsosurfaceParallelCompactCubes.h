@@ -245,16 +245,7 @@ public:
     }
 
     // The highest slab's end-layer table (doubled grid) with its vertices numbered from base on.
-    std::vector<int32_t> topFaceTable(int64_t base) const
-    {
-        std::vector<int32_t> table;
-        if (m_slabs.empty()) return table;
-        const ThreadSpecificData& top = *m_slabs.back();
-        table.assign(top.faceVertexIds.begin(), top.faceVertexIds.end());
-        for (int32_t& id : table)
-            if (id != -1) id = int32_t(base + int64_t(top.vertexOffset) + id);
-        return table;
-    }
+    std::vector<int32_t> topFaceTable(int64_t base) const { return numberedFaceTable(m_slabs, base); }
 
     // Sums to means: a merged vertex becomes the mean of the intersections gathered at its node.
     void averageVertices()

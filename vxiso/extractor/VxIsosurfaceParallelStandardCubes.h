@@ -244,16 +244,7 @@ public:
 
     // The highest slab's end-layer face table with its vertices numbered from base on; -1 where
     // the slab made no vertex. What the slab above, running elsewhere, fills its corners from.
-    std::vector<int32_t> topFaceTable(int64_t base) const
-    {
-        std::vector<int32_t> table;
-        if (m_slabs.empty()) return table;
-        const ThreadSpecificData& top = *m_slabs.back();
-        table.assign(top.faceVertexIds.begin(), top.faceVertexIds.end());
-        for (int32_t& id : table)
-            if (id != -1) id = int32_t(base + int64_t(top.vertexOffset) + id);
-        return table;
-    }
+    std::vector<int32_t> topFaceTable(int64_t base) const { return numberedFaceTable(m_slabs, base); }
 
 private:
     // An edge on the slab's first plane, in a slab above another: the slab below makes its vertex.

@@ -74,6 +74,20 @@ std::vector<Record*> orderSlabs(Store& store, VertexCount vertexCount, TriangleC
     return slabs;
 }
 
+// The face table of the highest of the slabs (in layer order) with its vertices numbered from base
+// on, -1 where the slab made no vertex: what a slab above that runs elsewhere fills its corners from.
+template <class Record>
+std::vector<int32_t> numberedFaceTable(const std::vector<Record*>& slabs, int64_t base)
+{
+    std::vector<int32_t> table;
+    if (slabs.empty()) return table;
+    const Record& top = *slabs.back();
+    table.assign(top.faceVertexIds.begin(), top.faceVertexIds.end());
+    for (int32_t& id : table)
+        if (id != -1) id = int32_t(base + int64_t(top.vertexOffset) + id);
+    return table;
+}
+
 // Two addresses of its own for the race detector's marks: one for handing work to the slabs, one for
 // handing it back, so that slabs never look ordered among themselves. Plain bytes that nothing else
 // (an atomic of the scheduler, say) uses, found without reading anything the other side wrote.
