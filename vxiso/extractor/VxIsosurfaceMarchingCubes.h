@@ -14,6 +14,56 @@ struct NoUserData
 {
 };
 
+// Where a cell finds the vertex of each edge that a neighbour visited before it has made: one of
+// the slots of the cell before it in the row (edges 2, 6, 10, 12 of that cell), of the cell below
+// in the row buffer (11, 3, 12, 7) or of the cell below in the slice buffer (5, 6, 7, 8), or
+// nowhere. Which neighbours exist depends on the cell's place (bit 0: a cell before it in the row,
+// bit 1: a row below, bit 2: a slice below), so there is one table per place: a lookup instead of
+// a branch per edge, which the order of edges in the cases makes hard to predict.
+struct EdgeSource
+{
+    unsigned char buffer, slot; // buffer: 0 the cell before, 1 the row, 2 the slice, 3 none
+};
+
+constexpr EdgeSource edgeSource(int place, int e)
+{
+    const bool cellBefore = place & 1, rowBelow = place & 2, sliceBelow = place & 4;
+    constexpr EdgeSource none{3, 0};
+    switch (e) {
+    case 1:
+        return rowBelow ? EdgeSource{1, 1} : sliceBelow ? EdgeSource{2, 0} : none;
+    case 2:
+        return sliceBelow ? EdgeSource{2, 1} : none;
+    case 3:
+        return sliceBelow ? EdgeSource{2, 2} : none;
+    case 4:
+        return cellBefore ? EdgeSource{0, 0} : sliceBelow ? EdgeSource{2, 3} : none;
+    case 5:
+        return rowBelow ? EdgeSource{1, 3} : none;
+    case 8:
+        return cellBefore ? EdgeSource{0, 1} : none;
+    case 9:
+        return cellBefore ? EdgeSource{0, 2} : rowBelow ? EdgeSource{1, 0} : none;
+    case 10:
+        return rowBelow ? EdgeSource{1, 2} : none;
+    case 11:
+        return cellBefore ? EdgeSource{0, 3} : none;
+    default:
+        return none; // edges 6, 7 and 12 are first met by the cell itself
+    }
+}
+
+struct EdgeSourceTable
+{
+    EdgeSource at[8][13];
+    constexpr EdgeSourceTable() : at{}
+    {
+        for (int place = 0; place < 8; ++place)
+            for (int e = 0; e < 13; ++e) at[place][e] = edgeSource(place, e);
+    }
+};
+inline constexpr EdgeSourceTable g_edgeSources;
+
 // Walks the cells of a box (i fastest, then j, then k), classifies each cell and emits the
 // triangles of its case. Every cut grid edge gets a single vertex index: the indices of edges
 // shared with cells already visited are handed on through the previous cell's slots, a row buffer
@@ -29,6 +79,7 @@ public:
     // Vertex markers of the edge slots.
     static constexpr int NOT_MADE = -1;
     static constexpr int REJECTED = -2;
+    static constexpr int s_notMade = NOT_MADE; // the slot of edges that no neighbour has made
 
     using Index = typename Tools::Index;
 
@@ -66,8 +117,8 @@ public:
 private:
     template <class UserData> void computeRow(const KxBox3i& box, int j, int k, UserData& userData);
     template <class UserData>
-    int vertexFor(const KxBox3i& box, const KxVec3i& cell, int edge, std::size_t rowPos, std::size_t slicePos,
-                  UserData& userData);
+    int vertexFor(const KxBox3i& box, const KxVec3i& cell, int edge, const EdgeSource* place,
+                  const int* const* sources, UserData& userData);
 
     void sizeBuffers(int cellsX, int cellsY);
 
@@ -172,9 +223,12 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         const std::size_t slicePos = sliceBase + rowPos;
         const int* row = g_marchingCases[c];
         const int nEdges = row[EDGE_COUNT];
+        const EdgeSource* place =
+            g_edgeSources.at[(i > box.xmin) | (m_rowsDone > 0) << 1 | (m_slicesDone > 0) << 2];
+        const int* const sources[4] = {m_prevCell, m_prevRow + rowPos, m_prevSlice + slicePos, &s_notMade};
         for (int n = 0; n < nEdges; ++n) {
             const int e = row[EDGES + n];
-            m_edge[e] = vertexFor(box, cell, e, rowPos, slicePos, userData);
+            m_edge[e] = vertexFor(box, cell, e, place, sources, userData);
         }
 
         m_prevCell[0] = m_edge[2];
@@ -203,11 +257,11 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
 }
 
 // Index of the vertex on edge e of the cell: rejected by the filter, taken from a neighbour that
-// has made it already, or new.
+// has made it already, or new. sources are the cell's four buffers in EdgeSource's order.
 template <class Tools, class Cubes>
 template <class UserData>
 int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const KxVec3i& cell, int e,
-                                                       std::size_t rowPos, std::size_t slicePos,
+                                                       const EdgeSource* place, const int* const* sources,
                                                        UserData& userData)
 {
     if (m_tools.filter.active()) {
@@ -215,43 +269,7 @@ int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const
         tools::edgeNodes(cell, e, a, b);
         if (!m_tools.filter.acceptNode(a) || !m_tools.filter.acceptNode(b)) return REJECTED;
     }
-    const bool prevCell = cell.x > box.xmin;
-    const bool prevRow = m_rowsDone > 0;
-    const bool prevSlice = m_slicesDone > 0;
-    const int* pr = m_prevRow + rowPos;
-    const int* ps = m_prevSlice + slicePos;
-    int v = NOT_MADE;
-    switch (e) {
-    case 1:
-        v = prevRow ? pr[1] : prevSlice ? ps[0] : NOT_MADE;
-        break;
-    case 2:
-        v = prevSlice ? ps[1] : NOT_MADE;
-        break;
-    case 3:
-        v = prevSlice ? ps[2] : NOT_MADE;
-        break;
-    case 4:
-        v = prevCell ? m_prevCell[0] : prevSlice ? ps[3] : NOT_MADE;
-        break;
-    case 5:
-        v = prevRow ? pr[3] : NOT_MADE;
-        break;
-    case 8:
-        v = prevCell ? m_prevCell[1] : NOT_MADE;
-        break;
-    case 9:
-        v = prevCell ? m_prevCell[2] : prevRow ? pr[0] : NOT_MADE;
-        break;
-    case 10:
-        v = prevRow ? pr[2] : NOT_MADE;
-        break;
-    case 11:
-        v = prevCell ? m_prevCell[3] : NOT_MADE;
-        break;
-    default:
-        break; // edges 6, 7 and 12 are first met by this cell
-    }
+    int v = sources[place[e].buffer][place[e].slot];
     if (v == NOT_MADE) v = m_cubes.addNode(m_tools, box, cell, e, userData);
     m_cubes.edgeVertex(m_tools, box, cell, e, v, userData);
     return v;
