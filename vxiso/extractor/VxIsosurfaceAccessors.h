@@ -74,10 +74,10 @@ public:
 private:
     float difference(int64_t c, int p, int n, int64_t stride) const
     {
-        const int up = p < n - 1 ? 1 : 0;
-        const int down = p > 0 ? 1 : 0;
-        const float diff = float(m_data[c + up * stride]) - float(m_data[c - down * stride]);
-        return up + down == 2 ? diff / 2.f : diff;
+        const int64_t up = p < n - 1 ? stride : 0;
+        const int64_t down = p > 0 ? stride : 0;
+        const float diff = float(m_data[c + up]) - float(m_data[c - down]);
+        return up != 0 && down != 0 ? diff / 2.f : diff;
     }
 
     const T* m_data;

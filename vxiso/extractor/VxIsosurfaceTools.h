@@ -29,6 +29,23 @@ inline uint64_t bitCount(uint64_t x)
 #endif
 }
 
+// A cell's case index from the bits of its nodes taken as pairs, nodes x and x + 1 of rows (j, k),
+// (j + 1, k), (j, k + 1) and (j + 1, k + 1) from the lowest bits up: the case numbers the corners
+// of rows j + 1 the other way round (x + 1 before x).
+struct CaseOfPairsTable
+{
+    unsigned char at[256];
+    constexpr CaseOfPairsTable() : at{}
+    {
+        for (unsigned p = 0; p < 256; ++p) {
+            const auto swap = [](unsigned two) { return (two & 1u) << 1 | (two & 2u) >> 1; };
+            at[p] = (unsigned char)((p & 3u) | swap(p >> 2 & 3u) << 2 | (p >> 4 & 3u) << 4 |
+                                    swap(p >> 6 & 3u) << 6);
+        }
+    }
+};
+inline constexpr CaseOfPairsTable g_caseOfPairs;
+
 // Case indices of the cells of a box: whole node rows of a slice are classified into bits once, so
 // that a row of cells is walked by its non-empty cells only, 64 cells per test, and each index is
 // assembled from bits without reading a value.
@@ -155,9 +172,17 @@ public:
                 const int bit = __builtin_ctzll(cut);
                 cut &= cut - 1;
                 const int x = w * 64 + bit;
-                f(m_box.xmin + x, bit_(a, x) | bit_(a, x + 1) << 1 | bit_(b, x + 1) << 2 | bit_(b, x) << 3 |
-                                      bit_(c, x) << 4 | bit_(c, x + 1) << 5 | bit_(d, x + 1) << 6 |
-                                      bit_(d, x) << 7);
+                if (__builtin_expect(bit != 63, 1)) {
+                    // Nodes x and x + 1 of each row are two neighbouring bits of one word.
+                    const unsigned pairs = (unsigned(a[w] >> bit) & 3u) | (unsigned(b[w] >> bit) & 3u) << 2 |
+                                           (unsigned(c[w] >> bit) & 3u) << 4 |
+                                           (unsigned(d[w] >> bit) & 3u) << 6;
+                    f(m_box.xmin + x, unsigned(g_caseOfPairs.at[pairs]));
+                } else {
+                    f(m_box.xmin + x, bit_(a, x) | bit_(a, x + 1) << 1 | bit_(b, x + 1) << 2 |
+                                          bit_(b, x) << 3 | bit_(c, x) << 4 | bit_(c, x + 1) << 5 |
+                                          bit_(d, x + 1) << 6 | bit_(d, x) << 7);
+                }
             }
         }
     }
