@@ -119,7 +119,11 @@ public:
     }
 
 private:
-    void grow(std::size_t needed) { reserveExact(std::max(needed, m_size + m_size / 2)); }
+    // Out of line, so that push_back stays small enough to inline in loops that rarely grow.
+    [[gnu::noinline, gnu::cold]] void grow(std::size_t needed)
+    {
+        reserveExact(std::max(needed, m_size + m_size / 2));
+    }
     void reserveExact(std::size_t n)
     {
         m_data = static_cast<T*>(kxrealloc(m_data, m_size * sizeof(T), n * sizeof(T)));

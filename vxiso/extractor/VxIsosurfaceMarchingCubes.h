@@ -64,6 +64,37 @@ struct EdgeSourceTable
 };
 inline constexpr EdgeSourceTable g_edgeSources;
 
+// A case's edges split for cells with a neighbour below on every axis: the edges those neighbours
+// have made, then the edges the cell makes itself (6, 7 and 12, the only ones on none of its lower
+// faces), each part in the case's order. Two loops of known length instead of a test per edge
+// whose outcome the case decides.
+struct SplitCase
+{
+    unsigned char shared, made, edges[12];
+};
+
+struct SplitCaseTable
+{
+    SplitCase at[256];
+    constexpr SplitCaseTable() : at{}
+    {
+        for (int c = 0; c < 256; ++c) {
+            const int* row = tables::g_marchingCases[c];
+            SplitCase& s = at[c];
+            int n = 0;
+            for (int pass = 0; pass < 2; ++pass)
+                for (int i = 0; i < row[tables::EDGE_COUNT]; ++i) {
+                    const int e = row[tables::EDGES + i];
+                    const bool own = e == 6 || e == 7 || e == 12;
+                    if (own != (pass == 1)) continue;
+                    s.edges[n++] = (unsigned char)e;
+                    (own ? s.made : s.shared)++;
+                }
+        }
+    }
+};
+inline constexpr SplitCaseTable g_splitCases;
+
 // Walks the cells of a box (i fastest, then j, then k), classifies each cell and emits the
 // triangles of its case. Every cut grid edge gets a single vertex index: the indices of edges
 // shared with cells already visited are handed on through the previous cell's slots, a row buffer
@@ -222,13 +253,30 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         const std::size_t rowPos = 4 * std::size_t(i - box.xmin);
         const std::size_t slicePos = sliceBase + rowPos;
         const int* row = g_marchingCases[c];
-        const int nEdges = row[EDGE_COUNT];
-        const EdgeSource* place =
-            g_edgeSources.at[(i > box.xmin) | (m_rowsDone > 0) << 1 | (m_slicesDone > 0) << 2];
+        const int placeIndex = (i > box.xmin) | (m_rowsDone > 0) << 1 | (m_slicesDone > 0) << 2;
+        const EdgeSource* place = g_edgeSources.at[placeIndex];
         const int* const sources[4] = {m_prevCell, m_prevRow + rowPos, m_prevSlice + slicePos, &s_notMade};
-        for (int n = 0; n < nEdges; ++n) {
-            const int e = row[EDGES + n];
-            m_edge[e] = vertexFor(box, cell, e, place, sources, userData);
+        if (placeIndex == 7 && !m_tools.filter.active()) {
+            // Inside the box every shared edge was made by a neighbour (or left open by one on the
+            // box's first plane, which this cell is not on).
+            const SplitCase& split = g_splitCases.at[c];
+            const unsigned char* e = split.edges;
+            for (const unsigned char* end = e + split.shared; e != end; ++e) {
+                const int v = sources[place[*e].buffer][place[*e].slot];
+                m_edge[*e] = v;
+                m_cubes.edgeVertex(m_tools, box, cell, *e, v, userData);
+            }
+            for (const unsigned char* end = e + split.made; e != end; ++e) {
+                const int v = m_cubes.addNode(m_tools, box, cell, *e, userData);
+                m_edge[*e] = v;
+                m_cubes.edgeVertex(m_tools, box, cell, *e, v, userData);
+            }
+        } else {
+            const int nEdges = row[EDGE_COUNT];
+            for (int n = 0; n < nEdges; ++n) {
+                const int e = row[EDGES + n];
+                m_edge[e] = vertexFor(box, cell, e, place, sources, userData);
+            }
         }
 
         m_prevCell[0] = m_edge[2];
