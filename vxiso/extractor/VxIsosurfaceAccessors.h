@@ -63,15 +63,27 @@ public:
     // Central differences, one-sided on the border, divided by the steps taken times the spacing.
     KxVec3f gradient(int i, int j, int k) const
     {
+        // Most nodes lie inside on every axis: one test for all three, the same arithmetic inline, and
+        // the border's one-sided differences out of line.
+        if (!(inside(i, m_dims.x) & inside(j, m_dims.y) & inside(k, m_dims.z)))
+            return gradientOnBorder(i, j, k);
         const int64_t c = index(i, j, k);
-        KxVec3f g;
-        g.x = difference(c, i, m_dims.x, 1) / m_gradientSpacing.x;
-        g.y = difference(c, j, m_dims.y, m_rowStride) / m_gradientSpacing.y;
-        g.z = difference(c, k, m_dims.z, m_sliceStride) / m_gradientSpacing.z;
-        return g;
+        return KxVec3f((float(m_data[c + 1]) - float(m_data[c - 1])) / 2.f / m_gradientSpacing.x,
+                       (float(m_data[c + m_rowStride]) - float(m_data[c - m_rowStride])) / 2.f /
+                           m_gradientSpacing.y,
+                       (float(m_data[c + m_sliceStride]) - float(m_data[c - m_sliceStride])) / 2.f /
+                           m_gradientSpacing.z);
     }
 
 private:
+    static bool inside(int p, int n) { return unsigned(p - 1) < unsigned(n - 2); }
+    [[gnu::noinline]] KxVec3f gradientOnBorder(int i, int j, int k) const
+    {
+        const int64_t c = index(i, j, k);
+        return KxVec3f(difference(c, i, m_dims.x, 1) / m_gradientSpacing.x,
+                       difference(c, j, m_dims.y, m_rowStride) / m_gradientSpacing.y,
+                       difference(c, k, m_dims.z, m_sliceStride) / m_gradientSpacing.z);
+    }
     float difference(int64_t c, int p, int n, int64_t stride) const
     {
         const int64_t up = p < n - 1 ? stride : 0;

@@ -298,7 +298,8 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         for (int t = 0; t < nTriangles; ++t) {
             const int* edges = row + TRIANGLES + 3 * t;
             const KxVec3i tri(m_edge[edges[0]], m_edge[edges[1]], m_edge[edges[2]]);
-            if (tri.x == REJECTED || tri.y == REJECTED || tri.z == REJECTED) continue;
+            if (m_tools.filter.active() && (tri.x == REJECTED || tri.y == REJECTED || tri.z == REJECTED))
+                continue;
             m_cubes.addTriangle(m_tools, cell, edges, tri, userData);
         }
     });
