@@ -61,7 +61,7 @@ public:
     }
 
     // Central differences, one-sided on the border, divided by the steps taken times the spacing.
-    KxVec3f gradient(int i, int j, int k) const
+    [[gnu::always_inline]] KxVec3f gradient(int i, int j, int k) const
     {
         // Most nodes lie inside on every axis: one test for all three, the same arithmetic inline, and
         // the border's one-sided differences out of line.

@@ -147,7 +147,8 @@ public:
     void reserve(uint64_t, uint64_t, ThreadSpecificData&) const {}
 
     // Vertices are numbered within the slab; a chunk's numbers follow those of the chunks below it.
-    int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge, Chunk& ch) const
+    [[gnu::always_inline]] int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge,
+                                       Chunk& ch) const
     {
         const ThreadSpecificData& d = *ch.slab;
         if (onSlabsFirstPlane(d, cell, edge)) return -1;   // the slab below's

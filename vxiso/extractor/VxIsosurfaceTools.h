@@ -11,7 +11,9 @@
 #include <vector>
 
 // Policies of the marching-cubes traversals. Everything here is resolved at compile time so that the
-// per-cell code is inlined: no virtual calls, no allocation, no bounds checks.
+// per-cell code is inlined: no virtual calls, no allocation, no bounds checks. The per-vertex
+// functions are marked to be inlined always: in the parallel walks, whose translation units hold
+// many large instantiations, the compiler otherwise called them.
 
 namespace vxiso::tools {
 
@@ -249,7 +251,7 @@ inline bool hasCells(const KxBox3i& box)
 }
 
 // End nodes of edge e of a cell, in grid indices.
-inline void edgeNodes(const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b)
+[[gnu::always_inline]] inline void edgeNodes(const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b)
 {
     const int* na = tables::g_nodeCoords[tables::g_edgeEndNodeIds[edge][0]];
     const int* nb = tables::g_nodeCoords[tables::g_edgeEndNodeIds[edge][1]];
@@ -260,14 +262,14 @@ inline void edgeNodes(const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b)
 // Where iso lies between the values fa and fb of a cut edge, from 0 at a to 1 at b. An infinite or
 // NaN end gives no proportion: the vertex goes to the finite end (the limit as the other end grows
 // without bound), midway when neither end is finite. Finite values keep the plain quotient.
-inline float edgeParameter(float iso, float fa, float fb)
+[[gnu::always_inline]] inline float edgeParameter(float iso, float fa, float fb)
 {
     const float t = (iso - fa) / (fb - fa);
     if (__builtin_expect(t == t, 1)) return t;
     return std::isfinite(fa) ? 0.f : std::isfinite(fb) ? 1.f : 0.5f;
 }
 
-inline bool isFinite(const KxVec3f& v)
+[[gnu::always_inline]] inline bool isFinite(const KxVec3f& v)
 {
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
 }
@@ -284,8 +286,8 @@ inline KxVec3f normalAcrossEdge(const KxVec3f& pa, const KxVec3f& pb, bool aAbov
 // Parameter and position of the iso value on edge e of a cell, always measured from the edge's lower
 // node so that every cell sharing the edge gets the same point. a and b receive the end nodes.
 template <class Accessor>
-float interpolateEdge(const Accessor& acc, float iso, const KxVec3i& cell, int edge, KxVec3i& a, KxVec3i& b,
-                      KxVec3f& position)
+[[gnu::always_inline]] inline float interpolateEdge(const Accessor& acc, float iso, const KxVec3i& cell,
+                                                    int edge, KxVec3i& a, KxVec3i& b, KxVec3f& position)
 {
     edgeNodes(cell, edge, a, b);
     const float fa = acc.value(a.x, a.y, a.z);
@@ -303,8 +305,8 @@ template <class Accessor> struct ComputeIntersection
 {
     static constexpr bool hasNormals = true;
 
-    static float compute(const Accessor& acc, float iso, const KxVec3i& cell, int edge, KxVec3f& position,
-                         KxVec3f& normal)
+    [[gnu::always_inline]] static float compute(const Accessor& acc, float iso, const KxVec3i& cell, int edge,
+                                                KxVec3f& position, KxVec3f& normal)
     {
         KxVec3i a, b;
         const float t = interpolateEdge(acc, iso, cell, edge, a, b, position);
@@ -325,8 +327,8 @@ template <class Accessor> struct ComputeIntersectionWithoutNormal
 {
     static constexpr bool hasNormals = false;
 
-    static float compute(const Accessor& acc, float iso, const KxVec3i& cell, int edge, KxVec3f& position,
-                         KxVec3f& normal)
+    [[gnu::always_inline]] static float compute(const Accessor& acc, float iso, const KxVec3i& cell, int edge,
+                                                KxVec3f& position, KxVec3f& normal)
     {
         KxVec3i a, b;
         normal = KxVec3f(1.f, 0.f, 0.f);
@@ -356,7 +358,7 @@ template <class Accessor_, class Index_, class Intersection_, class Filter_> str
 };
 
 // The vector scaled to unit length; a zero vector stays zero rather than becoming NaN.
-inline KxVec3f unitNormal(const KxVec3f& v)
+[[gnu::always_inline]] inline KxVec3f unitNormal(const KxVec3f& v)
 {
     const float len = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
     return len > 0.f ? KxVec3f(v.x / len, v.y / len, v.z / len) : v;
