@@ -20,12 +20,6 @@ namespace {
 
 const std::string kBin = VXISO_BINARY_DIR "/bin/";
 
-struct Result
-{
-    int status = -1;
-    std::string out, err;
-};
-
 std::string firstLine(const std::string& s)
 {
     return s.substr(0, s.find('\n'));
@@ -49,14 +43,6 @@ std::string sphereValues()
 class VxisoCommand : public TempDirTest
 {
 protected:
-    // Runs a shell command in the test's folder, its output caught in files there.
-    Result shell(const std::string& command, const std::string& tag = "std") const
-    {
-        const int raw = std::system(
-            ("cd " + path("") + " && " + command + " >" + tag + "out.txt 2>" + tag + "err.txt").c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(path(tag + "out.txt")),
-                slurp(path(tag + "err.txt"))};
-    }
     Result vxiso(const std::string& args) const { return shell(kBin + "vxiso " + args); }
     // Runs vxhost on a script in the test's folder.
     Result vxhostScript(const std::string& script, const std::string& args = "") const

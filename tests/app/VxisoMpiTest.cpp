@@ -10,19 +10,11 @@
 #include <random>
 #include <regex>
 
-#include <sys/wait.h>
-
 using namespace vxtest;
 
 namespace {
 
 const std::string kBin = VXISO_BINARY_DIR "/bin/";
-
-struct Result
-{
-    int status = -1;
-    std::string out, err;
-};
 
 // A volume of one value type: a wavy field with noise from a fixed seed, and some nodes holding
 // the undefined value, so that the filter's open corners reach the slab boundaries.
@@ -77,11 +69,6 @@ protected:
             GTEST_SKIP() << "mpirun is not installed (scripts/install-deps.sh installs openmpi-bin)";
         if (!QFileInfo::exists(QString::fromStdString(kBin + "vxiso-mpi")))
             GTEST_SKIP() << "vxiso-mpi is not built (needs libopenmpi-dev)";
-    }
-    Result shell(const std::string& command) const
-    {
-        const int raw = std::system(("cd " + path("") + " && " + command + " >out.txt 2>err.txt").c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(path("out.txt")), slurp(path("err.txt"))};
     }
     Result mpi(int ranks, const std::string& args) const
     {

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/wait.h>
+
 namespace vxtest {
 
 inline std::string slurp(const std::string& path)
@@ -68,6 +70,19 @@ protected:
     {
         return QDir(qpath(folder))
             .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+    // A shell command run in the folder, its output caught in files there named after tag.
+    struct Result
+    {
+        int status = -1; // -1 when it did not exit normally
+        std::string out, err;
+    };
+    Result shell(const std::string& command, const std::string& tag = "std") const
+    {
+        const int raw = std::system(
+            ("cd " + path("") + " && " + command + " >" + tag + "out.txt 2>" + tag + "err.txt").c_str());
+        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(path(tag + "out.txt")),
+                slurp(path(tag + "err.txt"))};
     }
     QTemporaryDir dir;
 };
