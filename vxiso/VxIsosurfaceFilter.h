@@ -4,8 +4,6 @@
 #include <vx/VxLabelLattice3.h>
 #include <vx/VxRegScalarField3.h>
 
-#include <type_traits>
-
 // Node filters of the marching-cubes traversals: which nodes may carry surface. An edge gets a
 // vertex only when both its nodes are accepted; triangles that use a rejected edge are dropped.
 
@@ -26,7 +24,7 @@ public:
     // stored.z nodes from node first on, which are addressed by their indices in the whole volume.
     UndefinedValue(const void* values, KxPrimType type, const KxVec3i& first, const KxVec3i& stored,
                    bool hasUndefined, double undefined)
-        : m_values(values), m_read(readerOf(type)), m_rowStride(stored.x),
+        : m_values(values), m_read(kxValueReader(type)), m_rowStride(stored.x),
           m_sliceStride(int64_t(stored.x) * stored.y),
           m_base((int64_t(first.z) * stored.y + first.y) * stored.x + first.x), m_hasUndefined(hasUndefined),
           m_undefined(hasUndefined ? undefined : 0.0)
@@ -42,19 +40,6 @@ public:
     }
 
 private:
-    using Reader = double (*)(const void*, int64_t);
-    template <class T> static double read(const void* values, int64_t i)
-    {
-        return double(static_cast<const T*>(values)[i]);
-    }
-    static double readNothing(const void*, int64_t) { return 0.0; }
-    static Reader readerOf(KxPrimType type)
-    {
-        Reader reader = &readNothing;
-        kxDispatchPrimType(type, nullptr,
-                           [&](auto* typed) { reader = &read<std::remove_pointer_t<decltype(typed)>>; });
-        return reader;
-    }
     static KxVec3i dimsOf(const VxRegScalarField3& field)
     {
         const KxDim3l& d = field.getDims();
@@ -62,7 +47,7 @@ private:
     }
 
     const void* m_values;
-    Reader m_read;
+    KxValueReader m_read;
     int64_t m_rowStride, m_sliceStride, m_base;
     bool m_hasUndefined;
     double m_undefined;

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 // Element type of raw data. The codes are the host's and appear in saved data.
 class KxPrimType
@@ -117,4 +118,23 @@ template <class F> bool kxDispatchPrimType(KxPrimType type, void* data, F&& f)
     default:
         return false;
     }
+}
+
+// A function that reads element i of values of one element type, exactly, as a double; for callers
+// that read one type through a pointer chosen once. An unknown type reads 0.
+using KxValueReader = double (*)(const void* values, int64_t i);
+template <class T> double kxReadValueAs(const void* values, int64_t i)
+{
+    return double(static_cast<const T*>(values)[i]);
+}
+inline double kxReadNothing(const void*, int64_t)
+{
+    return 0.0;
+}
+inline KxValueReader kxValueReader(KxPrimType type)
+{
+    KxValueReader reader = &kxReadNothing;
+    kxDispatchPrimType(type, nullptr,
+                       [&](auto* typed) { reader = &kxReadValueAs<std::remove_pointer_t<decltype(typed)>>; });
+    return reader;
 }

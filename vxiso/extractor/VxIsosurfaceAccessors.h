@@ -4,7 +4,6 @@
 #include <kx/KxVec3.h>
 
 #include <cstdint>
-#include <type_traits>
 #include <utility>
 
 // How the traversals read a field: values and node positions. An accessor is made from what it
@@ -108,7 +107,7 @@ public:
     // values: nx * ny * nz values of the given type, x fastest; positions: three floats per node in
     // the same order, read in place.
     CurvField3Accessor(const void* values, KxPrimType type, const KxVec3i& dims, const float* positions)
-        : m_values(values), m_read(readerOf(type)), m_dims(dims), m_positions(positions)
+        : m_values(values), m_read(kxValueReader(type)), m_dims(dims), m_positions(positions)
     {
     }
     // The same with positions that the accessor keeps.
@@ -124,7 +123,7 @@ public:
 
     const KxVec3i& dims() const { return m_dims; }
     int64_t index(int i, int j, int k) const { return (int64_t(k) * m_dims.y + j) * m_dims.x + i; }
-    float value(int i, int j, int k) const { return m_read(m_values, index(i, j, k)); }
+    float value(int i, int j, int k) const { return float(m_read(m_values, index(i, j, k))); }
     void classifyRow(int i0, int n, int j, int k, float iso, unsigned char* above) const
     {
         for (int x = 0; x < n; ++x) above[x] = value(i0 + x, j, k) > iso;
@@ -136,24 +135,8 @@ public:
     }
 
 private:
-    using Reader = float (*)(const void*, int64_t);
-
-    // The value as the host reads it: converted exactly to double, then rounded to float.
-    template <class T> static float read(const void* values, int64_t index)
-    {
-        return float(double(static_cast<const T*>(values)[index]));
-    }
-    static float readNothing(const void*, int64_t) { return 0.f; }
-    static Reader readerOf(KxPrimType type)
-    {
-        Reader reader = &readNothing;
-        kxDispatchPrimType(type, nullptr,
-                           [&](auto* typed) { reader = &read<std::remove_pointer_t<decltype(typed)>>; });
-        return reader;
-    }
-
     const void* m_values;
-    Reader m_read;
+    KxValueReader m_read; // exact to double; value() rounds to float, as the host reads it
     KxVec3i m_dims;
     const float* m_positions;
     KxDArray<float> m_ownPositions;
