@@ -5,6 +5,7 @@
 #include <kx/KxException.h>
 #include <kx/KxProgressInterface.h>
 
+#include <utility>
 #include <vector>
 
 namespace vxiso {
@@ -101,8 +102,12 @@ inline constexpr SplitCaseTable g_splitCases;
 // and a slice buffer, so the vertex policy (Cubes) is asked only once per edge.
 //
 // Cubes provides: int addNode(tools, box, cell, edge, userData) for a new vertex;
-// edgeVertex(tools, box, cell, edge, index, userData) called once the edge's index is known; and
-// addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices;
+// edgeVertex(tools, box, cell, edge, index, userData) called once the edge's index is known (with
+// recordsEdges false, only for edges it makes, on cells with a neighbour below on every axis;
+// with it true, for the others too where recordsEdgesOf(cell, userData) says so); and
+// addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices (with
+// addsCaseTriangles true and no filter, addCaseTriangles(tools, cell, caseRow, edgeVertices, userData)
+// for all of a cell's at once);
 // reserve(vertices, triangles, userData) with upper bounds of both, before the first cell.
 template <class Tools, class Cubes> class VxIsosurfaceMarchingCubes
 {
@@ -152,6 +157,14 @@ private:
                   const int* const* sources, UserData& userData);
 
     void sizeBuffers(int cellsX, int cellsY);
+
+    // The edges that a cell with a neighbour below on every axis takes from them: all but 6, 7, 12.
+    using SharedEdges = std::integer_sequence<int, 1, 2, 3, 4, 5, 8, 9, 10, 11>;
+    template <int... E>
+    [[gnu::always_inline]] void takeSharedEdges(const int* const* sources, std::integer_sequence<int, E...>)
+    {
+        ((m_edge[E] = sources[g_edgeSources.at[7][E].buffer][g_edgeSources.at[7][E].slot]), ...);
+    }
 
     const Tools& m_tools;
     Cubes& m_cubes;
@@ -245,27 +258,38 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
     using namespace tables;
     const std::size_t sliceBase = m_slicePos;
     m_slicePos += 4 * std::size_t(box.xmax - 1 - box.xmin);
+    // What is the same for the whole row, in locals: the cells' stores through int pointers could
+    // otherwise change members as far as the compiler knows, which it would then read again.
+    const int rowPlace = (m_rowsDone > 0) << 1 | (m_slicesDone > 0) << 2;
+    const bool filtered = m_tools.filter.active();
+    int* const prevRow = m_prevRow;
+    int* const curRow = m_curRow;
+    int* const prevSlice = m_prevSlice + sliceBase;
+    int* const curSlice = m_curSlice + sliceBase;
     // Empty cells are never visited: their buffer slots stay stale, which is safe because no
     // neighbour asks for an edge that is not cut.
     m_index.forEachCutCellAt(m_cursor, j, [&](int i, unsigned c) {
         const KxVec3i cell(i, j, k);
         if (!m_tools.filter.acceptCell(cell)) return;
         const std::size_t rowPos = 4 * std::size_t(i - box.xmin);
-        const std::size_t slicePos = sliceBase + rowPos;
         const int* row = g_marchingCases[c];
-        const int placeIndex = (i > box.xmin) | (m_rowsDone > 0) << 1 | (m_slicesDone > 0) << 2;
+        const int placeIndex = int(i > box.xmin) | rowPlace;
         const EdgeSource* place = g_edgeSources.at[placeIndex];
-        const int* const sources[4] = {m_prevCell, m_prevRow + rowPos, m_prevSlice + slicePos, &s_notMade};
-        if (placeIndex == 7 && !m_tools.filter.active()) {
+        const int* const sources[4] = {m_prevCell, prevRow + rowPos, prevSlice + rowPos, &s_notMade};
+        if (placeIndex == 7 && !filtered) {
             // Inside the box every shared edge was made by a neighbour (or left open by one on the
-            // box's first plane, which this cell is not on).
+            // box's first plane, which this cell is not on). Every shared edge's slot is copied,
+            // cut or not: nine loads instead of a loop whose length the case decides. Uncut edges
+            // get stale numbers that no triangle reads.
+            takeSharedEdges(sources, SharedEdges{});
             const SplitCase& split = g_splitCases.at[c];
             const unsigned char* e = split.edges;
-            for (const unsigned char* end = e + split.shared; e != end; ++e) {
-                const int v = sources[place[*e].buffer][place[*e].slot];
-                m_edge[*e] = v;
-                m_cubes.edgeVertex(m_tools, box, cell, *e, v, userData);
+            if constexpr (Cubes::recordsEdges) {
+                if (m_cubes.recordsEdgesOf(cell, userData))
+                    for (const unsigned char* end = e + split.shared; e != end; ++e)
+                        m_cubes.edgeVertex(m_tools, box, cell, *e, m_edge[*e], userData);
             }
+            e = split.edges + split.shared;
             for (const unsigned char* end = e + split.made; e != end; ++e) {
                 const int v = m_cubes.addNode(m_tools, box, cell, *e, userData);
                 m_edge[*e] = v;
@@ -283,23 +307,28 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         m_prevCell[1] = m_edge[6];
         m_prevCell[2] = m_edge[10];
         m_prevCell[3] = m_edge[12];
-        int* r = m_curRow + rowPos;
+        int* r = curRow + rowPos;
         r[0] = m_edge[11];
         r[1] = m_edge[3];
         r[2] = m_edge[12];
         r[3] = m_edge[7];
-        int* s = m_curSlice + slicePos;
+        int* s = curSlice + rowPos;
         s[0] = m_edge[5];
         s[1] = m_edge[6];
         s[2] = m_edge[7];
         s[3] = m_edge[8];
 
+        if constexpr (Cubes::addsCaseTriangles) {
+            if (!filtered) {
+                m_cubes.addCaseTriangles(m_tools, cell, row, m_edge, userData);
+                return;
+            }
+        }
         const int nTriangles = row[TRIANGLE_COUNT];
         for (int t = 0; t < nTriangles; ++t) {
             const int* edges = row + TRIANGLES + 3 * t;
             const KxVec3i tri(m_edge[edges[0]], m_edge[edges[1]], m_edge[edges[2]]);
-            if (m_tools.filter.active() && (tri.x == REJECTED || tri.y == REJECTED || tri.z == REJECTED))
-                continue;
+            if (filtered && (tri.x == REJECTED || tri.y == REJECTED || tri.z == REJECTED)) continue;
             m_cubes.addTriangle(m_tools, cell, edges, tri, userData);
         }
     });

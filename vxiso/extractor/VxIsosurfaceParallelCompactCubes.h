@@ -91,6 +91,10 @@ public:
     // Vertices are merged by snapping: normals are means of sums, made unit at the hand-over, and a
     // triangle whose corners snapped together is dropped there.
     static constexpr bool snapsVertices = true;
+    // No vertex is recorded for the edges a cell takes from its neighbours.
+    static constexpr bool recordsEdges = false;
+    // Triangles go one by one: degenerate ones are dropped.
+    static constexpr bool addsCaseTriangles = false;
 
     KxDArray<KxVec3f>& vertexCoords() { return m_out.coords; }
     KxDArray<KxVec3f>& vertexNormals() { return m_out.normals; }

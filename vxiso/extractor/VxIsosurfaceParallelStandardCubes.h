@@ -161,6 +161,14 @@ public:
         return int(k);
     }
 
+    // The face table is written by the cells of the slab's last layer, whatever made their edges.
+    static constexpr bool recordsEdges = true;
+    bool recordsEdgesOf(const KxVec3i& cell, const Chunk& ch) const
+    {
+        const int c = cell[Axis::index];
+        return c < m_dims[Axis::index] - 1 && uint64_t(c) + 1 == ch.slab->lastLayer;
+    }
+
     // Open edges are left to the chunk below, which writes the slab's face table there itself.
     void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k, Chunk& ch) const
     {
@@ -171,6 +179,35 @@ public:
             d.faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
     }
 
+    // All triangles of a cell's case at once (no filter): while the chunk's range has room, four
+    // are written whatever their count, fixed work instead of a loop whose length the case
+    // decides; the writes past the count are overwritten by the next cell. A triangle with an open
+    // corner, rare, takes addTriangle.
+    static constexpr bool addsCaseTriangles = true;
+    [[gnu::always_inline]] void addCaseTriangles(const Tools& tools, const KxVec3i& cell, const int* row,
+                                                 const int* edge, Chunk& ch) const
+    {
+        const int n = row[tables::TRIANGLE_COUNT];
+        const int* e = row + tables::TRIANGLES;
+        if (__builtin_expect(n <= 4 && ch.trianglesMade + 4 <= ch.triangleRoom, 1)) {
+            const ThreadSpecificData& d = *ch.slab;
+            KxVec3i* out = m_trianglesOut + d.triangleOffset + ch.triangleStart + ch.trianglesMade;
+            const int32_t offset = int32_t(d.vertexOffset);
+            int open = 0;
+            for (int t = 0; t < 4; ++t) {
+                const KxVec3i v(edge[e[3 * t]], edge[e[3 * t + 1]], edge[e[3 * t + 2]]);
+                out[t] = numbered(v, offset);
+                open |= int(t < n) & int((v.x | v.y | v.z) < 0);
+            }
+            if (__builtin_expect(!open, 1)) {
+                ch.trianglesMade += uint64_t(n);
+                return;
+            }
+        }
+        for (int t = 0; t < n; ++t, e += 3)
+            addTriangle(tools, cell, e, KxVec3i(edge[e[0]], edge[e[1]], edge[e[2]]), ch);
+    }
+
     // Corners are written as output numbers at the slab's offset; open corners stay -1 and are
     // recorded for the finish.
     void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t, Chunk& ch) const
@@ -178,8 +215,7 @@ public:
         const ThreadSpecificData& d = *ch.slab;
         const int32_t index = int32_t(ch.triangleStart + ch.trianglesMade++);
         const int32_t offset = int32_t(d.vertexOffset);
-        m_trianglesOut[d.triangleOffset + uint64_t(index)] =
-            KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset, t.z < 0 ? t.z : t.z + offset);
+        m_trianglesOut[d.triangleOffset + uint64_t(index)] = numbered(t, offset);
         if (t.x >= 0 && t.y >= 0 && t.z >= 0) return;
         for (int corner = 0; corner < 3; ++corner)
             if (t[corner] == -1) {
@@ -248,6 +284,13 @@ public:
     std::vector<int32_t> topFaceTable(int64_t base) const { return numberedFaceTable(m_slabs, base); }
 
 private:
+    // A triangle's corners as output numbers; open corners (negative) stay as they are.
+    static KxVec3i numbered(const KxVec3i& t, int32_t offset)
+    {
+        return KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset,
+                       t.z < 0 ? t.z : t.z + offset);
+    }
+
     // An edge on the slab's first plane, in a slab above another: the slab below makes its vertex.
     static bool onSlabsFirstPlane(const ThreadSpecificData& d, const KxVec3i& cell, int edge)
     {

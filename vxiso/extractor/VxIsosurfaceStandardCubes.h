@@ -17,6 +17,8 @@ public:
     // Normals are stored at unit length as they are made, and every triangle has three distinct
     // vertices (one per cut edge): the hand-over passes over neither array.
     static constexpr bool snapsVertices = false;
+    // No vertex is recorded for the edges a cell takes from its neighbours.
+    static constexpr bool recordsEdges = false;
 
     KxDArray<KxVec3f>& vertexCoords() { return coords; }
     KxDArray<KxVec3f>& vertexNormals() { return normals; }
@@ -32,7 +34,8 @@ public:
     }
 
     template <class UserData>
-    int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge, UserData&)
+    [[gnu::always_inline]] int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge,
+                                       UserData&)
     {
         KxVec3f p, n;
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
@@ -51,6 +54,25 @@ public:
     void addTriangle(const Tools&, const KxVec3i&, const int*, const KxVec3i& t, UserData&)
     {
         triangles.push_back(t);
+    }
+
+    // All triangles of a cell's case at once (no filter): while the array has room, four are
+    // written whatever their count and the count is kept, fixed work instead of a loop whose
+    // length the case decides; the writes past the count are overwritten by the next cell.
+    static constexpr bool addsCaseTriangles = true;
+    template <class UserData>
+    [[gnu::always_inline]] void addCaseTriangles(const Tools&, const KxVec3i&, const int* row,
+                                                 const int* edge, UserData&)
+    {
+        const int n = row[tables::TRIANGLE_COUNT];
+        const int* e = row + tables::TRIANGLES;
+        if (__builtin_expect(n <= 4 && triangles.capacity() - triangles.size() >= 4, 1)) {
+            KxVec3i* out = triangles.end();
+            for (int t = 0; t < 4; ++t, e += 3) out[t] = KxVec3i(edge[e[0]], edge[e[1]], edge[e[2]]);
+            triangles.resize(triangles.size() + std::size_t(n));
+            return;
+        }
+        for (int t = 0; t < n; ++t, e += 3) triangles.push_back(KxVec3i(edge[e[0]], edge[e[1]], edge[e[2]]));
     }
 
     void finish() {}
