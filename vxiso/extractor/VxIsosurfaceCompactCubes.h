@@ -121,6 +121,14 @@ public:
         return nodes.push_back(p, n);
     }
 
+    // A vertex on edge 6, 7 or 12 of a cell with a neighbour below on every axis: as any other.
+    template <class UserData>
+    [[gnu::always_inline]] int addOwnNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell,
+                                          int edge, UserData& u)
+    {
+        return addNode(tools, box, cell, edge, u);
+    }
+
     template <class UserData>
     void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i&, int, int, UserData&)
     {

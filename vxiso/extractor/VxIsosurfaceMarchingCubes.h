@@ -101,13 +101,14 @@ inline constexpr SplitCaseTable g_splitCases;
 // shared with cells already visited are handed on through the previous cell's slots, a row buffer
 // and a slice buffer, so the vertex policy (Cubes) is asked only once per edge.
 //
-// Cubes provides: int addNode(tools, box, cell, edge, userData) for a new vertex;
-// edgeVertex(tools, box, cell, edge, index, userData) called once the edge's index is known (with
-// recordsEdges false, only for edges it makes, on cells with a neighbour below on every axis;
-// with it true, for the others too where recordsEdgesOf(cell, userData) says so); and
+// Cubes provides: int addNode(tools, box, cell, edge, userData) for a new vertex (addOwnNode for edges
+// 6, 7 and 12 of cells with a neighbour below on every axis); edgeVertex(tools, box, cell, edge,
+// index, userData) called once the edge's index is known (on cells with a neighbour below on every
+// axis, with recordsEdges false only for the edges they make; with it true, for all their edges
+// where recordsEdgesOf(cell, userData) says so, and for none elsewhere); and
 // addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices (with
-// addsCaseTriangles true and no filter, addCaseTriangles(tools, cell, caseRow, edgeVertices, userData)
-// for all of a cell's at once);
+// addsCaseTriangles true and no filter, addCaseTriangles(tools, cell, caseRow, edgeVertices, inner,
+// userData) for all of a cell's at once, inner telling whether it has a neighbour below on every axis);
 // reserve(vertices, triangles, userData) with upper bounds of both, before the first cell.
 template <class Tools, class Cubes> class VxIsosurfaceMarchingCubes
 {
@@ -284,16 +285,18 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
             takeSharedEdges(sources, SharedEdges{});
             const SplitCase& split = g_splitCases.at[c];
             const unsigned char* e = split.edges;
+            bool records = false;
             if constexpr (Cubes::recordsEdges) {
-                if (m_cubes.recordsEdgesOf(cell, userData))
+                records = m_cubes.recordsEdgesOf(cell, userData);
+                if (records)
                     for (const unsigned char* end = e + split.shared; e != end; ++e)
                         m_cubes.edgeVertex(m_tools, box, cell, *e, m_edge[*e], userData);
             }
             e = split.edges + split.shared;
             for (const unsigned char* end = e + split.made; e != end; ++e) {
-                const int v = m_cubes.addNode(m_tools, box, cell, *e, userData);
+                const int v = m_cubes.addOwnNode(m_tools, box, cell, *e, userData);
                 m_edge[*e] = v;
-                m_cubes.edgeVertex(m_tools, box, cell, *e, v, userData);
+                if (!Cubes::recordsEdges || records) m_cubes.edgeVertex(m_tools, box, cell, *e, v, userData);
             }
         } else {
             const int nEdges = row[EDGE_COUNT];
@@ -320,7 +323,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
 
         if constexpr (Cubes::addsCaseTriangles) {
             if (!filtered) {
-                m_cubes.addCaseTriangles(m_tools, cell, row, m_edge, userData);
+                m_cubes.addCaseTriangles(m_tools, cell, row, m_edge, placeIndex == 7, userData);
                 return;
             }
         }

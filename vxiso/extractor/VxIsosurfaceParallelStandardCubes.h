@@ -147,12 +147,21 @@ public:
     void reserve(uint64_t, uint64_t, ThreadSpecificData&) const {}
 
     // Vertices are numbered within the slab; a chunk's numbers follow those of the chunks below it.
-    [[gnu::always_inline]] int addNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge,
+    [[gnu::always_inline]] int addNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge,
                                        Chunk& ch) const
     {
         const ThreadSpecificData& d = *ch.slab;
         if (onSlabsFirstPlane(d, cell, edge)) return -1;   // the slab below's
         if (onChunksFirstPlane(ch, cell, edge)) return -1; // the chunk below's
+        return addOwnNode(tools, box, cell, edge, ch);
+    }
+
+    // A vertex on edge 6, 7 or 12 of a cell with a neighbour below on every axis: such an edge
+    // lies on neither the slab's nor the chunk's first plane.
+    [[gnu::always_inline]] int addOwnNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge,
+                                          Chunk& ch) const
+    {
+        const ThreadSpecificData& d = *ch.slab;
         KxVec3f p, n;
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
         const uint64_t k = ch.vertexStart + ch.verticesMade++;
@@ -165,8 +174,7 @@ public:
     static constexpr bool recordsEdges = true;
     bool recordsEdgesOf(const KxVec3i& cell, const Chunk& ch) const
     {
-        const int c = cell[Axis::index];
-        return c < m_dims[Axis::index] - 1 && uint64_t(c) + 1 == ch.slab->lastLayer;
+        return uint64_t(cell[Axis::index]) + 1 == ch.slab->lastLayer;
     }
 
     // Open edges are left to the chunk below, which writes the slab's face table there itself.
@@ -179,30 +187,24 @@ public:
             d.faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
     }
 
-    // All triangles of a cell's case at once (no filter): while the chunk's range has room, four
-    // are written whatever their count, fixed work instead of a loop whose length the case
-    // decides; the writes past the count are overwritten by the next cell. A triangle with an open
-    // corner, rare, takes addTriangle.
+    // All triangles of a cell's case at once (no filter). A cell with a neighbour below on every
+    // axis (inner) has no open corner; while the chunk's range has room, four of its triangles are
+    // written whatever their count, fixed work instead of a loop whose length the case decides,
+    // and the writes past the count are overwritten by the next cell.
     static constexpr bool addsCaseTriangles = true;
     [[gnu::always_inline]] void addCaseTriangles(const Tools& tools, const KxVec3i& cell, const int* row,
-                                                 const int* edge, Chunk& ch) const
+                                                 const int* edge, bool inner, Chunk& ch) const
     {
         const int n = row[tables::TRIANGLE_COUNT];
         const int* e = row + tables::TRIANGLES;
-        if (__builtin_expect(n <= 4 && ch.trianglesMade + 4 <= ch.triangleRoom, 1)) {
+        if (__builtin_expect(inner && n <= 4 && ch.trianglesMade + 4 <= ch.triangleRoom, 1)) {
             const ThreadSpecificData& d = *ch.slab;
             KxVec3i* out = m_trianglesOut + d.triangleOffset + ch.triangleStart + ch.trianglesMade;
             const int32_t offset = int32_t(d.vertexOffset);
-            int open = 0;
-            for (int t = 0; t < 4; ++t) {
-                const KxVec3i v(edge[e[3 * t]], edge[e[3 * t + 1]], edge[e[3 * t + 2]]);
-                out[t] = numbered(v, offset);
-                open |= int(t < n) & int((v.x | v.y | v.z) < 0);
-            }
-            if (__builtin_expect(!open, 1)) {
-                ch.trianglesMade += uint64_t(n);
-                return;
-            }
+            for (int t = 0; t < 4; ++t, e += 3)
+                out[t] = KxVec3i(edge[e[0]] + offset, edge[e[1]] + offset, edge[e[2]] + offset);
+            ch.trianglesMade += uint64_t(n);
+            return;
         }
         for (int t = 0; t < n; ++t, e += 3)
             addTriangle(tools, cell, e, KxVec3i(edge[e[0]], edge[e[1]], edge[e[2]]), ch);

@@ -45,6 +45,14 @@ public:
         return index;
     }
 
+    // A vertex on edge 6, 7 or 12 of a cell with a neighbour below on every axis: as any other.
+    template <class UserData>
+    [[gnu::always_inline]] int addOwnNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell,
+                                          int edge, UserData& u)
+    {
+        return addNode(tools, box, cell, edge, u);
+    }
+
     template <class UserData>
     void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i&, int, int, UserData&)
     {
@@ -62,7 +70,7 @@ public:
     static constexpr bool addsCaseTriangles = true;
     template <class UserData>
     [[gnu::always_inline]] void addCaseTriangles(const Tools&, const KxVec3i&, const int* row,
-                                                 const int* edge, UserData&)
+                                                 const int* edge, bool, UserData&)
     {
         const int n = row[tables::TRIANGLE_COUNT];
         const int* e = row + tables::TRIANGLES;
