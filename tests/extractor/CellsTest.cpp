@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <random>
 #include <set>
 #include <string>
@@ -199,6 +200,24 @@ TEST(Tools, GradientsAndIntersections)
     EXPECT_EQ(ComputeIntersection<RegField3Accessor<float>>::compute(acc, 3.f, {0, 0, 0}, 3, at, n), 0.25f);
     EXPECT_EQ(at, KxVec3f(0.25f, 1.f, 0.f));
     EXPECT_EQ(n, KxVec3f(-4.f, -2.f, -1.f));
+    // Spacings that are powers of two multiply by their inverse instead of dividing: the same
+    // floats, on values whose differences round.
+    for (const float spacing : {0.5f, 1.f, 4.f, 0.7f, 3.f}) {
+        KxHandle<VxUniformScalarField3> wavy = makeField<float>(
+            4, 4, 4,
+            [](double x, double y, double z) { return std::sin(1.7 * x + 0.3) * 1e-3 + y / 3 + z * z / 7; },
+            spacing);
+        const RegField3Accessor<float> w = VxIsosurfaceExtractor::uniformAccessor<float>(*wavy);
+        const float* v = static_cast<const float*>(wavy->lattice().dataPtr());
+        const KxVec3f step = wavy->getVoxelSize();
+        const auto at = [&](int i, int j, int k) { return v[(k * 4 + j) * 4 + i]; };
+        for (int i = 1; i < 3; ++i) {
+            const KxVec3f g = w.gradient(i, 1, 2);
+            EXPECT_EQ(g.x, (at(i + 1, 1, 2) - at(i - 1, 1, 2)) / 2.f / step.x) << spacing;
+            EXPECT_EQ(g.y, (at(i, 2, 2) - at(i, 0, 2)) / 2.f / step.y) << spacing;
+            EXPECT_EQ(g.z, (at(i, 1, 3) - at(i, 1, 1)) / 2.f / step.z) << spacing;
+        }
+    }
 }
 
 TEST(Tools, FiltersAcceptPositiveLabelsAndValuesOtherThanTheUndefinedOne)
