@@ -54,81 +54,43 @@ template <class T> bool rangeOf(const T* v, int64_t n, bool skipping, T skip, do
 }
 
 #if defined(__SSE2__)
-// The compiler turns the selects above into scalar code for floating types. SSE's min and max
-// return their second operand unless the first is smaller (larger), NaN included: exactly those
-// selects, four floats or two doubles at once. Skipped values become NaN first, which never wins.
-template <class T> struct Sse;
-template <> struct Sse<float>
+// The compiler turns the selects above into scalar code for float, the common floating type of
+// volumes. SSE's min and max return their second operand unless the first is smaller (larger),
+// NaN included: exactly those selects, four values at once. Skipped values become NaN first,
+// which never wins.
+bool rangeOf(const float* v, int64_t n, bool skipping, float skip, double& min, double& max, int)
 {
-    using V = __m128;
-    static constexpr int lanes = 4;
-    static V load(const float* p) { return _mm_loadu_ps(p); }
-    static V splat(float x) { return _mm_set1_ps(x); }
-    static V min(V a, V b) { return _mm_min_ps(a, b); }
-    static V max(V a, V b) { return _mm_max_ps(a, b); }
-    static V unlessEqual(V x, V skip, V nan)
-    {
-        const V same = _mm_cmpeq_ps(x, skip);
-        return _mm_or_ps(_mm_andnot_ps(same, x), _mm_and_ps(same, nan));
-    }
-    static void store(float* p, V v) { _mm_storeu_ps(p, v); }
-};
-template <> struct Sse<double>
-{
-    using V = __m128d;
-    static constexpr int lanes = 2;
-    static V load(const double* p) { return _mm_loadu_pd(p); }
-    static V splat(double x) { return _mm_set1_pd(x); }
-    static V min(V a, V b) { return _mm_min_pd(a, b); }
-    static V max(V a, V b) { return _mm_max_pd(a, b); }
-    static V unlessEqual(V x, V skip, V nan)
-    {
-        const V same = _mm_cmpeq_pd(x, skip);
-        return _mm_or_pd(_mm_andnot_pd(same, x), _mm_and_pd(same, nan));
-    }
-    static void store(double* p, V v) { _mm_storeu_pd(p, v); }
-};
-
-template <class T>
-bool floatingRangeOf(const T* v, int64_t n, bool skipping, T skip, double& min, double& max)
-{
-    using S = Sse<T>;
-    using L = std::numeric_limits<T>;
+    using L = std::numeric_limits<float>;
     // Two accumulators each, so that consecutive steps do not wait for each other.
-    typename S::V lo0 = S::splat(L::infinity()), lo1 = lo0, hi0 = S::splat(-L::infinity()), hi1 = hi0;
-    const typename S::V skipV = S::splat(skip), nan = S::splat(L::quiet_NaN());
+    __m128 lo0 = _mm_set1_ps(L::infinity()), lo1 = lo0, hi0 = _mm_set1_ps(-L::infinity()), hi1 = hi0;
+    const __m128 skipped = _mm_set1_ps(skip), nan = _mm_set1_ps(L::quiet_NaN());
+    const auto unlessSkipped = [&](__m128 x) {
+        const __m128 same = _mm_cmpeq_ps(x, skipped);
+        return _mm_or_ps(_mm_andnot_ps(same, x), _mm_and_ps(same, nan));
+    };
     int64_t i = 0;
-    for (; i + 2 * S::lanes <= n; i += 2 * S::lanes) {
-        typename S::V a = S::load(v + i), b = S::load(v + i + S::lanes);
-        if (skipping) a = S::unlessEqual(a, skipV, nan), b = S::unlessEqual(b, skipV, nan);
-        lo0 = S::min(a, lo0), hi0 = S::max(a, hi0);
-        lo1 = S::min(b, lo1), hi1 = S::max(b, hi1);
+    for (; i + 8 <= n; i += 8) {
+        __m128 a = _mm_loadu_ps(v + i), b = _mm_loadu_ps(v + i + 4);
+        if (skipping) a = unlessSkipped(a), b = unlessSkipped(b);
+        lo0 = _mm_min_ps(a, lo0), hi0 = _mm_max_ps(a, hi0);
+        lo1 = _mm_min_ps(b, lo1), hi1 = _mm_max_ps(b, hi1);
     }
-    T lanesLo[S::lanes], lanesHi[S::lanes];
-    S::store(lanesLo, S::min(lo0, lo1));
-    S::store(lanesHi, S::max(hi0, hi1));
-    T lo = L::infinity(), hi = -L::infinity();
-    for (int k = 0; k < S::lanes; ++k) {
-        lo = lanesLo[k] < lo ? lanesLo[k] : lo;
-        hi = lanesHi[k] > hi ? lanesHi[k] : hi;
+    float lanes[8];
+    _mm_storeu_ps(lanes, _mm_min_ps(lo0, lo1));
+    _mm_storeu_ps(lanes + 4, _mm_max_ps(hi0, hi1));
+    float lo = lanes[0], hi = lanes[4];
+    for (int k = 1; k < 4; ++k) {
+        lo = lanes[k] < lo ? lanes[k] : lo;
+        hi = lanes[4 + k] > hi ? lanes[4 + k] : hi;
     }
     double tailMin = 0, tailMax = 0;
     if (rangeOf(v + i, n - i, skipping, skip, tailMin, tailMax)) {
-        lo = T(tailMin) < lo ? T(tailMin) : lo;
-        hi = T(tailMax) > hi ? T(tailMax) : hi;
+        lo = float(tailMin) < lo ? float(tailMin) : lo;
+        hi = float(tailMax) > hi ? float(tailMax) : hi;
     }
     const bool any = lo <= hi;
     if (any) min = double(lo), max = double(hi);
     return any;
-}
-
-bool rangeOf(const float* v, int64_t n, bool skipping, float skip, double& min, double& max, int)
-{
-    return floatingRangeOf(v, n, skipping, skip, min, max);
-}
-bool rangeOf(const double* v, int64_t n, bool skipping, double skip, double& min, double& max, int)
-{
-    return floatingRangeOf(v, n, skipping, skip, min, max);
 }
 #endif
 // The range of any other type, or without SSE.

@@ -1,4 +1,4 @@
-// The value range of regular fields against a plain scan: NaN never counts, infinities do, the
+// The value range of float and double fields against a plain scan: NaN never counts, infinities do, the
 // undefined value is left out on request, and every length and start (the vector steps and the
 // tail after them) gives the same answer.
 #include <kx/KxHandle.h>
