@@ -79,17 +79,14 @@ public:
         if (!(inside(i, m_dims.x) & inside(j, m_dims.y) & inside(k, m_dims.z)))
             return gradientOnBorder(i, j, k);
         const int64_t c = index(i, j, k);
+        const KxVec3f half((float(m_data[c + 1]) - float(m_data[c - 1])) / 2.f,
+                           (float(m_data[c + m_rowStride]) - float(m_data[c - m_rowStride])) / 2.f,
+                           (float(m_data[c + m_sliceStride]) - float(m_data[c - m_sliceStride])) / 2.f);
         if (m_multiplies)
-            return KxVec3f((float(m_data[c + 1]) - float(m_data[c - 1])) / 2.f * m_inverseSpacing.x,
-                           (float(m_data[c + m_rowStride]) - float(m_data[c - m_rowStride])) / 2.f *
-                               m_inverseSpacing.y,
-                           (float(m_data[c + m_sliceStride]) - float(m_data[c - m_sliceStride])) / 2.f *
-                               m_inverseSpacing.z);
-        return KxVec3f((float(m_data[c + 1]) - float(m_data[c - 1])) / 2.f / m_gradientSpacing.x,
-                       (float(m_data[c + m_rowStride]) - float(m_data[c - m_rowStride])) / 2.f /
-                           m_gradientSpacing.y,
-                       (float(m_data[c + m_sliceStride]) - float(m_data[c - m_sliceStride])) / 2.f /
-                           m_gradientSpacing.z);
+            return KxVec3f(half.x * m_inverseSpacing.x, half.y * m_inverseSpacing.y,
+                           half.z * m_inverseSpacing.z);
+        return KxVec3f(half.x / m_gradientSpacing.x, half.y / m_gradientSpacing.y,
+                       half.z / m_gradientSpacing.z);
     }
 
 private:

@@ -105,7 +105,7 @@ inline constexpr SplitCaseTable g_splitCases;
 // 6, 7 and 12 of cells with a neighbour below on every axis); edgeVertex(tools, box, cell, edge,
 // index, userData) called once the edge's index is known (on cells with a neighbour below on every
 // axis, with recordsEdges false only for the edges they make; with it true, for all their edges
-// where recordsEdgesOf(cell, userData) says so, and for none elsewhere); and
+// where recordsEdgesOf(cell, userData) says so; on other cells for every edge); and
 // addTriangle(tools, cell, edges, t, userData) for each triangle whose edges all carry vertices (with
 // addsCaseTriangles true and no filter, addCaseTriangles(tools, cell, caseRow, edgeVertices, inner,
 // userData) for all of a cell's at once, inner telling whether it has a neighbour below on every axis);

@@ -160,8 +160,6 @@ public:
         return k;
     }
 
-    // Face-table entries are written where a vertex is made: every cell sharing an end-plane edge, or
-    // an axis edge snapped onto the end plane, lies in the slab's last cell layer.
     // A vertex on edge 6, 7 or 12 of a cell with a neighbour below on every axis: as any other.
     int addOwnNode(const Tools& tools, const KxBox3i& box, const KxVec3i& cell, int edge,
                    ThreadSpecificData& d) const
@@ -169,6 +167,8 @@ public:
         return addNode(tools, box, cell, edge, d);
     }
 
+    // Face-table entries are written where a vertex is made: every cell sharing an end-plane edge, or
+    // an axis edge snapped onto the end plane, lies in the slab's last cell layer.
     void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i&, int, int, ThreadSpecificData&) const {}
 
     void addTriangle(const Tools& tools, const KxVec3i& cell, const int* edges, const KxVec3i& t,

@@ -217,7 +217,8 @@ public:
         const ThreadSpecificData& d = *ch.slab;
         const int32_t index = int32_t(ch.triangleStart + ch.trianglesMade++);
         const int32_t offset = int32_t(d.vertexOffset);
-        m_trianglesOut[d.triangleOffset + uint64_t(index)] = numbered(t, offset);
+        m_trianglesOut[d.triangleOffset + uint64_t(index)] =
+            KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset, t.z < 0 ? t.z : t.z + offset);
         if (t.x >= 0 && t.y >= 0 && t.z >= 0) return;
         for (int corner = 0; corner < 3; ++corner)
             if (t[corner] == -1) {
@@ -286,13 +287,6 @@ public:
     std::vector<int32_t> topFaceTable(int64_t base) const { return numberedFaceTable(m_slabs, base); }
 
 private:
-    // A triangle's corners as output numbers; open corners (negative) stay as they are.
-    static KxVec3i numbered(const KxVec3i& t, int32_t offset)
-    {
-        return KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset,
-                       t.z < 0 ? t.z : t.z + offset);
-    }
-
     // An edge on the slab's first plane, in a slab above another: the slab below makes its vertex.
     static bool onSlabsFirstPlane(const ThreadSpecificData& d, const KxVec3i& cell, int edge)
     {
