@@ -34,6 +34,18 @@ public:
     }
     void advance(char* end) { m_used = size_t(end - m_buf.data()); }
 
+    // Records 0 to count - 1, each at most maxBytes long: put(o, i) writes record i at o and returns
+    // its end. Room is asked for once per batch that fits the buffer, not once per record.
+    template <class Put> void putRecords(int64_t count, size_t maxBytes, Put put)
+    {
+        for (int64_t i = 0; i < count && ok();) {
+            char* o = room(maxBytes);
+            const int64_t end = i + std::min(count - i, int64_t((m_buf.size() - m_used) / maxBytes));
+            for (; i < end; ++i) o = put(o, i);
+            advance(o);
+        }
+    }
+
     void put(const char* text, size_t n)
     {
         while (n > 0) {
@@ -68,15 +80,21 @@ public:
     // Text forms that read back exactly: the shortest text of a float that parses to the same float.
     static char* text(char* o, float v) { return std::to_chars(o, o + 32, v).ptr; }
     static char* text(char* o, int64_t v) { return std::to_chars(o, o + 24, v).ptr; }
-    // Binary stores in a fixed byte order, whatever the host's.
+    // Binary stores in a fixed byte order, whatever the host's: one 4-byte store each.
     static char* little32(char* p, uint32_t v)
     {
-        for (int i = 0; i < 4; ++i) p[i] = char((v >> (8 * i)) & 0xff);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+        v = __builtin_bswap32(v);
+#endif
+        std::memcpy(p, &v, 4);
         return p + 4;
     }
     static char* big32(char* p, uint32_t v)
     {
-        for (int i = 0; i < 4; ++i) p[i] = char((v >> (8 * (3 - i))) & 0xff);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        v = __builtin_bswap32(v);
+#endif
+        std::memcpy(p, &v, 4);
         return p + 4;
     }
     static uint32_t bits(float f)

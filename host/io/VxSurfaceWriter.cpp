@@ -15,6 +15,8 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -67,6 +69,21 @@ bool allFinite(const SurfaceView& v, const QString& path, QString* error)
     auto finite = [](const SbVec3f& p) {
         return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
     };
+    // One branch-free pass over the floats as one array (as they are handed to GL), which the
+    // compiler vectorizes: all exponent bits set is a NaN or an infinity. The vertex is looked for
+    // only when there is one.
+    auto anyInfinite = [](const SbVec3f* vectors, int n) {
+        const float* f = n ? vectors[0].getValue() : nullptr;
+        uint32_t bad = 0;
+        for (int64_t i = 0; i < 3 * int64_t(n); ++i) {
+            uint32_t u;
+            std::memcpy(&u, f + i, 4);
+            bad |= uint32_t((u & 0x7f800000u) == 0x7f800000u);
+        }
+        return bad != 0;
+    };
+    if (!anyInfinite(v.coords, v.numVertices) && !(v.normals && anyInfinite(v.normals, v.numVertices)))
+        return true;
     for (int i = 0; i < v.numVertices; ++i) {
         const bool coordOk = finite(v.coords[i]);
         if (coordOk && (!v.normals || finite(v.normals[i]))) continue;
@@ -75,7 +92,7 @@ bool allFinite(const SurfaceView& v, const QString& path, QString* error)
                             .arg(path, QString::number(i), tripleText(coordOk ? v.normals[i] : v.coords[i])));
         return false;
     }
-    return true;
+    return false;
 }
 
 // Every format stores indices that readers trust, so a surface that points outside its vertex
@@ -94,6 +111,14 @@ bool viewSurface(const SoTriSurface& s, const QString& path, SurfaceView& v, QSt
     v.normals = numNormals ? s.normals.getValues(0) : nullptr;
     v.triangles = v.numTriangles ? s.triangles.getValues(0) : nullptr;
     if (!allFinite(v, path, error)) return false;
+    // Any index outside [0, n) is at least n as unsigned, a negative one too: one vectorized pass,
+    // and the triangle is looked for only when there is one.
+    const int32_t* indices = v.numTriangles ? v.triangles[0].getValue() : nullptr;
+    const uint32_t limit = uint32_t(v.numVertices);
+    uint32_t outside = 0;
+    for (int64_t i = 0; i < 3 * int64_t(v.numTriangles); ++i)
+        outside |= uint32_t(uint32_t(indices[i]) >= limit);
+    if (!outside) return true;
     for (int t = 0; t < v.numTriangles; ++t) {
         const int32_t* idx = v.triangles[t].getValue();
         for (int c = 0; c < 3; ++c) {
@@ -122,24 +147,25 @@ char* putTriple(char* o, const float* p, const char* lead = "")
     return o;
 }
 
-// The triangles, one record each: "3 a b c" lines, or what binary writes of one when it is given.
-void putFaces(const SurfaceView& v, W& w, char* (*binary)(char*, const int32_t*) = nullptr)
+// The triangles, one record each, as put writes them (at most maxBytes long).
+template <class Put> void putFaces(const SurfaceView& v, W& w, size_t maxBytes, Put put)
 {
-    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
-        const int32_t* idx = v.triangles[t].getValue();
-        char* o = w.room(48);
-        if (binary) {
-            o = binary(o, idx);
-        } else {
-            *o++ = '3';
-            for (int k = 0; k < 3; ++k) {
-                *o++ = ' ';
-                o = W::text(o, int64_t(idx[k]));
-            }
-            *o++ = '\n';
+    w.putRecords(v.numTriangles, maxBytes,
+                 [&](char* o, int64_t t) { return put(o, v.triangles[t].getValue()); });
+}
+
+// "3 a b c" lines.
+void putFaces(const SurfaceView& v, W& w)
+{
+    putFaces(v, w, 48, [](char* o, const int32_t* idx) {
+        *o++ = '3';
+        for (int k = 0; k < 3; ++k) {
+            *o++ = ' ';
+            o = W::text(o, int64_t(idx[k]));
         }
-        w.advance(o);
-    }
+        *o++ = '\n';
+        return o;
+    });
 }
 
 char* plyBinaryFace(char* o, const int32_t* idx)
@@ -159,11 +185,11 @@ char* vtkBinaryFace(char* o, const int32_t* idx)
 // One vector a line, "lead x y z".
 void putTripleLines(W& w, int n, const SbVec3f* vectors, const char* lead = "")
 {
-    for (int i = 0; i < n && w.ok(); ++i) {
-        char* o = putTriple(w.room(80), vectors[i].getValue(), lead);
+    w.putRecords(n, 80, [&](char* o, int64_t i) {
+        o = putTriple(o, vectors[i].getValue(), lead);
         *o++ = '\n';
-        w.advance(o);
-    }
+        return o;
+    });
 }
 
 void writePly(const SurfaceView& v, W& w, bool ascii)
@@ -175,21 +201,27 @@ void writePly(const SurfaceView& v, W& w, bool ascii)
           "\nproperty float x\nproperty float y\nproperty float z\n" +
           (v.normals ? "property float nx\nproperty float ny\nproperty float nz\n" : "") + "element face " +
           QByteArray::number(v.numTriangles) + "\nproperty list uchar int vertex_indices\nend_header\n");
-    for (int i = 0; i < v.numVertices && w.ok(); ++i) {
-        const float* p = v.coords[i].getValue();
-        char* o = w.room(160);
-        if (ascii) {
-            o = putTriple(o, p);
+    if (ascii) {
+        w.putRecords(v.numVertices, 160, [&](char* o, int64_t i) {
+            o = putTriple(o, v.coords[i].getValue());
             if (v.normals) o = putTriple(o, v.normals[i].getValue(), " ");
             *o++ = '\n';
-        } else {
-            for (int k = 0; k < 3; ++k) o = putF32(o, p[k]);
-            if (v.normals)
-                for (int k = 0; k < 3; ++k) o = putF32(o, v.normals[i][k]);
-        }
-        w.advance(o);
+            return o;
+        });
+        return putFaces(v, w);
     }
-    putFaces(v, w, ascii ? nullptr : plyBinaryFace);
+    auto putVector = [](char* o, const SbVec3f& p) {
+        for (int k = 0; k < 3; ++k) o = putF32(o, p[k]);
+        return o;
+    };
+    const SbVec3f* coords = v.coords;
+    const SbVec3f* normals = v.normals;
+    if (normals)
+        w.putRecords(v.numVertices, 24,
+                     [&](char* o, int64_t i) { return putVector(putVector(o, coords[i]), normals[i]); });
+    else
+        w.putRecords(v.numVertices, 12, [&](char* o, int64_t i) { return putVector(o, coords[i]); });
+    putFaces(v, w, 13, [](char* o, const int32_t* idx) { return plyBinaryFace(o, idx); });
 }
 
 SbVec3f faceNormal(const SbVec3f& a, const SbVec3f& b, const SbVec3f& c)
@@ -234,18 +266,15 @@ void writeStl(const SurfaceView& v, W& w, bool ascii)
     char count[4];
     W::little32(count, uint32_t(v.numTriangles));
     w.put(count, sizeof count);
-    for (int t = 0; t < v.numTriangles && w.ok(); ++t) {
-        const int32_t* idx = v.triangles[t].getValue();
+    putFaces(v, w, 50, [&](char* o, const int32_t* idx) {
         const SbVec3f& a = v.coords[idx[0]];
         const SbVec3f& b = v.coords[idx[1]];
         const SbVec3f& c = v.coords[idx[2]];
         const SbVec3f n = faceNormal(a, b, c);
-        char* o = w.room(50);
         for (const SbVec3f* p : {&n, &a, &b, &c})
             for (int k = 0; k < 3; ++k) o = putF32(o, (*p)[k]);
-        o = putU16(o, 0);
-        w.advance(o);
-    }
+        return putU16(o, 0);
+    });
 }
 
 void writeOff(const SurfaceView& v, W& w)
@@ -286,18 +315,19 @@ void writeVtk(const SurfaceView& v, W& w, bool ascii)
           "\nDATASET POLYDATA\nPOINTS " + QByteArray::number(v.numVertices) + " float\n");
     auto putVectors = [&](const SbVec3f* vectors) {
         if (ascii) return putTripleLines(w, v.numVertices, vectors);
-        for (int i = 0; i < v.numVertices && w.ok(); ++i) {
-            const float* p = vectors[i].getValue();
-            char* o = w.room(80);
-            for (int k = 0; k < 3; ++k) o = W::big32(o, W::bits(p[k]));
-            w.advance(o);
-        }
+        w.putRecords(v.numVertices, 12, [&](char* o, int64_t i) {
+            for (int k = 0; k < 3; ++k) o = W::big32(o, W::bits(vectors[i][k]));
+            return o;
+        });
         w.put("\n", 1);
     };
     putVectors(v.coords);
     w.put("POLYGONS " + QByteArray::number(v.numTriangles) + ' ' +
           QByteArray::number(4 * qint64(v.numTriangles)) + '\n');
-    putFaces(v, w, ascii ? nullptr : vtkBinaryFace);
+    if (ascii)
+        putFaces(v, w);
+    else
+        putFaces(v, w, 16, [](char* o, const int32_t* idx) { return vtkBinaryFace(o, idx); });
     if (!ascii) w.put("\n", 1);
     if (v.normals && v.numVertices) {
         w.put("POINT_DATA " + QByteArray::number(v.numVertices) + "\nNORMALS Normals float\n");
