@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake make pkg-config
-  libcoin-dev libtbb-dev qtbase5-dev libboost-dev tcl-dev zlib1g-dev
+  libcoin-dev libtbb-dev qtbase5-dev libboost-dev tcl-dev zlib1g-dev libisal-dev
   libegl-dev libgl-dev libegl-mesa0 libgl1-mesa-dri fonts-dejavu-core libfontconfig-dev
   libsoqt520-dev xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev

@@ -6,7 +6,7 @@
 #include <vector>
 
 class VxInputFile;
-struct z_stream_s;
+struct inflate_state;
 
 // The bytes of a file that may be gzip-compressed as a whole, header and all (.nii.gz), read front
 // to back: inflated when the file starts with the gzip signature (member after member; whatever
@@ -58,7 +58,7 @@ private:
         EndedEarly, // the file ended inside a member
         Corrupt,
         NoMemory,
-        Broken // zlib refused its own state; no more data
+        Broken // the inflater asked for what a gzip member never needs (a dictionary); no more data
     };
 
     void lookAtStart();
@@ -72,11 +72,11 @@ private:
     VxInputFile& m_file;
     Mode m_mode = Mode::Look;
     State m_state = State::Fine;
-    QString m_corruption;  // zlib's word for corrupt data
+    QString m_corruption;  // what is wrong with corrupt data
     bool m_looked = false; // the first two bytes are known
     bool m_wasGzip = false;
     bool m_inputEnded = false;
-    std::unique_ptr<z_stream_s> m_z; // set up when the file is compressed
+    std::unique_ptr<inflate_state> m_z; // set up when the file is compressed
     std::vector<unsigned char> m_in, m_out;
     std::size_t m_next = 0, m_have = 0; // unread inflated bytes in m_out
     uint64_t m_delivered = 0;

@@ -165,13 +165,17 @@ TEST_F(NiftiReader, BadFilesGiveOneClearError)
          "no header beside the image (looked for " + path("lonely") + ".hdr and " + path("lonely") +
              ".hdr.gz)");
 
-    // A gzip file with a damaged deflate stream, one without its checksum.
+    // A gzip file with a damaged deflate stream, one whose trailer gives another length, one without
+    // its checksum.
     NiftiFile zipped = good;
     zipped.gz = true;
     const std::string whole = slurp(writeNifti(zipped, path("zipped")));
     std::string damaged = whole;
     for (std::size_t i = whole.size() - 100; i < whole.size() - 90; ++i) damaged[i] = char(~damaged[i]);
     file("damaged.nii.gz", damaged, "damaged.nii.gz: gzip data is corrupt (");
+    std::string longer = whole;
+    longer[whole.size() - 4] = char(longer[whole.size() - 4] + 1);
+    file("longer.nii.gz", longer, "longer.nii.gz: gzip data is corrupt (incorrect data check)");
     file("nocheck.nii.gz", whole.substr(0, whole.size() - 6),
          "gzip stream ends before its checksum; the file is truncated");
 
