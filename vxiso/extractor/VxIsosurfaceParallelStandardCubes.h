@@ -6,7 +6,9 @@
 
 #include <tbb/enumerable_thread_specific.h>
 
+#include <atomic>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 namespace vxiso {
@@ -54,7 +56,7 @@ public:
         int64_t layersOwned = 0;              // its share of the slab's layers, for progress
         KxDArray<PendingCorner> slabCorners;  // open corners that the slab below fills
         KxDArray<PendingCorner> chunkCorners; // open corners that the chunk below fills
-        std::vector<int> lastLayerTopEdges;   // for the chunk above
+        std::vector<int> lastLayerTopEdges;   // for the chunk above, until it has taken them
     };
 
     struct ThreadSpecificData
@@ -62,6 +64,10 @@ public:
         typename Tools::Index index; // the slab's node classification, kept from the first pass
         KxBox3i box;
         std::vector<Chunk> chunks;
+        // Per chunk above another: how many of the two have been walked. The second to finish
+        // fills the upper one's open corners and frees the lower one's last layer, so that a layer
+        // is kept while its neighbour runs, not until every chunk of the volume is done.
+        std::unique_ptr<std::atomic<int>[]> walkedBelow;
         uint64_t vertexRoom = 0, triangleRoom = 0; // counted in the first pass
         uint64_t verticesMade = 0, trianglesMade = 0;
         uint64_t firstLayer = 0;
@@ -248,16 +254,23 @@ public:
         m_normalsOut = m_normals.data();
         m_trianglesOut = m_triangles.data();
         std::vector<Chunk*> chunks;
-        for (ThreadSpecificData* d : slabs)
+        for (ThreadSpecificData* d : slabs) {
+            d->walkedBelow = std::make_unique<std::atomic<int>[]>(d->chunks.size());
             for (Chunk& ch : d->chunks) {
                 ch.slab = d; // records have stopped moving: the slabs are all made
                 chunks.push_back(&ch);
             }
+        }
         forEachSlab(chunks, [this, progress](Chunk& ch) {
             ThreadSpecificData& d = *ch.slab;
             VxIsosurfaceMarchingCubes<Tools, Self> walk(m_tools, *this, d.index);
             walk.walkBox(ch.box, ch, progress ? progress->interruption() : nullptr);
-            if (&ch != &d.chunks.back()) ch.lastLayerTopEdges = walk.takeLastLayerTopEdges();
+            const std::size_t c = std::size_t(&ch - d.chunks.data());
+            if (c + 1 < d.chunks.size()) {
+                ch.lastLayerTopEdges = walk.takeLastLayerTopEdges();
+                joinWhenBothWalked(d, c + 1);
+            }
+            if (c > 0) joinWhenBothWalked(d, c);
             if (progress) progress->slabDone(ch.layersOwned);
         });
         for (ThreadSpecificData* d : slabs) joinChunks(*d);
@@ -300,30 +313,40 @@ private:
                tools::AxisTraits<tools::Zaxis>::isFirstPlaneEdge(edge);
     }
 
-    // After the walks, per slab: the chunks' open corners on their first z planes filled from the
-    // chunk below (bottom edges 1 to 4 are that cell's top edges 5 to 8), their open corners on
-    // the slab's first plane gathered for the close, and the slab's counts summed. Counts made
-    // ahead are exact here: a difference would mean overlapping or lost vertices.
+    // Called by chunks c - 1 and c of a slab once walked; the second fills chunk c's open corners on
+    // its first z plane from the chunk below (bottom edges 1 to 4 are that cell's top edges 5 to 8)
+    // and frees what they were filled from. The counter orders the one's writes before the other's
+    // reads.
+    void joinWhenBothWalked(ThreadSpecificData& d, std::size_t c)
+    {
+        if (d.walkedBelow[c].fetch_add(1, std::memory_order_acq_rel) != 1) return;
+        Chunk& ch = d.chunks[c];
+        std::vector<int>& below = d.chunks[c - 1].lastLayerTopEdges;
+        const std::size_t cellsX = std::size_t(d.box.xmax - 1 - d.box.xmin);
+        for (const PendingCorner& r : ch.chunkCorners) {
+            const std::size_t cell = std::size_t(r.y - d.box.ymin) * cellsX + std::size_t(r.x - d.box.xmin);
+            m_trianglesOut[d.triangleOffset + uint64_t(r.triangle)][r.corner] =
+                int32_t(d.vertexOffset) + below[4 * cell + std::size_t(r.edge - 1)];
+        }
+        std::vector<int>().swap(below);
+        ch.chunkCorners = KxDArray<PendingCorner>();
+    }
+
+    // After the walks, per slab: the chunks' open corners on the slab's first plane gathered for
+    // the close, and the slab's counts summed. Counts made ahead are exact here: a difference would
+    // mean overlapping or lost vertices.
     void joinChunks(ThreadSpecificData& d)
     {
-        const std::size_t cellsX = std::size_t(d.box.xmax - 1 - d.box.xmin);
-        for (std::size_t c = 0; c < d.chunks.size(); ++c) {
-            Chunk& ch = d.chunks[c];
+        for (Chunk& ch : d.chunks) {
             if (!m_tools.filter.active() &&
                 (ch.verticesMade != ch.vertexRoom || ch.trianglesMade != ch.triangleRoom))
                 throw KxException("isosurface: a chunk made other counts than its classification");
-            for (const PendingCorner& r : ch.chunkCorners) {
-                const std::vector<int>& below = d.chunks[c - 1].lastLayerTopEdges;
-                const std::size_t cell =
-                    std::size_t(r.y - d.box.ymin) * cellsX + std::size_t(r.x - d.box.xmin);
-                m_trianglesOut[d.triangleOffset + uint64_t(r.triangle)][r.corner] =
-                    int32_t(d.vertexOffset) + below[4 * cell + std::size_t(r.edge - 1)];
-            }
             for (const PendingCorner& r : ch.slabCorners) d.pendingCorners.push_back(r);
             d.verticesMade += ch.verticesMade;
             d.trianglesMade += ch.trianglesMade;
         }
         d.chunks.clear();
+        d.walkedBelow.reset();
         d.index = typename Tools::Index(); // the classification's memory, no longer needed
     }
 
