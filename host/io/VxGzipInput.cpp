@@ -134,14 +134,16 @@ bool VxGzipInput::inflateInto(unsigned char* to, unsigned n, unsigned& produced)
     m_z->avail_out = n;
     for (;;) {
         if (m_z->avail_in == 0) refill();
-        const uint32_t roomBefore = m_z->avail_out;
+        const uint32_t roomBefore = m_z->avail_out, inputBefore = m_z->avail_in;
         const int status = isal_inflate(m_z.get());
         if (status < 0) {
             m_state = State::Corrupt;
             m_corruption = corruption(status);
             return false;
         }
-        if (status != ISAL_DECOMP_OK) {
+        // A call that takes no input and makes no output would be made again forever.
+        const bool stuck = inputBefore && m_z->avail_in == inputBefore && m_z->avail_out == roomBefore;
+        if (status != ISAL_DECOMP_OK || stuck) {
             m_state = State::Broken;
             return false;
         }
@@ -187,7 +189,10 @@ uint64_t VxGzipInput::readPart(unsigned char* to, uint64_t n)
             std::memcpy(to, m_out.data() + m_next, step);
             m_next += step;
             m_have -= step;
-        } else if (m_inputEnded && m_z->avail_in == 0) {
+        } else if (m_inputEnded && m_z->avail_in == 0 &&
+                   (m_mode != Mode::Gzip || m_state == State::EndedEarly)) {
+            // Inside a member the inflater is asked once more, with no input: it may still hold
+            // bytes, and only it can tell that the member's trailer is missing.
             break;
         } else if (m_mode == Mode::Look || n < m_out.size()) {
             if (!fetch()) return 0;

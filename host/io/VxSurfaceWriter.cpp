@@ -92,7 +92,7 @@ bool allFinite(const SurfaceView& v, const QString& path, QString* error)
                             .arg(path, QString::number(i), tripleText(coordOk ? v.normals[i] : v.coords[i])));
         return false;
     }
-    return false;
+    return true;
 }
 
 // Every format stores indices that readers trust, so a surface that points outside its vertex

@@ -178,6 +178,19 @@ TEST_F(NiftiReader, BadFilesGiveOneClearError)
     file("longer.nii.gz", longer, "longer.nii.gz: gzip data is corrupt (incorrect data check)");
     file("nocheck.nii.gz", whole.substr(0, whole.size() - 6),
          "gzip stream ends before its checksum; the file is truncated");
+    // Values larger than the blocks inflated ahead go straight to their target: the missing
+    // checksum must still be noticed.
+    NiftiFile large = zipped;
+    large.dim[1] = large.dim[2] = 200;
+    large.dim[3] = 8;
+    std::vector<float> wave(200 * 200 * 8);
+    for (std::size_t i = 0; i < wave.size(); ++i) wave[i] = float(int(100 * std::sin(double(i) / 50)));
+    large.values.assign(reinterpret_cast<const char*>(wave.data()), wave.size() * sizeof(float));
+    const std::string wholeLarge = slurp(writeNifti(large, path("large")));
+    for (int cut = 1; cut <= 8; ++cut)
+        file("large" + std::to_string(cut) + ".nii.gz",
+             wholeLarge.substr(0, wholeLarge.size() - std::size_t(cut)),
+             "gzip stream ends before its checksum; the file is truncated");
 
     for (const auto& [name, message] : cases) {
         const Read r = readNifti(name);
