@@ -272,13 +272,13 @@ int vxisoSurface(const std::vector<std::string>& args)
     vxisoRefuseOverwritingInputs(o, {{"-o", &o.output}, {"--png", &o.picture}});
     vxisoCheckWritable(o.output);
     if (!o.picture.empty()) vxisoCheckWritable(o.picture);
-    const VxisoModuleInputs inputs = readInputs(o);
-
-    // The engine lets the scheduler pick its threads; the command line caps them.
+    // The engine and the scans of the values (their range) let the scheduler pick its threads; the
+    // command line caps them, from the reading of the input on.
     std::unique_ptr<tbb::global_control> cap;
-    if (o.cores > 1)
+    if (o.cores > 0)
         cap = std::make_unique<tbb::global_control>(tbb::global_control::max_allowed_parallelism,
                                                     std::size_t(o.cores));
+    const VxisoModuleInputs inputs = readInputs(o);
 
     // The host as vxhost sets it up, with the one package this command needs. Errors reach the user
     // as one line of the command's own (extract), not as dialog text.

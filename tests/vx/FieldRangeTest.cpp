@@ -1,6 +1,6 @@
-// The value range of float and double fields against a plain scan: NaN never counts, infinities do, the
-// undefined value is left out on request, and every length and start (the vector steps and the
-// tail after them) gives the same answer.
+// The value range of fields against a plain scan: NaN never counts, infinities do, the undefined
+// value is left out on request, and every length and start (the vector steps and the tail after
+// them, the blocks of a large field) gives the same answer.
 #include <kx/KxHandle.h>
 #include <kx/KxMemory.h>
 #include <vx/VxRegScalarField3.h>
@@ -68,6 +68,37 @@ TEST(FieldRange, FloatAndDoubleAgreeWithAPlainScanAtEveryLength)
 {
     checkAgainstScan<float>();
     checkAgainstScan<double>();
+}
+
+// Fields of millions of values are scanned in blocks on several threads: blocks with nothing to
+// take (all undefined) are left out of the merge, and the extremes count wherever they lie, the
+// last, partial block included.
+TEST(FieldRange, LargeFieldsMergeTheirBlocksExactly)
+{
+    const int64_t n = (int64_t(5) << 20) + 17;
+    for (int layout = 0; layout < 3; ++layout) {
+        auto* data = static_cast<int16_t*>(kxmalloc(std::size_t(n) * sizeof(int16_t)));
+        std::mt19937 random(11 + layout);
+        for (int64_t i = 0; i < n; ++i)
+            data[i] = layout == 2 ? int16_t(-7) : int16_t(int(random() % 2001) - 1000);
+        if (layout == 0) data[n - 1] = -5000, data[(int64_t(2) << 20) + 3] = 6000;
+        if (layout == 2) data[(int64_t(3) << 20) + 5] = 42; // one defined value in the fourth block
+        KxHandle<VxUniformScalarField3> field(
+            new VxUniformScalarField3(KxDim3l(n, 1, 1), KxPrimType::INT16, data));
+        field->setUndefinedValue(-7);
+        double wantLo = 0, wantHi = 0;
+        bool any = false;
+        for (int64_t i = 0; i < n; ++i) {
+            if (data[i] == -7) continue;
+            wantLo = any ? std::min(wantLo, double(data[i])) : double(data[i]);
+            wantHi = any ? std::max(wantHi, double(data[i])) : double(data[i]);
+            any = true;
+        }
+        double lo = 0, hi = 0;
+        ASSERT_TRUE(field->getRange(lo, hi, VxRegScalarField3::RANGE_SKIP_UNDEFINED)) << layout;
+        EXPECT_EQ(lo, wantLo) << layout;
+        EXPECT_EQ(hi, wantHi) << layout;
+    }
 }
 
 } // namespace
