@@ -108,9 +108,11 @@ void VxIsosurface::update()
 
     if (field && portData.isNew()) {
         double lo = 0, hi = 0;
-        field->getRange(lo, hi,
-                        field->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
-                                                   : VxRegScalarField3::RANGE_ALL);
+        // The range the threshold's provider gives for this field, asked for once.
+        const bool any = field->getRange(lo, hi,
+                                         field->hasUndefinedValue() ? VxRegScalarField3::RANGE_SKIP_UNDEFINED
+                                                                    : VxRegScalarField3::RANGE_ALL);
+        const double dataLo = lo, dataHi = hi;
         if (std::fabs(lo) > DBL_MAX) lo = portThreshold.getMinValue();
         if (std::fabs(hi) > DBL_MAX) hi = portThreshold.getMaxValue();
         auto* provider = static_cast<VxRangeProviderSpatialData*>(portThreshold.getRangeProvider());
@@ -119,8 +121,8 @@ void VxIsosurface::update()
             hi = std::max(hi, double(portThreshold.getValue()));
         }
         portThreshold.setMinMax(float(lo), float(hi));
-        if (!VxApplication::instance()->interpreter()->networkIsLoading() && m_firstData)
-            portThreshold.reset();
+        if (!VxApplication::instance()->interpreter()->networkIsLoading() && m_firstData && any)
+            portThreshold.reset(dataLo, dataHi);
         m_firstData = false;
         if (portDownSample.getValue()) m_resampled = nullptr;
     }

@@ -43,6 +43,13 @@ public:
     {
         double lo, hi;
         if (!m_provider || !m_provider->getRange(lo, hi)) return false;
+        reset(lo, hi);
+        return true;
+    }
+    // The same with the range [lo, hi] the caller already has from the provider's data: a scan of
+    // a large field spared.
+    void reset(double lo, double hi)
+    {
         const double value = double(this->getValue());
         if (m_valueChosen) {
             lo = std::min(lo, value);
@@ -50,7 +57,6 @@ public:
         }
         this->setMinMax(Value(lo), Value(hi));
         if (!m_valueChosen) this->setValue(Value(lo + (hi - lo) / 2));
-        return true;
     }
 
     void untouch(bool all = true) override
