@@ -103,7 +103,6 @@ template <class T> bool rangeOf(const T* v, int64_t n, bool skipping, T skip, do
     return rangeOf(v, n, skipping, skip, min, max);
 }
 
-// The stored value equal to u, when the type can hold it exactly.
 // Values a block of the range scan covers. Reading memory bounds the scan, and two cores read
 // nearly twice as fast as one, so a large field is scanned in blocks on the scheduler's threads.
 constexpr int64_t kRangeBlock = int64_t(1) << 20;
@@ -137,6 +136,7 @@ template <class T> bool rangeInBlocks(const T* v, int64_t n, bool skipping, T sk
     return any;
 }
 
+// The stored value equal to u, when the type can hold it exactly.
 template <class T> bool exactly(double u, T& out)
 {
     if (u != u) return false;
