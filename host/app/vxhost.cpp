@@ -3,6 +3,7 @@
 //   vxhost script.tcl [args]    runs a script (a saved network loads and recomputes)
 //   vxhost -e 'commands'        runs commands and prints their result
 #include "VxHostSession.h"
+#include <kx/KxMemory.h>
 
 #include <vx/VxApplication.h>
 #include <vx/VxInterpreter.h>
@@ -203,6 +204,7 @@ int runBatch(VxInterpreter* vi, const char* script, const std::vector<std::strin
 
 int main(int argc, char** argv)
 {
+    kxReturnLargeBlocksToSystem();
     QCoreApplication qapp(argc, argv);
     Invocation run;
     if (const int status = parse(argc, argv, run); status >= 0) return status;

@@ -10,6 +10,7 @@
 
 #include <io/VxSurfaceWriter.h>
 #include <kx/KxException.h>
+#include <kx/KxMemory.h>
 
 #include <QCoreApplication>
 #include <QString>
@@ -148,6 +149,7 @@ int run(const VxMpiRanks& ranks, std::vector<std::string> words)
 
 int main(int argc, char** argv)
 {
+    kxReturnLargeBlocksToSystem();
     MPI_Init(&argc, &argv);
     int status = 0;
     {

@@ -9,6 +9,7 @@
 #include "VxisoSubcommands.h"
 
 #include <kx/KxException.h>
+#include <kx/KxMemory.h>
 
 #include <QCoreApplication>
 
@@ -68,6 +69,7 @@ int run(const std::vector<std::string>& words)
 
 int main(int argc, char** argv)
 {
+    kxReturnLargeBlocksToSystem();
     QCoreApplication qapp(argc, argv);
     try {
         return run(std::vector<std::string>(argv + 1, argv + argc));

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include <malloc.h>
+
 #include <sys/mman.h>
 
 namespace {
@@ -63,4 +65,9 @@ void* kxrealloc(void* block, std::size_t oldBytes, std::size_t newBytes)
 void kxfree(void* block)
 {
     ::operator delete[](block);
+}
+
+void kxReturnLargeBlocksToSystem()
+{
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }

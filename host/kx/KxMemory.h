@@ -7,3 +7,8 @@
 void* kxmalloc(std::size_t bytes);
 void* kxrealloc(void* block, std::size_t oldBytes, std::size_t newBytes);
 void kxfree(void* block);
+
+// For the programs' main: blocks of 128 KiB and more are taken from the system and given back to it
+// when freed. glibc otherwise raises that limit to the largest block freed so far, and the buffers
+// that each thread of a parallel extraction frees stay in its heap: megabytes at the peak of a run.
+void kxReturnLargeBlocksToSystem();

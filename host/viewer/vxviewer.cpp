@@ -2,6 +2,7 @@
 //   vxviewer brain.nii.gz network.tcl
 //   vxviewer network.tcl --view -y --screenshot window.png     (for documentation and tests)
 #include "VxMainWindow.h"
+#include <kx/KxMemory.h>
 
 #include <app/VxHostSession.h>
 
@@ -25,6 +26,7 @@ bool haveDisplay()
 
 int main(int argc, char** argv)
 {
+    kxReturnLargeBlocksToSystem();
     if (!haveDisplay()) {
         std::fprintf(stderr, "vxviewer: error: no display to open a window on; run networks with vxhost, or "
                              "start vxviewer under xvfb-run\n");

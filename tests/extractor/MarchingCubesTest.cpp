@@ -121,6 +121,23 @@ TYPED_TEST(AllValueTypes, OneVertexPerCutEdgeAndClosedSurface)
     EXPECT_TRUE(isWatertight(m));
 }
 
+// Slices of thousands of nodes: a walk gives the classification of the slices it has passed back to
+// the system while it goes on, on both paths. Were any of it read again, cells would be lost:
+// vertices would be missing and the surface would open.
+TEST(MarchingCubes, ClassificationGivenBackBehindTheWalkIsNotReadAgain)
+{
+    KxHandle<VxUniformScalarField3> field = makeField<float>(90, 300, 50, [](double x, double y, double z) {
+        const bool border = std::min({x, y, z, 89 - x, 299 - y, 49 - z}) == 0;
+        return border ? -1.0 : std::sin(x * 0.3) + std::cos(y * 0.2) * std::sin(z * 0.35);
+    });
+    for (int cores : {1, 2}) {
+        SCOPED_TRACE(cores);
+        const TestMesh m = run(*field, Undefined(*field), 0, cores, 0.f).mesh;
+        EXPECT_EQ(std::size_t(m.numPoints()), countCutEdges(*field, 0.f));
+        EXPECT_TRUE(isWatertight(m));
+    }
+}
+
 // Vertices come in order of first creation (cells i fastest, then j, then k; a cell's cut edges in
 // the order of its case row), triangles cell by cell; compact cubes number a node's vertex at its
 // first intersection. Nodes (1, 1, 1) and (2, 2, 1) hold 4, the rest 0: at iso 1 every intersection

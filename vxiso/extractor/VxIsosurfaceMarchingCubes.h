@@ -233,6 +233,8 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
 
     if (progress) progress->setProgressValue(0.f);
     const float step = 1.f / float(cellsZ);
+    constexpr int releaseStep = 16;
+    int released = box.zmin + 1;
     for (int k = box.zmin; k < box.zmax - 1; ++k) {
         if (progress) {
             if (progress->wasInterrupted()) throw KxInterrupted();
@@ -248,6 +250,12 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
         }
         std::swap(m_prevSlice, m_curSlice);
         ++m_slicesDone;
+        // The node slices before k + 1 are behind the walk. The box's first one may be the last of a
+        // neighbouring box walked elsewhere at the same time, so it is kept.
+        if (k + 1 - released >= releaseStep || k + 2 == box.zmax) {
+            m_index.releaseSlices(released, k + 1);
+            released = k + 1;
+        }
     }
     if (progress) progress->setProgressValue(1.f);
 }

@@ -10,6 +10,9 @@
 #include <cstring>
 #include <vector>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 // Policies of the marching-cubes traversals. Everything here is resolved at compile time so that the
 // per-cell code is inlined: no virtual calls, no allocation, no bounds checks. The per-vertex
 // functions are marked to be inlined always: in the parallel walks, whose translation units hold
@@ -66,6 +69,19 @@ public:
         m_bits.assign(m_sliceWords * std::size_t(box.zmax - box.zmin), 0);
         m_bytes.assign(std::size_t(m_words) * 64, 0);
         for (int k = box.zmin; k < box.zmax; ++k) classifySlice(a, iso, k, m_bits.data() + sliceOffset(k));
+    }
+
+    // Gives the pages that lie wholly inside node slices [first, end) back to the system; their bits
+    // read as 0 afterwards. A walk calls it for the slices it has passed, so that the classification
+    // of a large volume is not resident at the end of the extraction, when the surface is.
+    void releaseSlices(int first, int end)
+    {
+        static const std::uintptr_t page = std::uintptr_t(sysconf(_SC_PAGESIZE));
+        const auto at = [&](int k) {
+            return reinterpret_cast<std::uintptr_t>(m_bits.data() + sliceOffset(k));
+        };
+        const std::uintptr_t begin = (at(first) + page - 1) & ~(page - 1), stop = at(end) & ~(page - 1);
+        if (stop > begin) ::madvise(reinterpret_cast<void*>(begin), stop - begin, MADV_DONTNEED);
     }
 
     // Where node slice k starts: the cursor of a walk. Walks keep their own cursors, so that several
