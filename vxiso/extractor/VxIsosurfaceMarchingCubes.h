@@ -17,13 +17,17 @@ struct NoUserData
 
 // Where a cell finds the vertex of each edge that a neighbour visited before it has made: one of
 // the slots of the cell before it in the row (edges 2, 6, 10, 12 of that cell), of the cell below
-// in the row buffer (11, 3, 12, 7) or of the cell below in the slice buffer (5, 6, 7, 8), or
-// nowhere. Which neighbours exist depends on the cell's place (bit 0: a cell before it in the row,
-// bit 1: a row below, bit 2: a slice below), so there is one table per place: a lookup instead of
-// a branch per edge, which the order of edges in the cases makes hard to predict.
+// in the row buffer (11, 3, 12, 7), of the cell below in the slice buffer (6, 7), or nowhere. The
+// slice holds two edges per cell, as a plane holds two per node; the cell below's edges 5 and 8 are
+// edge 7 of the cell before it in y (buffer 4) and edge 6 of the cell before it in x (buffer 5),
+// which on the box's first row and column are slots of their own before the first cell. Which
+// neighbours exist depends on the cell's place (bit 0: a cell before it in the row, bit 1: a row
+// below, bit 2: a slice below), so there is one table per place: a lookup instead of a branch per
+// edge, which the order of edges in the cases makes hard to predict.
 struct EdgeSource
 {
-    unsigned char buffer, slot; // buffer: 0 the cell before, 1 the row, 2 the slice, 3 none
+    // buffer: 0 the cell before, 1 the row, 2 the slice, 3 none, 4 and 5 the slice before y and x
+    unsigned char buffer, slot;
 };
 
 constexpr EdgeSource edgeSource(int place, int e)
@@ -32,13 +36,13 @@ constexpr EdgeSource edgeSource(int place, int e)
     constexpr EdgeSource none{3, 0};
     switch (e) {
     case 1:
-        return rowBelow ? EdgeSource{1, 1} : sliceBelow ? EdgeSource{2, 0} : none;
+        return rowBelow ? EdgeSource{1, 1} : sliceBelow ? EdgeSource{4, 1} : none;
     case 2:
-        return sliceBelow ? EdgeSource{2, 1} : none;
+        return sliceBelow ? EdgeSource{2, 0} : none;
     case 3:
-        return sliceBelow ? EdgeSource{2, 2} : none;
+        return sliceBelow ? EdgeSource{2, 1} : none;
     case 4:
-        return cellBefore ? EdgeSource{0, 0} : sliceBelow ? EdgeSource{2, 3} : none;
+        return cellBefore ? EdgeSource{0, 0} : sliceBelow ? EdgeSource{5, 0} : none;
     case 5:
         return rowBelow ? EdgeSource{1, 3} : none;
     case 8:
@@ -142,13 +146,23 @@ public:
         NoUserData none;
         computeBox(box, none, progress);
     }
-    // After a walk: the vertex numbers of the top edges (5, 6, 7, 8) of the cells of the box's last
-    // cell layer, four per cell, rows of cells along x; meaningful for cells some surface crosses.
+    // After a walk: the vertex numbers of the top edges of the cells of the box's last cell layer,
+    // read with topEdge; meaningful for edges some surface crosses.
     std::vector<int> takeLastLayerTopEdges()
     {
         std::vector<int>& last = m_prevSlice == m_slices[0].data() ? m_slices[0] : m_slices[1];
         m_bufferCellsX = m_bufferCellsY = -1; // the buffer leaves with the caller
         return std::move(last);
+    }
+    // Top edge 5, 6, 7 or 8 of cell (i, j) of such a layer, counted from the box's corner; cellsX is
+    // the box's cells along x.
+    static int topEdge(const std::vector<int>& layer, int cellsX, int i, int j, int edge)
+    {
+        const std::size_t stride = 2 * std::size_t(cellsX + 1);
+        const std::size_t at = stride * std::size_t(j + 1) + 2 * std::size_t(i + 1);
+        return edge == 5   ? layer[at - stride + 1]
+               : edge == 8 ? layer[at - 2]
+                           : layer[at + std::size_t(edge - 6)];
     }
 
 private:
@@ -175,14 +189,14 @@ private:
     int m_edge[13] = {};
     // Edges 2, 6, 10, 12 of the cell just left in the row.
     int m_prevCell[4] = {};
-    // Per cell of a row: edges 11, 3, 12, 7; per cell of a slice: edges 5, 6, 7, 8.
+    // Per cell of a row: edges 11, 3, 12, 7; per cell of a slice: edges 6, 7, after a row and a
+    // column of slots for the edges 5 and 8 of the box's first row and column.
     std::vector<int> m_rows[2], m_slices[2];
     int* m_prevRow = nullptr;
     int* m_curRow = nullptr;
     int* m_prevSlice = nullptr;
     int* m_curSlice = nullptr;
     int m_rowsDone = 0, m_slicesDone = 0;
-    std::size_t m_slicePos = 0;
     std::size_t m_cursor = 0; // the walk's place in the classification, which walks may share
     int m_bufferCellsX = -1, m_bufferCellsY = -1;
 };
@@ -193,7 +207,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::sizeBuffers(int cellsX, int cellsY
     if (cellsX != m_bufferCellsX || cellsY != m_bufferCellsY) {
         for (auto& r : m_rows) r.assign(std::size_t(4) * std::size_t(cellsX), NOT_MADE);
         for (auto& s : m_slices)
-            s.assign(std::size_t(4) * std::size_t(cellsX) * std::size_t(cellsY), NOT_MADE);
+            s.assign(std::size_t(2) * std::size_t(cellsX + 1) * std::size_t(cellsY + 1), NOT_MADE);
         m_bufferCellsX = cellsX;
         m_bufferCellsY = cellsY;
     }
@@ -241,7 +255,6 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::walkBox(const KxBox3i& box, UserDa
             progress->setProgressValue(float(m_slicesDone) * step);
         }
         m_rowsDone = 0;
-        m_slicePos = 0;
         m_cursor = m_index.sliceOffset(k);
         for (int j = box.ymin; j < box.ymax - 1; ++j) {
             computeRow(box, j, k, userData);
@@ -265,8 +278,9 @@ template <class UserData>
 void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int j, int k, UserData& userData)
 {
     using namespace tables;
-    const std::size_t sliceBase = m_slicePos;
-    m_slicePos += 4 * std::size_t(box.xmax - 1 - box.xmin);
+    const std::size_t sliceStride = 2 * std::size_t(box.xmax - box.xmin);
+    const std::size_t sliceBase = sliceStride * std::size_t(m_rowsDone + 1) + 2;
+    const bool firstRow = m_rowsDone == 0;
     // What is the same for the whole row, in locals: the cells' stores through int pointers could
     // otherwise change members as far as the compiler knows, which it would then read again.
     const int rowPlace = (m_rowsDone > 0) << 1 | (m_slicesDone > 0) << 2;
@@ -280,11 +294,16 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
     m_index.forEachCutCellAt(m_cursor, j, [&](int i, unsigned c) {
         const KxVec3i cell(i, j, k);
         if (!m_tools.filter.acceptCell(cell)) return;
-        const std::size_t rowPos = 4 * std::size_t(i - box.xmin);
+        const std::size_t rowPos = 4 * std::size_t(i - box.xmin), slicePos = 2 * std::size_t(i - box.xmin);
         const int* row = g_marchingCases[c];
         const int placeIndex = int(i > box.xmin) | rowPlace;
         const EdgeSource* place = g_edgeSources.at[placeIndex];
-        const int* const sources[4] = {m_prevCell, prevRow + rowPos, prevSlice + rowPos, &s_notMade};
+        const int* const sources[6] = {m_prevCell,
+                                       prevRow + rowPos,
+                                       prevSlice + slicePos,
+                                       &s_notMade,
+                                       prevSlice + slicePos - sliceStride,
+                                       prevSlice + slicePos - 2};
         if (placeIndex == 7 && !filtered) {
             // Inside the box every shared edge was made by a neighbour (or left open by one on the
             // box's first plane, which this cell is not on). Every shared edge's slot is copied,
@@ -323,11 +342,11 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
         r[1] = m_edge[3];
         r[2] = m_edge[12];
         r[3] = m_edge[7];
-        int* s = curSlice + rowPos;
-        s[0] = m_edge[5];
-        s[1] = m_edge[6];
-        s[2] = m_edge[7];
-        s[3] = m_edge[8];
+        int* s = curSlice + slicePos;
+        s[0] = m_edge[6];
+        s[1] = m_edge[7];
+        if (firstRow) *(s - sliceStride + 1) = m_edge[5];
+        if (i == box.xmin) s[-2] = m_edge[8];
 
         if constexpr (Cubes::addsCaseTriangles) {
             if (!filtered) {
@@ -346,7 +365,7 @@ void VxIsosurfaceMarchingCubes<Tools, Cubes>::computeRow(const KxBox3i& box, int
 }
 
 // Index of the vertex on edge e of the cell: rejected by the filter, taken from a neighbour that
-// has made it already, or new. sources are the cell's four buffers in EdgeSource's order.
+// has made it already, or new. sources are the cell's six buffers in EdgeSource's order.
 template <class Tools, class Cubes>
 template <class UserData>
 int VxIsosurfaceMarchingCubes<Tools, Cubes>::vertexFor(const KxBox3i& box, const KxVec3i& cell, int e,

@@ -322,11 +322,11 @@ private:
         if (d.walkedBelow[c].fetch_add(1, std::memory_order_acq_rel) != 1) return;
         Chunk& ch = d.chunks[c];
         std::vector<int>& below = d.chunks[c - 1].lastLayerTopEdges;
-        const std::size_t cellsX = std::size_t(d.box.xmax - 1 - d.box.xmin);
+        const int cellsX = d.box.xmax - 1 - d.box.xmin;
         for (const PendingCorner& r : ch.chunkCorners) {
-            const std::size_t cell = std::size_t(r.y - d.box.ymin) * cellsX + std::size_t(r.x - d.box.xmin);
             m_trianglesOut[d.triangleOffset + uint64_t(r.triangle)][r.corner] =
-                int32_t(d.vertexOffset) + below[4 * cell + std::size_t(r.edge - 1)];
+                int32_t(d.vertexOffset) + VxIsosurfaceMarchingCubes<Tools, Self>::topEdge(
+                                              below, cellsX, r.x - d.box.xmin, r.y - d.box.ymin, r.edge + 4);
         }
         std::vector<int>().swap(below);
         ch.chunkCorners = KxDArray<PendingCorner>();
