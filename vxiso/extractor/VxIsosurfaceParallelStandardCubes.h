@@ -53,7 +53,15 @@ public:
         uint64_t vertexStart = 0, triangleStart = 0; // its first vertex and triangle in the slab's numbering
         uint64_t vertexRoom = 0, triangleRoom = 0;
         uint64_t verticesMade = 0, trianglesMade = 0;
-        int64_t layersOwned = 0;              // its share of the slab's layers, for progress
+        int64_t layersOwned = 0; // its share of the slab's layers, for progress
+        // Set once the output is allocated, so that a cell reaches its ranges without the slab's
+        // record: where its vertices and triangles go, the slab's first output vertex, and the
+        // cell layer whose cells write the slab's face table.
+        KxVec3f* coordsOut = nullptr;
+        KxVec3f* normalsOut = nullptr;
+        KxVec3i* trianglesOut = nullptr;
+        int32_t vertexOffset = 0;
+        int recordLayer = 0;
         KxDArray<PendingCorner> slabCorners;  // open corners that the slab below fills
         KxDArray<PendingCorner> chunkCorners; // open corners that the chunk below fills
         std::vector<int> lastLayerTopEdges;   // for the chunk above, until it has taken them
@@ -167,20 +175,19 @@ public:
     [[gnu::always_inline]] int addOwnNode(const Tools& tools, const KxBox3i&, const KxVec3i& cell, int edge,
                                           Chunk& ch) const
     {
-        const ThreadSpecificData& d = *ch.slab;
         KxVec3f p, n;
         Tools::Intersection::compute(tools.accessor, tools.iso, cell, edge, p, n);
-        const uint64_t k = ch.vertexStart + ch.verticesMade++;
-        m_coordsOut[d.vertexOffset + k] = p;
-        m_normalsOut[d.vertexOffset + k] = tools::unitNormal(n);
-        return int(k);
+        const uint64_t made = ch.verticesMade++;
+        ch.coordsOut[made] = p;
+        ch.normalsOut[made] = tools::unitNormal(n);
+        return int(ch.vertexStart + made);
     }
 
     // The face table is written by the cells of the slab's last layer, whatever made their edges.
     static constexpr bool recordsEdges = true;
     bool recordsEdgesOf(const KxVec3i& cell, const Chunk& ch) const
     {
-        return uint64_t(cell[Axis::index]) + 1 == ch.slab->lastLayer;
+        return cell[Axis::index] == ch.recordLayer;
     }
 
     // Open edges are left to the chunk below, which writes the slab's face table there itself.
@@ -204,9 +211,8 @@ public:
         const int n = row[tables::TRIANGLE_COUNT];
         const int* e = row + tables::TRIANGLES;
         if (__builtin_expect(inner && n <= 4 && ch.trianglesMade + 4 <= ch.triangleRoom, 1)) {
-            const ThreadSpecificData& d = *ch.slab;
-            KxVec3i* out = m_trianglesOut + d.triangleOffset + ch.triangleStart + ch.trianglesMade;
-            const int32_t offset = int32_t(d.vertexOffset);
+            KxVec3i* out = ch.trianglesOut + ch.trianglesMade;
+            const int32_t offset = ch.vertexOffset;
             for (int t = 0; t < 4; ++t, e += 3)
                 out[t] = KxVec3i(edge[e[0]] + offset, edge[e[1]] + offset, edge[e[2]] + offset);
             ch.trianglesMade += uint64_t(n);
@@ -221,9 +227,9 @@ public:
     void addTriangle(const Tools&, const KxVec3i& cell, const int* edges, const KxVec3i& t, Chunk& ch) const
     {
         const ThreadSpecificData& d = *ch.slab;
-        const int32_t index = int32_t(ch.triangleStart + ch.trianglesMade++);
-        const int32_t offset = int32_t(d.vertexOffset);
-        m_trianglesOut[d.triangleOffset + uint64_t(index)] =
+        const int32_t index = int32_t(ch.triangleStart + ch.trianglesMade);
+        const int32_t offset = ch.vertexOffset;
+        ch.trianglesOut[ch.trianglesMade++] =
             KxVec3i(t.x < 0 ? t.x : t.x + offset, t.y < 0 ? t.y : t.y + offset, t.z < 0 ? t.z : t.z + offset);
         if (t.x >= 0 && t.y >= 0 && t.z >= 0) return;
         for (int corner = 0; corner < 3; ++corner)
@@ -258,6 +264,11 @@ public:
             d->walkedBelow = std::make_unique<std::atomic<int>[]>(d->chunks.size());
             for (Chunk& ch : d->chunks) {
                 ch.slab = d; // records have stopped moving: the slabs are all made
+                ch.coordsOut = m_coordsOut + d->vertexOffset + ch.vertexStart;
+                ch.normalsOut = m_normalsOut + d->vertexOffset + ch.vertexStart;
+                ch.trianglesOut = m_trianglesOut + d->triangleOffset + ch.triangleStart;
+                ch.vertexOffset = int32_t(d->vertexOffset);
+                ch.recordLayer = int(d->lastLayer) - 1;
                 chunks.push_back(&ch);
             }
         }
