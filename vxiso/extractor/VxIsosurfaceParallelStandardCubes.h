@@ -193,11 +193,9 @@ public:
     // Open edges are left to the chunk below, which writes the slab's face table there itself.
     void edgeVertex(const Tools&, const KxBox3i&, const KxVec3i& cell, int edge, int k, Chunk& ch) const
     {
-        ThreadSpecificData& d = *ch.slab;
         const int c = cell[Axis::index];
-        if (k >= 0 && c < m_dims[Axis::index] - 1 && uint64_t(c) + 1 == d.lastLayer &&
-            Traits::isEndPlaneEdge(edge))
-            d.faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
+        if (k >= 0 && c < m_dims[Axis::index] - 1 && c == ch.recordLayer && Traits::isEndPlaneEdge(edge))
+            ch.slab->faceVertexIds[std::size_t(Traits::edgePlace(cell, edge, m_dims))] = k;
     }
 
     // All triangles of a cell's case at once (no filter). A cell with a neighbour below on every
